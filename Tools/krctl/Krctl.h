@@ -1,0 +1,36 @@
+#pragma once
+// krctl: the support engineer's command line over a data folder.
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace krctl {
+
+struct GlobalOptions {
+    std::string baseFolder;    // the base client's own data (login data store)
+    std::string logFile;       // every log line of the run goes there
+    std::string dataFolder;    // the folder given to the registry
+    std::string projectCache = "Projects";
+    std::string libCache = "Libraries";
+    bool json = false;
+};
+
+// Bad arguments: main prints "krctl: <what>" on standard error and exits 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Each answers the exit code. args are what follows the subcommand's name.
+int RunCacheCommand(const GlobalOptions& options, const std::vector<std::string>& args);
+int RunLoginCommand(const GlobalOptions& options, const std::vector<std::string>& args);
+
+// Takes "--name value" out of args; empty optional if absent. Throws UsageError
+// if the option is given without a value.
+bool TakeOption(std::vector<std::string>& args, const std::string& name, std::string* value);
+bool TakeFlag(std::vector<std::string>& args, const std::string& name);
+// Throws UsageError if anything is left.
+void ExpectNoMore(const std::vector<std::string>& args);
+
+}  // namespace krctl
