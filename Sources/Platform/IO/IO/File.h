@@ -35,6 +35,9 @@ public:
     // two writes within one second apart.
     int GetModificationStamp(std::int64_t* stamp) const;
     int GetDataLength(std::uint64_t* length) const;
+    // Changes with every write or replacement of the file, also within one
+    // second: a mix of modification and change times, inode and size.
+    int GetChangeStamp(std::uint64_t* stamp) const;
 
     int Open(int openMode, int accessDenied = 0);
     int Close();

@@ -1,0 +1,235 @@
+#include "KRClient/CachedProjectInfo.h"
+
+#include "IO/File.h"
+#include "KRCB/Paths.h"
+#include "ZR/MD5.h"
+
+namespace KRC {
+
+CachedProjectInfoObserver CachedProjectInfoObserver::mSingleton;
+CachedProjectInfoObserver& cachedProjectInfoObserver = CachedProjectInfoObserver::mSingleton;
+
+void CachedProjectInfoObserver::SendContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) const {
+    ForEachObserver([&](ZR::EventObserver* observer) {
+        static_cast<CachedProjectInfoObserver*>(observer)->ContentWrittenToDisc(cachedProjectInfo);
+    });
+}
+
+CachedProjectInfo::CachedProjectInfo(const IO::Location& folder) : cacheFolder(folder) { ReadFromDisc(false); }
+
+CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info, const IO::Location& mainCacheFolder) {
+    // Every field starts empty by its initialiser.
+    IO::Folder mainFolder(mainCacheFolder, IO::kNotFoundCreate);
+
+    ZR::UniString key = info.GetServerUrl() + "_" + info.GetProjectPath() + "_" + info.GetUserName();
+    ZR::UniString md5Text = MD5::Of(key).GetAsZrString();
+    IO::Name name(md5Text);
+
+    // Free only if known to be absent, or present without an info file: a
+    // leftover folder is taken over. Any failure counts as occupied.
+    bool occupied = true;
+    bool contains = false;
+    if (mainFolder.Contains(name, &contains) == IO::kOk) {
+        if (!contains) {
+            occupied = false;
+        } else {
+            IO::Folder existing(mainCacheFolder + name, IO::kNotFoundFail);
+            bool hasInfo = false;
+            if (existing.GetStatus() == IO::kOk && existing.Contains(IO::Name(kCacheInfoFileName), &hasInfo) == IO::kOk)
+                occupied = hasInfo;
+        }
+    }
+    if (occupied) mainFolder.GenerateUnusedName(&name, md5Text, "");
+
+    cacheFolder = mainCacheFolder + name;
+    IO::fileSystem.CreateFolderTree(cacheFolder);
+    SetProjectConnectionInfoInner(info);
+    WriteToDiscIfComplete(true);
+}
+
+CachedProjectInfo::CachedProjectInfo(const CachedProjectInfo& other) : KRCB::CachedProjectInfo(other) {
+    *this = other;
+}
+
+CachedProjectInfo& CachedProjectInfo::operator=(const CachedProjectInfo& other) {
+    if (this == &other) return *this;
+    port = other.port;
+    serverName = other.serverName;
+    portalServerUrl = other.portalServerUrl;
+    modelServerPath = other.modelServerPath;
+    projectPath = other.projectPath;
+    projectName = other.projectName;
+    loginName = other.loginName;
+    userName = other.userName;
+    userId = other.userId;
+    sessionId = other.sessionId;
+    projectId = other.projectId;
+    projectCategoryName = other.projectCategoryName;
+    modificationTime = other.modificationTime;
+    cacheFolder = other.cacheFolder;
+    logonId = other.logonId;
+    roleName = other.roleName;
+    permissions = other.permissions;
+    projectForcedOffline = other.projectForcedOffline;
+    unsentChanges = other.unsentChanges;
+    lastOpenProjectTime = other.lastOpenProjectTime;
+    travelPackageCreationTime = other.travelPackageCreationTime;
+    travelPackageCreated = other.travelPackageCreated;
+    extractedFromTravelPackage = other.extractedFromTravelPackage;
+    enableTravelPackageWarningAtClose = other.enableTravelPackageWarningAtClose;
+    userColorList = other.userColorList;
+    colorMode = other.colorMode;
+    projectVersion = other.projectVersion;
+    projectBuildNum = other.projectBuildNum;
+    projectDetached = other.projectDetached;
+    visitCount = other.visitCount;
+    updating = other.updating;
+    writePending = other.writePending;
+    xmlVersion = other.xmlVersion;
+    fileStamp = other.fileStamp;
+    return *this;
+}
+
+CachedProjectInfo::~CachedProjectInfo() {
+    if (updating && writePending) {
+        try {
+            WriteToDiscIfComplete(true);
+        } catch (...) {
+            // A destructor must not throw; the failure was reported as an event if it was a file's.
+        }
+    }
+}
+
+bool CachedProjectInfo::CachedProjectInfoExist(const IO::Location& folder) {
+    bool contains = false;
+    if (IO::fileSystem.Contains(folder + IO::Name(kCacheInfoFileName), &contains) != IO::kOk) return false;
+    return contains;
+}
+
+void CachedProjectInfo::BeginUpdate() { updating = true; }
+
+void CachedProjectInfo::EndUpdate() {
+    if (!updating) return;
+    updating = false;
+    if (writePending) WriteToDiscIfComplete(false);
+}
+
+template <typename T>
+void CachedProjectInfo::SetField(T& field, const T& value) {
+    if (field == value) return;
+    field = value;
+    WriteToDiscIfComplete(false);
+}
+
+void CachedProjectInfo::SetColorMode(short value) { SetField<std::int16_t>(colorMode, value); }
+void CachedProjectInfo::SetLastOpenProjectTime(int value) { SetField<std::int32_t>(lastOpenProjectTime, value); }
+void CachedProjectInfo::SetProjectBuildNum(int value) { SetField<std::int32_t>(projectBuildNum, value); }
+void CachedProjectInfo::SetProjectVersion(const ZR::UniString& value) { SetField(projectVersion, value); }
+void CachedProjectInfo::SetTravelPackageCreationTime(int value) {
+    SetField<std::int32_t>(travelPackageCreationTime, value);
+}
+void CachedProjectInfo::SetTravelPackageCreated(bool value) { SetField(travelPackageCreated, value); }
+void CachedProjectInfo::SetExtractedFromTravelPackage(bool value) { SetField(extractedFromTravelPackage, value); }
+void CachedProjectInfo::EnableTravelPackageWarningAtClose(bool value) {
+    SetField(enableTravelPackageWarningAtClose, value);
+}
+void CachedProjectInfo::SetUserColorListString(ZR::UniString value) { SetField(userColorList, value); }
+void CachedProjectInfo::SetVisitCount(unsigned int value) { SetField<std::uint32_t>(visitCount, value); }
+void CachedProjectInfo::ProjectDetached() { SetField(projectDetached, true); }
+
+void CachedProjectInfo::ProjectReloaded() {
+    if (!projectDetached && !unsentChanges) return;
+    projectDetached = false;
+    unsentChanges = false;
+    WriteToDiscIfComplete(false);
+}
+
+void CachedProjectInfo::SetCacheFolder(const IO::Location& folder) { SetField(cacheFolder, folder); }
+void CachedProjectInfo::SetLogonId(int value) { SetField<std::int32_t>(logonId, value); }
+void CachedProjectInfo::SetModelServerPath(const ZR::UniString& value) { SetField(modelServerPath, value); }
+void CachedProjectInfo::SetProjectId(const ZR::UniString& value) { SetField(projectId, value); }
+void CachedProjectInfo::SetSessionId(const ZR::UniString& value) { SetField(sessionId, value); }
+void CachedProjectInfo::SetUnsentChanges(bool value) { SetField(unsentChanges, value); }
+void CachedProjectInfo::SetUserId(const ZR::UniString& value) { SetField(userId, value); }
+void CachedProjectInfo::_SetProjectForcedOffline(bool offline) { SetField(projectForcedOffline, offline); }
+
+void CachedProjectInfo::SetPermissions(const ZR::HashSet<ZR::UniString>& value) {
+    bool equal = value.GetSize() == permissions.GetSize();
+    for (const ZR::UniString& p : permissions) {
+        if (!equal) break;
+        equal = value.Contains(p);
+    }
+    if (equal) return;
+    permissions = value;
+    WriteToDiscIfComplete(false);
+}
+
+void CachedProjectInfo::SetProjectPath(const ZR::UniString& value) {
+    if (projectPath == value) return;
+    projectPath = value;
+    projectName = KRCB::Management::GetProjectName(value);
+    WriteToDiscIfComplete(false);
+}
+
+void CachedProjectInfo::SetUserName(const ZR::UniString& value) {
+    if (userName.IsEqual(value, ZR::kIgnoreCase)) return;
+    userName = value;
+    WriteToDiscIfComplete(false);
+}
+
+bool CachedProjectInfo::IsComplete() const {
+    return !loginName.IsEmpty() && !userName.IsEmpty() && !userId.IsEmpty() && !projectPath.IsEmpty() &&
+           !projectId.IsEmpty() && !sessionId.IsEmpty() && !portalServerUrl.IsEmpty();
+}
+
+const IO::Location& CachedProjectInfo::GetCacheInfoFileLocation(IO::Location* location) const {
+    *location = cacheFolder + IO::Name(kCacheInfoFileName);
+    return *location;
+}
+
+IO::Name CachedProjectInfo::GetLocalFolderName() const {
+    IO::Name name;
+    cacheFolder.GetLastLocalName(&name);
+    return name;
+}
+
+std::uint64_t CachedProjectInfo::GetSpace_Mbyte() const {
+    std::uint64_t bytes = 0;
+    if (IO::fileSystem.CountSize(cacheFolder, &bytes) != IO::kOk) return 0;
+    return bytes >> 20;
+}
+
+void CachedProjectInfo::_GetCacheEntryList(ZR::Array<IO::Name>& entries) const {
+    entries.Add(IO::Name(kCacheInfoFileName));
+}
+
+const ProjectConnectionInfo& CachedProjectInfo::GetProjectConnectionInfo(ProjectConnectionInfo* info) const {
+    info->SetUserName(loginName);
+    info->SetRefreshToken(GetRefreshToken());
+    info->SetProjectPath(projectPath);
+    if (!portalServerUrl.IsEmpty()) info->SetServerUrl(portalServerUrl);
+    else if (!serverName.IsEmpty()) info->SetServerUrl(serverName);
+    return *info;
+}
+
+bool CachedProjectInfo::SetProjectConnectionInfo(const ProjectConnectionInfo& info) {
+    bool changed = SetProjectConnectionInfoInner(info);
+    if (changed) WriteToDiscIfComplete(false);
+    return changed;
+}
+
+void CachedProjectInfo::Refresh() {
+    try {
+        IO::Location location;
+        IO::File file(GetCacheInfoFileLocation(&location), IO::kNotFoundFail);
+        if (file.GetStatus() != IO::kOk) return;
+        std::uint64_t stamp = 0;
+        if (file.GetChangeStamp(&stamp) != IO::kOk) return;
+        // Inequality, not "newer": a file put back from elsewhere counts too.
+        if (stamp != fileStamp) ReadFromDisc(true);
+    } catch (...) {
+        // A record that can't be read now keeps what it had; the next look tries again.
+    }
+}
+
+}  // namespace KRC

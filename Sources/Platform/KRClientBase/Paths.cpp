@@ -1,0 +1,165 @@
+#include "KRCB/Paths.h"
+
+#include <cstdio>
+
+namespace KRCB {
+
+void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl, const ZR::UniString& userName,
+                          const ZR::UniString& refreshToken) {
+    location = IO::Location::ServerLocation(serverUrl, userName, refreshToken, ZR::UniString());
+}
+
+void SetProjectPath(IO::Location& location, const ZR::UniString& projectPath) {
+    if (!location.IsServer()) location = IO::Location::ServerLocation("", "", "", "");
+    location.SetResourcePath(projectPath);
+}
+
+ZR::UniString GetPortalServerUrl(const IO::Location& location) {
+    return location.IsServer() ? location.GetServerUrl() : ZR::UniString();
+}
+
+ZR::UniString GetProjectPath(const IO::Location& location) {
+    return location.IsServer() ? location.GetResourcePath() : ZR::UniString();
+}
+
+namespace {
+
+struct UrlParts {
+    std::string scheme;  // lower case, empty if none
+    std::string host;    // lower case
+    std::string port;    // empty for the scheme's default
+    std::string path;    // without trailing "/"
+};
+
+UrlParts Split(const ZR::UniString& url) {
+    std::string s = url.Std();
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.pop_back();
+    std::size_t start = s.find_first_not_of(" \t");
+    s = start == std::string::npos ? std::string() : s.substr(start);
+
+    UrlParts parts;
+    std::size_t rest = 0;
+    if (std::size_t at = s.find("://"); at != std::string::npos) {
+        parts.scheme = ZR::UniString(s.substr(0, at)).ToLowerCase().Std();
+        rest = at + 3;
+    }
+    std::size_t slash = s.find('/', rest);
+    std::string authority = s.substr(rest, slash == std::string::npos ? std::string::npos : slash - rest);
+    parts.path = slash == std::string::npos ? std::string() : s.substr(slash);
+    while (!parts.path.empty() && parts.path.back() == '/') parts.path.pop_back();
+    if (std::size_t userEnd = authority.rfind('@'); userEnd != std::string::npos) authority = authority.substr(userEnd + 1);
+    std::size_t colon = authority.rfind(':');
+    if (colon != std::string::npos && authority.find(']', colon) == std::string::npos) {
+        parts.port = authority.substr(colon + 1);
+        authority = authority.substr(0, colon);
+    }
+    parts.host = ZR::UniString(authority).ToLowerCase().Std();
+    if ((parts.scheme == "http" && parts.port == "80") || (parts.scheme == "https" && parts.port == "443"))
+        parts.port.clear();
+    return parts;
+}
+
+}  // namespace
+
+bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool strict) {
+    UrlParts pa = Split(a), pb = Split(b);
+    if (pa.host != pb.host) return false;
+    if (!strict) return true;
+    return pa.scheme == pb.scheme && pa.port == pb.port &&
+           ZR::UniString(pa.path).IsEqual(ZR::UniString(pb.path), ZR::CaseComparison::Insensitive);
+}
+
+namespace {
+bool MustEscape(unsigned char c, const ZR::UniString* extra) {
+    if (c < 0x20 || c == 0x7F) return true;
+    switch (c) {
+        case '%': case '/': case '\\': case ':': case '*': case '?': case '"': case '<': case '>': case '|':
+            return true;
+        default:
+            break;
+    }
+    return extra && c < 0x80 && extra->Std().find(static_cast<char>(c)) != std::string::npos;
+}
+
+void Escape(std::string& out, unsigned char c) {
+    char buf[4];
+    std::snprintf(buf, sizeof buf, "%%%02X", c);
+    out += buf;
+}
+}  // namespace
+
+bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded, const ZR::UniString* extraCharacters) {
+    const std::string& s = name.Std();
+    if (s.empty()) {
+        encoded = "%00";
+        return true;
+    }
+    std::string out;
+    out.reserve(s.size());
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(s[i]);
+        bool edge = (i == 0 || i + 1 == s.size()) && (c == ' ' || c == '.');
+        if (edge || MustEscape(c, extraCharacters)) Escape(out, c);
+        else out += static_cast<char>(c);
+    }
+    bool changed = out != s;
+    encoded = ZR::UniString(std::move(out));
+    return changed;
+}
+
+bool FileNameDecode(const ZR::UniString& encoded, ZR::UniString& name) {
+    const std::string& s = encoded.Std();
+    if (s == "%00") {
+        name = ZR::UniString();
+        return true;
+    }
+    std::string out;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        if (s[i] != '%') {
+            out += s[i];
+            continue;
+        }
+        if (i + 2 >= s.size()) return false;
+        auto hex = [](char c) -> int {
+            if (c >= '0' && c <= '9') return c - '0';
+            if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+            if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+            return -1;
+        };
+        int hi = hex(s[i + 1]), lo = hex(s[i + 2]);
+        if (hi < 0 || lo < 0) return false;
+        out += static_cast<char>(hi * 16 + lo);
+        i += 2;
+    }
+    name = ZR::UniString(std::move(out));
+    return true;
+}
+
+void GetProjectPathElements(const ZR::UniString& path, ZR::Array<ZR::UniString>& elements) {
+    const std::string& s = path.Std();
+    std::size_t i = 0;
+    while (i < s.size()) {
+        std::size_t j = s.find('/', i);
+        if (j == std::string::npos) j = s.size();
+        if (j > i) elements.Add(ZR::UniString(s.substr(i, j - i)));
+        i = j + 1;
+    }
+}
+
+ZR::UniString GetParentFolderPath(const ZR::UniString& path) {
+    ZR::Array<ZR::UniString> elements;
+    GetProjectPathElements(path, elements);
+    std::string out;
+    for (std::size_t i = 0; i + 1 < elements.GetSize(); ++i) out += "/" + elements[i].Std();
+    return ZR::UniString(out.empty() ? std::string("/") : out);
+}
+
+namespace Management {
+ZR::UniString GetProjectName(const ZR::UniString& projectPath) {
+    ZR::Array<ZR::UniString> elements;
+    GetProjectPathElements(projectPath, elements);
+    return elements.IsEmpty() ? ZR::UniString() : elements.GetLast();
+}
+}  // namespace Management
+
+}  // namespace KRCB
