@@ -1,1 +1,125 @@
-int main() { return 0; }
+// An example host program: starts the library on a fresh data folder, makes
+// cached project records, changes them and reads them back.
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "Kerrow/ServerInfo.h"
+#include "KRClient/CachedProjectInfo.h"
+#include "KRClient/KRClient.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
+
+namespace {
+
+// The host hears of every write and of every file failure.
+class HostObserver : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
+public:
+    void ContentWrittenToDisc(const KRC::CachedProjectInfo* info) override {
+        ++writes;
+        std::printf("    [event] CacheInfo.xml written in %s\n", info->GetLocalFolderName().GetUniString().ToCString());
+    }
+    void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
+        std::printf("    [event] file operation %d failed on %s\n", static_cast<int>(error),
+                    location.ToDisplayText().ToCString());
+    }
+    int writes = 0;
+};
+
+void Show(const char* title, const KRC::CachedProjectInfo& r) {
+    std::printf("  %s\n", title);
+    std::printf("    folder       %s\n", r.GetLocalFolderName().GetUniString().ToCString());
+    std::printf("    server       %s (%s)\n", r.GetPortalServerUrl().ToCString(), r.GetServerName().ToCString());
+    std::printf("    project      %s (name %s)\n", r.GetProjectPath().ToCString(), r.GetProjectName().ToCString());
+    std::printf("    user         %s, display name \"%s\"\n", r.GetLoginName().ToCString(), r.GetUserName_().ToCString());
+    std::printf("    visits       %u, version %s build %d, detached %s\n", r.GetVisitCount(),
+                r.GetProjectVersion().ToCString(), r.GetProjectBuildNum(), r.IsProjectDetached() ? "yes" : "no");
+    std::printf("    token stored %s\n", r.GetRefreshToken().IsEmpty() ? "no" : "yes (kept in the login data store)");
+}
+
+KRC::ProjectConnectionInfo Project(const char* server, const char* path, const char* user, const char* token) {
+    KRC::ProjectConnectionInfo info;
+    info.SetServerUrl(server);
+    info.SetProjectPath(path);
+    info.SetUserName(user);
+    info.SetRefreshToken(token);
+    return info;
+}
+
+}  // namespace
+
+int main() {
+    std::string root = (std::filesystem::temp_directory_path() / "krc-demo-XXXXXX").string();
+    if (!mkdtemp(root.data())) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    std::printf("KRClient demo host\n==================\nData folder: %s\n\n", root.c_str());
+
+    ZR::PagedArray<ZR::UniString, 8> args{ZR::UniString("BaseFolder=" + root + "/base")};
+    KRC::InitKRClient(args);
+    HostObserver observer;
+    KRC::cachedProjectInfoObserver.Attach(observer);
+    KRC::krcFileErrorEventSource.Attach(observer);
+
+    std::printf("1. The user logs in to a server; the login data store remembers it.\n");
+    {
+        KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForWriting);
+        auto info = ZR::Ref<Kerrow::PortalServer::Client::Management::ServerInfo>::Make(
+            "https://design.example.com", "Design office", 26, 3);
+        store.AddServer(info, "https://design.example.com");
+        store.Write();
+        std::printf("   server %s, version %d\n\n", store.GetServerFriendlyName("https://design.example.com").ToCString(),
+                    store.GetServerVersion("https://design.example.com"));
+    }
+
+    IO::Location main(ZR::UniString(root + "/Projects"));
+    std::printf("2. Three projects get cache folders named by the MD5 of server, path and user.\n");
+    KRC::CachedProjectInfo tower(Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
+    KRC::CachedProjectInfo school(Project("https://design.example.com", "/Public/School", "anna", "token-1"), main);
+    KRC::CachedProjectInfo again(Project("https://design.example.com", "/Housing/Tower A", "anna", ""), main);
+    std::printf("   the same key twice: %s and %s\n\n", tower.GetLocalFolderName().GetUniString().ToCString(),
+                again.GetLocalFolderName().GetUniString().ToCString());
+
+    std::printf("3. Changes outside an update bracket: one write each.\n");
+    observer.writes = 0;
+    tower.SetUserName("Anna Ärger");
+    tower.SetVisitCount(1);
+    tower.SetUserName("ANNA ÄRGER");  // equal without regard to case: no write
+    std::printf("   writes: %d\n\n", observer.writes);
+
+    std::printf("4. Changes inside an update bracket: one write at its end.\n");
+    observer.writes = 0;
+    school.BeginUpdate();
+    school.SetUserName("Anna");
+    school.SetVisitCount(5);
+    school.SetProjectVersion("26.3");
+    school.SetProjectBuildNum(4711);
+    school.ProjectDetached();
+    std::printf("   writes before EndUpdate: %d\n", observer.writes);
+    school.EndUpdate();
+    std::printf("   writes after EndUpdate: %d\n\n", observer.writes);
+
+    std::printf("5. Read back from disc.\n");
+    Show("Tower A", KRC::CachedProjectInfo(tower.GetCacheFolderLocation()));
+    Show("School", KRC::CachedProjectInfo(school.GetCacheFolderLocation()));
+
+    std::printf("\n6. Another writer changes a record; Refresh notices.\n");
+    {
+        KRC::CachedProjectInfo other(tower.GetCacheFolderLocation());
+        other.SetVisitCount(2);
+    }
+    tower.Refresh();
+    std::printf("   visits now %u\n", tower.GetVisitCount());
+
+    std::printf("\n7. A write into a folder that vanished becomes an event, not an exception.\n");
+    std::filesystem::remove_all(again.GetCacheFolderLocation().ToPath().Std());
+    again.SetVisitCount(3);
+
+    KRC::cachedProjectInfoObserver.Detach(observer);
+    KRC::krcFileErrorEventSource.Detach(observer);
+    KRC::CloseKRClient();
+    std::printf("\nDone. Inspect the files with: krctl cache show %s\n", tower.GetCacheFolderLocation().ToPath().ToCString());
+    return 0;
+}
