@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "KRCB/LoginDataStore.h"
+#include "KRClient/CachedProjectInfo.h"
+#include "KRClient/KRClientExceptions.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
+#include "KRClient/CacheInfoFileBuilder.h"
+#include "Support/LibraryTest.h"
+#include "ZR/MD5.h"
+#include "Kerrow/ServerInfo.h"
+
+namespace {
+
+using KRC::CachedProjectInfo;
+using KRC::ProjectConnectionInfo;
+
+class WriteCounter : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
+public:
+    WriteCounter() {
+        KRC::cachedProjectInfoObserver.Attach(*this);
+        KRC::krcFileErrorEventSource.Attach(*this);
+    }
+    ~WriteCounter() override {
+        KRC::cachedProjectInfoObserver.Detach(*this);
+        KRC::krcFileErrorEventSource.Detach(*this);
+    }
+    void ContentWrittenToDisc(const CachedProjectInfo*) override { ++writes; }
+    void FileOperationFailed(KRC::FileError error, const IO::Location&) override { errors.push_back(error); }
+    int writes = 0;
+    std::vector<KRC::FileError> errors;
+};
+
+ProjectConnectionInfo Info(const char* server, const char* path, const char* user, const char* token = "") {
+    ProjectConnectionInfo info;
+    info.SetServerUrl(server);
+    info.SetProjectPath(path);
+    info.SetUserName(user);
+    info.SetRefreshToken(token);
+    return info;
+}
+
+class CachedProjectInfoTest : public Test::LibraryTest {
+protected:
+    IO::Location Main() const { return IO::Location(ZR::UniString(temp.Sub("Projects"))); }
+    std::string FileOf(const CachedProjectInfo& r) const {
+        return r.GetCacheFolderLocation().ToPath().Std() + "/CacheInfo.xml";
+    }
+    // A cache folder holding a hand-written file of some data version.
+    IO::Location WriteVersion(const std::string& name, int version, std::map<std::string, std::string> values) {
+        std::filesystem::create_directories(temp.Sub(name));
+        Test::WriteFile(temp.Sub(name) + "/CacheInfo.xml", Test::BuildCacheInfoXml(version, std::move(values)));
+        return IO::Location(ZR::UniString(temp.Sub(name)));
+    }
+};
+
+TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5OfKeyAndCollisionsGetAnotherName) {
+    auto info = Info("https://srv.example", "/Folder/Tower", "anna");
+    CachedProjectInfo first(info, Main());
+    std::string md5 = MD5::Of("https://srv.example_/Folder/Tower_anna").GetAsZrString().Std();
+    EXPECT_EQ(first.GetCacheFolderLocation().ToPath().Std(), temp.Sub("Projects/" + md5));
+    EXPECT_TRUE(CachedProjectInfo::CachedProjectInfoExist(first.GetCacheFolderLocation()));
+
+    CachedProjectInfo second(info, Main());
+    EXPECT_NE(second.GetCacheFolderLocation(), first.GetCacheFolderLocation());
+    EXPECT_EQ(second.GetLocalFolderName().GetUniString().Std().rfind(md5, 0), 0u);
+
+    // A leftover folder of the name without an info file is taken over.
+    auto other = Info("https://srv.example", "/P2", "bob");
+    std::string md5b = MD5::Of("https://srv.example_/P2_bob").GetAsZrString().Std();
+    std::filesystem::create_directories(temp.Sub("Projects/" + md5b));
+    CachedProjectInfo third(other, Main());
+    EXPECT_EQ(third.GetLocalFolderName().GetUniString().Std(), md5b);
+    EXPECT_EQ(third.GetProjectName(), "");  // set only through SetProjectPath
+    EXPECT_EQ(third.GetLoginName(), "bob");
+}
+
+TEST_F(CachedProjectInfoTest, WrittenFileHasTheElementsInOrderFlatUnderCache) {
+    CachedProjectInfo record(Info("https://srv", "/A/B/Proj", "anna"), Main());
+    record.BeginUpdate();
+    record.SetPermissions({"read", "write", "admin"});
+    record.SetUserColorListString("red;green");
+    record.EndUpdate();
+
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_file(FileOf(record).c_str()));
+    pugi::xml_node root = doc.document_element();
+    EXPECT_STREQ(root.name(), "Cache");
+    std::vector<std::string> names;
+    for (pugi::xml_node n : root.children()) {
+        names.emplace_back(n.name());
+        EXPECT_FALSE(n.first_child().type() == pugi::node_element) << n.name() << " is nested";
+    }
+    std::vector<std::string> expected;
+    for (const auto& e : Test::CacheElements()) {
+        if (std::string(e.name) == "Permission") expected.insert(expected.end(), 3, "Permission");
+        else expected.emplace_back(e.name);
+    }
+    EXPECT_EQ(names, expected);
+    EXPECT_STREQ(root.child_value("DataVersion"), "10");
+    EXPECT_STREQ(root.child_value("PermissionCount"), "3");
+    // The name is derived from the path when the field is empty.
+    EXPECT_STREQ(root.child_value("ProjectName"), "Proj");
+    CachedProjectInfo back(record.GetCacheFolderLocation());
+    EXPECT_EQ(back.GetProjectName(), "Proj");
+    EXPECT_EQ(back.GetPermissions().GetSize(), 3u);
+    EXPECT_EQ(back.GetUserColorListString(), "red;green");
+}
+
+TEST_F(CachedProjectInfoTest, SettersWriteOnlyOnChangeAndBracketsWriteOnce) {
+    CachedProjectInfo record(Info("https://srv", "/P", "anna"), Main());
+    WriteCounter counter;
+
+    record.SetVisitCount(0);
+    record.SetUserName("");
+    EXPECT_EQ(counter.writes, 0);
+
+    record.SetUserName("ärger");
+    EXPECT_EQ(counter.writes, 1);
+    record.SetUserName("ÄRGER");  // equal without regard to case, beyond ASCII
+    EXPECT_EQ(counter.writes, 1);
+    EXPECT_EQ(record.GetUserName_(), "ärger");
+
+    record.SetProjectPath("/P/Q");
+    EXPECT_EQ(record.GetProjectName(), "Q");
+    EXPECT_EQ(counter.writes, 2);
+
+    record.SetPermissions({"a", "b"});
+    record.SetPermissions({"b", "a"});  // same set, other order
+    EXPECT_EQ(counter.writes, 3);
+
+    record.BeginUpdate();
+    record.BeginUpdate();  // doesn't nest
+    record.SetVisitCount(3);
+    record.SetProjectVersion("26.1");
+    record.SetProjectBuildNum(77);
+    EXPECT_EQ(counter.writes, 3);
+    EXPECT_TRUE(record.HasWritePending());
+    record.EndUpdate();
+    EXPECT_EQ(counter.writes, 4);
+    EXPECT_FALSE(record.IsUpdating());
+
+    record.BeginUpdate();
+    record.EndUpdate();
+    EXPECT_EQ(counter.writes, 4);
+
+    record.ProjectReloaded();  // neither flag set
+    EXPECT_EQ(counter.writes, 4);
+    record.ProjectDetached();
+    record.ProjectReloaded();
+    EXPECT_EQ(counter.writes, 6);
+    EXPECT_FALSE(record.IsProjectDetached());
+
+    record.BeginUpdate();
+    record.SetVisitCount(4);
+    record.WriteToDisc();  // forced: writes inside the update, which stays open
+    EXPECT_EQ(counter.writes, 7);
+    EXPECT_TRUE(record.IsUpdating());
+    EXPECT_FALSE(record.HasWritePending());
+    record.EndUpdate();
+    EXPECT_EQ(counter.writes, 7);
+
+    {
+        CachedProjectInfo copy(record);
+        copy.BeginUpdate();
+        copy.SetVisitCount(9);
+    }  // an abandoned update with a pending write is written by the destructor
+    EXPECT_EQ(counter.writes, 8);
+    EXPECT_EQ(CachedProjectInfo(record.GetCacheFolderLocation()).GetVisitCount(), 9u);
+}
+
+TEST_F(CachedProjectInfoTest, ReadsEveryDataVersionWithTheDefaultsOfOlderOnes) {
+    std::map<std::string, std::string> values = {
+        {"LoginName", "anna"}, {"UserName", "Anna A"}, {"UserId", "u1"}, {"ProjectPath", "/F/Tower"},
+        {"ProjectName", "Tower"}, {"ServerName", "Main"}, {"PortalServerUrl", "https://srv"},
+        {"ModelServerName", "ms1"}, {"SessionId", "s1"}, {"ProjectId", "p1"}, {"PermissionCount", "2"},
+        {"Permission", "read\nwrite"}, {"VisitCount", "5"}, {"ProjectVersion", "26.0"}, {"ProjectBuild", "12"},
+        {"LastOpenProjectTime", "1000"}, {"UserColorList", "c"}, {"ColorMode", "2"}, {"Port", "5050"}};
+
+    for (int version : {0, 2, 4, 5, 6, 7, 8, 9, 10, 11}) {
+        SCOPED_TRACE(version);
+        CachedProjectInfo r(WriteVersion("v" + std::to_string(version), version, values));
+        EXPECT_EQ(r.GetXMLVersion(), version);
+        EXPECT_EQ(r.GetLoginName(), version >= 1 ? "anna" : "");
+        EXPECT_EQ(r.GetUserId(), "u1");
+        EXPECT_EQ(r.GetProjectPath(), version >= 8 ? "/F/Tower" : "Tower");
+        EXPECT_EQ(r.GetPortalServerUrl(), version >= 8 ? "https://srv" : "");
+        EXPECT_EQ(r.GetModelServerPath(), version >= 10 ? "ms1" : "");
+        EXPECT_EQ(r.GetVisitCount(), version >= 7 ? 5u : 0u);
+        EXPECT_EQ(r.GetColorMode(), version >= 2 ? 2 : 0);
+        EXPECT_EQ(r.GetPort(), 5050);
+        EXPECT_EQ(r.GetPermissions().GetSize(), 2u);
+        const char* projectVersion = version >= 6 ? "26.0" : version == 5 ? "14.0.0.0 (C-107)" : "13.0.0.0";
+        EXPECT_EQ(r.GetProjectVersion(), projectVersion);
+        EXPECT_EQ(r.GetProjectBuildNum(), version >= 6 ? 12 : 0);
+        if (version <= 10) {
+            EXPECT_NE(r.GetModificationTime(), 0);
+            // Files without the element take the file's time as the last opening.
+            EXPECT_EQ(r.GetLastOpenProjectTime(), version >= 5 ? 1000 : r.GetModificationTime());
+        } else {
+            EXPECT_EQ(r.GetModificationTime(), 0);  // a newer writer's file is read again at the next refresh
+        }
+        EXPECT_FALSE(r.IsComplete() && version < 8);
+    }
+}
+
+TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
+    std::map<std::string, std::string> values = {{"LoginName", "anna"}, {"UserName", "A"}, {"ProjectPath", "/P"},
+                                                 {"PermissionCount", "3"}, {"Permission", "read"}};
+    IO::Location bad = WriteVersion("bad", 10, values);
+    EXPECT_THROW(CachedProjectInfo{bad}, KRC::ErrorReadingFile);
+    EXPECT_THROW(CachedProjectInfo{IO::Location(ZR::UniString(temp.Sub("missing")))}, KRC::FileOpeningError);
+
+    values["PermissionCount"] = "0";
+    values.erase("Permission");
+    CachedProjectInfo good(WriteVersion("good", 10, values));
+    EXPECT_TRUE(good.GetPermissions().IsEmpty());
+    EXPECT_FALSE(good.IsComplete());  // no user id, session, ...
+
+    // Refresh of a file that turned bad keeps what was read.
+    Test::WriteFile(temp.Sub("good/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion><LoginName>x");
+    good.Refresh();
+    EXPECT_EQ(good.GetLoginName(), "anna");
+}
+
+TEST_F(CachedProjectInfoTest, FailedWriteIsAnEventAndStillReachesObservers) {
+    CachedProjectInfo record(Info("https://srv", "/P", "anna"), Main());
+    std::filesystem::remove_all(record.GetCacheFolderLocation().ToPath().Std());
+    WriteCounter counter;
+    record.SetVisitCount(4);
+    EXPECT_EQ(counter.writes, 1);
+    ASSERT_EQ(counter.errors.size(), 1u);
+    EXPECT_EQ(counter.errors[0], KRC::FileOpeningFailed);
+    EXPECT_EQ(record.GetVisitCount(), 4u);
+    EXPECT_NE(log.GetText().find("InfoXMLsOChannel::Open file creation failed: "), std::string::npos);
+}
+
+TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {
+    CachedProjectInfo mine(Info("https://srv", "/P", "anna"), Main());
+    CachedProjectInfo theirs(mine.GetCacheFolderLocation());
+    for (unsigned int i = 1; i <= 3; ++i) {
+        theirs.SetVisitCount(i);
+        mine.Refresh();
+        EXPECT_EQ(mine.GetVisitCount(), i);
+    }
+}
+
+TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) {
+    CachedProjectInfo record(Info("https://srv", "/P", "anna", "tok-1"), Main());
+    EXPECT_EQ(record.GetRefreshToken(), "");  // unknown server: dropped
+
+    {
+        KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForWriting);
+        auto serverInfo = ZR::Ref<Kerrow::PortalServer::Client::Management::ServerInfo>::Make();
+        serverInfo->uniqueURL = "https://srv";
+        serverInfo->friendlyName = "Main office";
+        store.AddServer(serverInfo, "https://srv");
+        ASSERT_TRUE(store.Write());
+    }
+    record.SetRefreshToken("tok-2");
+    EXPECT_EQ(record.GetRefreshToken(), "tok-2");
+    KRC::UI::Login::UILoginDataStore reader(KRC::UI::Login::UILoginDataStore::ForReading);
+    EXPECT_EQ(reader.GetUserFullName("https://srv", "anna"), "");
+
+    // A new record on a known server takes its friendly name; no token reaches its file.
+    CachedProjectInfo second(Info("https://srv", "/Q", "bob", "secret-token"), Main());
+    EXPECT_EQ(second.GetServerName(), "Main office");
+    EXPECT_EQ(second.GetRefreshToken(), "secret-token");
+    EXPECT_EQ(Test::ReadFile(FileOf(second)).find("secret-token"), std::string::npos);
+
+    ProjectConnectionInfo out;
+    second.GetProjectConnectionInfo(&out);
+    EXPECT_EQ(out, Info("https://srv", "/Q", "bob", "secret-token"));
+}
+
+TEST(ProjectConnectionInfoTest, LocationRoundTripAndEquality) {
+    ProjectConnectionInfo info = Info("https://Srv:8443/x", "/A folder/Pröject@1", "anna@corp", "t:o/k%en");
+    info.SetLockedState(true);
+    IO::Location location;
+    info.ToKerrowLocation(&location);
+    ProjectConnectionInfo back(location);
+    EXPECT_FALSE(back.GetLockedState());  // not carried by a location
+    back.SetLockedState(true);
+    EXPECT_EQ(back, info);
+    EXPECT_EQ(location.ToDisplayText().Std().find("t:o/k%en"), std::string::npos);
+
+    ProjectConnectionInfo upper = info;
+    upper.SetServerUrl("HTTPS://SRV:8443/X");
+    upper.SetUserName("ANNA@CORP");
+    EXPECT_EQ(upper, info);
+    upper.SetProjectPath("/A FOLDER/Pröject@1");
+    EXPECT_NE(upper, info);
+
+    ProjectConnectionInfo noToken = Info("s", "/p", "u");
+    EXPECT_TRUE(noToken.IsComplete());
+    noToken.SetUserName("");
+    EXPECT_FALSE(noToken.IsCompleteForKerrowLocation());
+}
+
+}  // namespace

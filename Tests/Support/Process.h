@@ -1,0 +1,44 @@
+#pragma once
+// Real processes for tests: run a program to its end, or start one and keep
+// a handle on it.
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace Test {
+
+struct ProcessResult {
+    int exitCode = -1;  // -1 if it died by a signal
+    std::string out;
+    std::string err;
+};
+
+// Runs argv[0] with the arguments, standard input closed, and collects both outputs.
+ProcessResult RunProcess(const std::vector<std::string>& argv);
+
+// A started process; its standard output is readable line by line.
+class ChildProcess {
+public:
+    explicit ChildProcess(const std::vector<std::string>& argv);
+    ~ChildProcess();  // kills a process still running
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    pid_t Pid() const { return mPid; }
+    // Blocks for the next line of standard output; false at its end.
+    bool ReadLine(std::string* line);
+    void Kill(int signal);
+    // Waits for the end; the exit code, or -1 after a signal.
+    int Wait();
+
+private:
+    pid_t mPid = -1;
+    int mOut = -1;
+    std::string mBuffer;
+    bool mWaited = false;
+    int mExit = -1;
+};
+
+}  // namespace Test
