@@ -21,8 +21,8 @@ public:
         std::printf("    [event] CacheInfo.xml written in %s\n", info->GetLocalFolderName().GetUniString().ToCString());
     }
     void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
-        std::printf("    [event] file operation %d failed on %s\n", static_cast<int>(error),
-                    location.ToDisplayText().ToCString());
+        static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
+        std::printf("    [event] %s %s\n", kWhat[error], location.ToDisplayText().ToCString());
     }
     int writes = 0;
 };
@@ -34,7 +34,7 @@ void Show(const char* title, const KRC::CachedProjectInfo& r) {
     std::printf("    project      %s (name %s)\n", r.GetProjectPath().ToCString(), r.GetProjectName().ToCString());
     std::printf("    user         %s, display name \"%s\"\n", r.GetLoginName().ToCString(), r.GetUserName_().ToCString());
     std::printf("    visits       %u, version %s build %d, detached %s\n", r.GetVisitCount(),
-                r.GetProjectVersion().ToCString(), r.GetProjectBuildNum(), r.IsProjectDetached() ? "yes" : "no");
+                r.GetProjectVersion().IsEmpty() ? "(none)" : r.GetProjectVersion().ToCString(), r.GetProjectBuildNum(), r.IsProjectDetached() ? "yes" : "no");
     std::printf("    token stored %s\n", r.GetRefreshToken().IsEmpty() ? "no" : "yes (kept in the login data store)");
 }
 
@@ -78,7 +78,7 @@ int main() {
     std::printf("2. Three projects get cache folders named by the MD5 of server, path and user.\n");
     KRC::CachedProjectInfo tower(Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
     KRC::CachedProjectInfo school(Project("https://design.example.com", "/Public/School", "anna", "token-1"), main);
-    KRC::CachedProjectInfo again(Project("https://design.example.com", "/Housing/Tower A", "anna", ""), main);
+    KRC::CachedProjectInfo again(Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
     std::printf("   the same key twice: %s and %s\n\n", tower.GetLocalFolderName().GetUniString().ToCString(),
                 again.GetLocalFolderName().GetUniString().ToCString());
 

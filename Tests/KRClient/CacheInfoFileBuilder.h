@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace Test {
+namespace krtest {
 
 struct CacheElement {
     const char* name;
@@ -57,4 +57,4 @@ inline std::string BuildCacheInfoXml(int version, std::map<std::string, std::str
     return xml + "</Cache>\n";
 }
 
-}  // namespace Test
+}  // namespace krtest

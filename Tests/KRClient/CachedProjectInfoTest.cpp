@@ -43,7 +43,7 @@ ProjectConnectionInfo Info(const char* server, const char* path, const char* use
     return info;
 }
 
-class CachedProjectInfoTest : public Test::LibraryTest {
+class CachedProjectInfoTest : public krtest::LibraryTest {
 protected:
     IO::Location Main() const { return IO::Location(ZR::UniString(temp.Sub("Projects"))); }
     std::string FileOf(const CachedProjectInfo& r) const {
@@ -52,7 +52,7 @@ protected:
     // A cache folder holding a hand-written file of some data version.
     IO::Location WriteVersion(const std::string& name, int version, std::map<std::string, std::string> values) {
         std::filesystem::create_directories(temp.Sub(name));
-        Test::WriteFile(temp.Sub(name) + "/CacheInfo.xml", Test::BuildCacheInfoXml(version, std::move(values)));
+        krtest::WriteFile(temp.Sub(name) + "/CacheInfo.xml", krtest::BuildCacheInfoXml(version, std::move(values)));
         return IO::Location(ZR::UniString(temp.Sub(name)));
     }
 };
@@ -95,7 +95,7 @@ TEST_F(CachedProjectInfoTest, WrittenFileHasTheElementsInOrderFlatUnderCache) {
         EXPECT_FALSE(n.first_child().type() == pugi::node_element) << n.name() << " is nested";
     }
     std::vector<std::string> expected;
-    for (const auto& e : Test::CacheElements()) {
+    for (const auto& e : krtest::CacheElements()) {
         if (std::string(e.name) == "Permission") expected.insert(expected.end(), 3, "Permission");
         else expected.emplace_back(e.name);
     }
@@ -221,7 +221,7 @@ TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
     EXPECT_FALSE(good.IsComplete());  // no user id, session, ...
 
     // Refresh of a file that turned bad keeps what was read.
-    Test::WriteFile(temp.Sub("good/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion><LoginName>x");
+    krtest::WriteFile(temp.Sub("good/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion><LoginName>x");
     good.Refresh();
     EXPECT_EQ(good.GetLoginName(), "anna");
 }
@@ -269,7 +269,7 @@ TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) 
     CachedProjectInfo second(Info("https://srv", "/Q", "bob", "secret-token"), Main());
     EXPECT_EQ(second.GetServerName(), "Main office");
     EXPECT_EQ(second.GetRefreshToken(), "secret-token");
-    EXPECT_EQ(Test::ReadFile(FileOf(second)).find("secret-token"), std::string::npos);
+    EXPECT_EQ(krtest::ReadFile(FileOf(second)).find("secret-token"), std::string::npos);
 
     ProjectConnectionInfo out;
     second.GetProjectConnectionInfo(&out);

@@ -63,8 +63,8 @@ TEST(FrameTest, FileFailuresAtTheEdgeBecomeEvents) {
 }
 
 TEST(FrameTest, StartResultSwitchesTheCachedProjectCheck) {
-    Test::TempFolder temp;
-    Test::WriteFile(temp.Sub("not-a-folder"), "x");
+    krtest::TempFolder temp;
+    krtest::WriteFile(temp.Sub("not-a-folder"), "x");
     ZR::PagedArray<ZR::UniString, 8> bad{ZR::UniString("BaseFolder=" + temp.Sub("not-a-folder"))};
     KRC::InitKRClient(bad);
     EXPECT_FALSE(KRC::UI::CachedProjectCheckTask::IsEnabled());

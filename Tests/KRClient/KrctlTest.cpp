@@ -17,16 +17,16 @@ using Json = nlohmann::ordered_json;
 
 class KrctlTest : public ::testing::Test {
 protected:
-    Test::ProcessResult Run(std::vector<std::string> args) {
+    krtest::ProcessResult Run(std::vector<std::string> args) const {
         std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"), "--log-file", temp.Sub("run.log")};
         argv.insert(argv.end(), args.begin(), args.end());
-        return Test::RunProcess(argv);
+        return krtest::RunProcess(argv);
     }
     std::string Trim(std::string s) {
         while (!s.empty() && s.back() == '\n') s.pop_back();
         return s;
     }
-    Test::TempFolder temp;
+    krtest::TempFolder temp;
 };
 
 TEST_F(KrctlTest, CreateNamesFolderByMd5AndShowReadsItBack) {
@@ -51,8 +51,8 @@ TEST_F(KrctlTest, CreateNamesFolderByMd5AndShowReadsItBack) {
     EXPECT_GT(j["modificationTime"].get<int>(), 0);
 
     // The token given on the command line is nowhere but in the login data.
-    for (const std::string& text : {r.out, r.err, show.out, Test::ReadFile(temp.Sub("run.log")),
-                                    Test::ReadFile(Trim(r.out) + "/CacheInfo.xml")})
+    for (const std::string& text : {r.out, r.err, show.out, krtest::ReadFile(temp.Sub("run.log")),
+                                    krtest::ReadFile(Trim(r.out) + "/CacheInfo.xml")})
         EXPECT_EQ(text.find("SECRET-123"), std::string::npos);
 }
 
@@ -61,8 +61,8 @@ TEST_F(KrctlTest, ShowReadsOlderDataVersions) {
         SCOPED_TRACE(version);
         std::string folder = temp.Sub("v" + std::to_string(version));
         std::filesystem::create_directories(folder);
-        Test::WriteFile(folder + "/CacheInfo.xml",
-                        Test::BuildCacheInfoXml(version, {{"LoginName", "anna"}, {"ProjectName", "Tower"},
+        krtest::WriteFile(folder + "/CacheInfo.xml",
+                        krtest::BuildCacheInfoXml(version, {{"LoginName", "anna"}, {"ProjectName", "Tower"},
                                                           {"ProjectPath", "/F/Tower"}, {"VisitCount", "3"}}));
         auto show = Run({"--json", "cache", "show", folder});
         ASSERT_EQ(show.exitCode, 0) << show.err;
@@ -79,7 +79,7 @@ TEST_F(KrctlTest, SetOfAnEqualUserNameLeavesTheFileUntouched) {
     auto r = Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "s", "--path", "/p", "--user", "u"});
     std::string folder = Trim(r.out);
     ASSERT_EQ(Run({"cache", "set", folder, "userName", "ärger"}).exitCode, 0);
-    std::string before = Test::ReadFile(folder + "/CacheInfo.xml");
+    std::string before = krtest::ReadFile(folder + "/CacheInfo.xml");
     struct stat st1 {};
     stat((folder + "/CacheInfo.xml").c_str(), &st1);
 
@@ -90,10 +90,10 @@ TEST_F(KrctlTest, SetOfAnEqualUserNameLeavesTheFileUntouched) {
     stat((folder + "/CacheInfo.xml").c_str(), &st2);
     EXPECT_EQ(st1.st_ino, st2.st_ino);
     EXPECT_EQ(st1.st_mtim.tv_nsec, st2.st_mtim.tv_nsec);
-    EXPECT_EQ(Test::ReadFile(folder + "/CacheInfo.xml"), before);
+    EXPECT_EQ(krtest::ReadFile(folder + "/CacheInfo.xml"), before);
 
     EXPECT_EQ(Run({"cache", "set", folder, "visitCount", "7"}).exitCode, 0);
-    EXPECT_NE(Test::ReadFile(folder + "/CacheInfo.xml").find("<VisitCount>7</VisitCount>"), std::string::npos);
+    EXPECT_NE(krtest::ReadFile(folder + "/CacheInfo.xml").find("<VisitCount>7</VisitCount>"), std::string::npos);
 }
 
 TEST_F(KrctlTest, BadArgumentsGiveOneLineAndNonZeroExit) {
@@ -118,7 +118,7 @@ TEST_F(KrctlTest, LoginDataFileIsPrivateAndHoldsNoTokenInOutput) {
     auto list = Run({"--json", "login", "list"});
     ASSERT_EQ(list.exitCode, 0) << list.err;
     EXPECT_EQ(list.out.find("TOKEN-XYZ"), std::string::npos);
-    EXPECT_EQ(Test::ReadFile(temp.Sub("run.log")).find("TOKEN-XYZ"), std::string::npos);
+    EXPECT_EQ(krtest::ReadFile(temp.Sub("run.log")).find("TOKEN-XYZ"), std::string::npos);
 
     bool found = false;
     for (const auto& entry : std::filesystem::directory_iterator(temp.Sub("base"))) {

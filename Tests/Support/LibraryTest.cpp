@@ -3,7 +3,7 @@
 #include "KRCB/LoginDataStore.h"
 #include "KRClient/KRClient.h"
 
-namespace Test {
+namespace krtest {
 
 void LibraryTest::SetUp() {
     ZR::logger.AddSink(&log);
@@ -21,4 +21,4 @@ void LibraryTest::TearDown() {
     ZR::logger.RemoveSink(&log);
 }
 
-}  // namespace Test
+}  // namespace krtest

@@ -9,7 +9,7 @@
 #include "Support/TempFolder.h"
 #include "ZR/Logger.h"
 
-namespace Test {
+namespace krtest {
 
 class LibraryTest : public ::testing::Test {
 protected:
@@ -22,4 +22,4 @@ protected:
     ZR::CaptureLogSink log;
 };
 
-}  // namespace Test
+}  // namespace krtest

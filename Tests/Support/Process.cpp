@@ -11,7 +11,7 @@
 
 extern char** environ;
 
-namespace Test {
+namespace krtest {
 namespace {
 
 pid_t Spawn(const std::vector<std::string>& argv, int outFd, int errFd) {
@@ -106,4 +106,4 @@ int ChildProcess::Wait() {
     return mExit;
 }
 
-}  // namespace Test
+}  // namespace krtest

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace Test {
+namespace krtest {
 
 struct ProcessResult {
     int exitCode = -1;  // -1 if it died by a signal
@@ -41,4 +41,4 @@ private:
     int mExit = -1;
 };
 
-}  // namespace Test
+}  // namespace krtest

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace Test {
+namespace krtest {
 
 TempFolder::TempFolder() {
     std::string base = std::filesystem::temp_directory_path().string() + "/krc-test-XXXXXX";
@@ -38,4 +38,4 @@ void WriteFile(const std::string& path, const std::string& content) {
 
 bool Exists(const std::string& path) { return std::filesystem::exists(path); }
 
-}  // namespace Test
+}  // namespace krtest

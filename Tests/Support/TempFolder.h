@@ -5,7 +5,7 @@
 
 #include "IO/Location.h"
 
-namespace Test {
+namespace krtest {
 
 class TempFolder {
 public:
@@ -27,4 +27,7 @@ std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 bool Exists(const std::string& path);
 
-}  // namespace Test
+}  // namespace krtest
+
+// Older spelling; inside a GoogleTest fixture "Test::" names testing::Test, so prefer krtest::.
+namespace Test = krtest;

@@ -138,7 +138,7 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
 int Show(const GlobalOptions& options, std::vector<std::string> args) {
     if (args.size() != 1) throw UsageError("cache show needs exactly one CACHE_FOLDER");
     try {
-        KRC::CachedProjectInfo record(IO::Location(ZR::UniString(args[0])));
+        KRC::CachedProjectInfo record{IO::Location(ZR::UniString(args[0]))};
         Json json = RecordToJson(record);
         if (options.json) std::printf("%s\n", json.dump(2).c_str());
         else PrintRecord(json);

@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
     GlobalOptions options;
     std::unique_ptr<ZR::FileLogSink> logSink;
     try {
-        if (args.empty() || TakeFlag(args, "--help") || TakeFlag(args, "-h")) {
+        if (args.empty() || args.front() == "--help" || args.front() == "-h") {
             std::fputs(kUsage, args.empty() ? stderr : stdout);
             return args.empty() ? 2 : 0;
         }
