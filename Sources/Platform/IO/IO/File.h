@@ -39,6 +39,7 @@ public:
     // second: a mix of modification and change times, inode and size.
     int GetChangeStamp(std::uint64_t* stamp) const;
 
+    // Answers kErrInUse on a File that is already open.
     int Open(int openMode, int accessDenied = 0);
     int Close();
     bool IsOpen() const { return mFd >= 0; }
@@ -87,13 +88,18 @@ class FileSystem {
 public:
     int Contains(const Location& location, bool* contains) const;
     int CountSize(const Location& location, std::uint64_t* bytes) const;
-    int CreateFolderTree(const Location& location) const;
+    // Makes the folder and any missing parents (mode before the umask); 0 if
+    // it exists already, kErrNotAFolder if a file is in the way.
+    int CreateFolderTree(const Location& location, unsigned int mode = 0777) const;
+    // A folder goes with all it holds, except held files: those stay and the
+    // answer is kErrInUse. dataSafety and accessDenied are not used.
     int Delete(const Location& location, int dataSafety, int accessDenied) const;
+    // Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or ~/.local/share).
     int GetSpecialLocation(int which, Location* location) const;
 
     // Stored files: written to a temporary file in the same folder, flushed
     // and renamed over the old one, so a crash leaves the old or the new file.
-    // mode applies to a new file; an existing file keeps its permissions.
+    // mode applies, as given, to a new file; an existing file keeps its permissions.
     int WriteFileAtomically(const Location& location, const std::string& data, unsigned int mode = 0644) const;
     int ReadWholeFile(const Location& location, std::string* data) const;
 };

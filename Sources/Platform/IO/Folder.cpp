@@ -1,0 +1,125 @@
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "IO/File.h"
+#include "Posix.h"
+
+namespace IO {
+namespace {
+
+struct Entry {
+    std::string name;
+    unsigned char type;  // d_type, DT_UNKNOWN if the file system does not tell
+};
+
+int ReadEntries(const std::string& path, std::vector<Entry>* entries) {
+    DIR* dir = opendir(path.c_str());
+    if (!dir) return StatusFromErrno(errno);
+    while (dirent* entry = readdir(dir)) {
+        std::string name = entry->d_name;
+        if (name != "." && name != "..") entries->push_back({std::move(name), entry->d_type});
+    }
+    closedir(dir);
+    return kOk;
+}
+
+bool IsFolderEntry(const std::string& folder, const Entry& entry, bool followLink) {
+    if (entry.type == DT_DIR) return true;
+    if (entry.type != DT_UNKNOWN && !(followLink && entry.type == DT_LNK)) return false;
+    struct stat st;
+    std::string path = folder + "/" + entry.name;
+    if ((followLink ? stat(path.c_str(), &st) : lstat(path.c_str(), &st)) != 0) return false;
+    return S_ISDIR(st.st_mode);
+}
+
+std::string Child(const std::string& folder, const std::string& name) {
+    return folder == "/" ? folder + name : folder + "/" + name;
+}
+
+}  // namespace
+
+Folder::Folder(const Location& location, int onNotFound) : mLocation(location) {
+    std::string path;
+    if (!Posix::LocalPath(mLocation, &path)) {
+        mStatus = kErrBadLocation;
+        return;
+    }
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0) {
+        mStatus = S_ISDIR(st.st_mode) ? kOk : kErrNotAFolder;
+        return;
+    }
+    if (errno != ENOENT) {
+        mStatus = StatusFromErrno(errno);
+        return;
+    }
+    mStatus = onNotFound == kNotFoundCreate ? fileSystem.CreateFolderTree(mLocation) : kErrNotFound;
+}
+
+int Folder::Contains(const Name& name, bool* contains) const {
+    *contains = false;
+    if (mStatus != kOk) return mStatus;
+    if (int status = Posix::CheckEntryName(name); status != kOk) return status;
+    struct stat st;
+    if (lstat(Child(mLocation.ToPath().Std(), name.ToString().Std()).c_str(), &st) == 0) {
+        *contains = true;
+        return kOk;
+    }
+    return errno == ENOENT ? kOk : StatusFromErrno(errno);
+}
+
+bool Folder::IsEmpty() const {
+    std::vector<Entry> entries;
+    if (mStatus != kOk || ReadEntries(mLocation.ToPath().Std(), &entries) != kOk) return true;
+    return entries.empty();
+}
+
+std::size_t Folder::CountFolders() const {
+    std::vector<Entry> entries;
+    if (mStatus != kOk) return 0;
+    const std::string path = mLocation.ToPath().Std();
+    if (ReadEntries(path, &entries) != kOk) return 0;
+    return static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(),
+                                                  [&](const Entry& e) { return IsFolderEntry(path, e, false); }));
+}
+
+int Folder::Enumerate(EnumCallback callback, int linkProcessing, int /*flags*/, void* argument) const {
+    if (mStatus != kOk) return mStatus;
+    const std::string path = mLocation.ToPath().Std();
+    std::vector<Entry> entries;
+    if (int status = ReadEntries(path, &entries); status != kOk) return status;
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    for (const Entry& entry : entries) {
+        bool isFolder = IsFolderEntry(path, entry, linkProcessing == 1);
+        if (!callback(*this, Name(ZR::UniString(entry.name)), isFolder, argument)) break;
+    }
+    return kOk;
+}
+
+int Folder::Delete(const Name& name, int /*dataSafety*/, int /*accessDenied*/) const {
+    if (mStatus != kOk) return mStatus;
+    if (int status = Posix::CheckEntryName(name); status != kOk) return status;
+    return Posix::DeleteEntry(Child(mLocation.ToPath().Std(), name.ToString().Std()));
+}
+
+int Folder::GenerateUnusedName(Name* name, const ZR::UniString& base, const ZR::UniString& extension) const {
+    if (mStatus != kOk) return mStatus;
+    for (unsigned long n = 0;; ++n) {
+        ZR::UniString candidate = base;
+        if (n > 0) candidate += ZR::UniString("-" + std::to_string(n));
+        candidate += extension;
+        bool present = false;
+        if (int status = Contains(Name(candidate), &present); status != kOk) return status;
+        if (!present) {
+            *name = Name(candidate);
+            return kOk;
+        }
+    }
+}
+
+}  // namespace IO

@@ -1,0 +1,34 @@
+#pragma once
+// The narrow layer between the file classes and the operating system. Not
+// part of the public interface of IO.
+
+#include <cstddef>
+#include <string>
+
+#include "IO/Location.h"
+
+namespace IO::Posix {
+
+// The path of a local location; false for an empty or server location.
+bool LocalPath(const Location& location, std::string* path);
+
+// A name that may stand for one entry of a folder: not empty, no '/', not "." or "..".
+int CheckEntryName(const Name& name);
+
+// Takes an open-file-description lock of the whole file without waiting.
+// Answers kErrInUse if another open file description holds a conflicting one.
+int TryLock(int fd, short type);
+
+// True if path still names the file open at fd.
+bool SameFile(int fd, const std::string& path, bool followLink);
+
+int ReadAll(int fd, std::string* data);
+int WriteAll(int fd, const void* data, std::size_t length);
+void CloseFd(int fd);
+
+// Removes a file, link or folder tree. A regular file held by an open file
+// description elsewhere is left in place and the answer is kErrInUse; the
+// rest of a tree is still removed.
+int DeleteEntry(const std::string& path);
+
+}  // namespace IO::Posix
