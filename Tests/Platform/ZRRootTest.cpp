@@ -1,1 +1,182 @@
 #include <gtest/gtest.h>
+
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZR/Containers.h"
+#include "ZR/EventSource.h"
+#include "ZR/Exceptions.h"
+#include "ZR/Logger.h"
+#include "ZR/MD5.h"
+#include "ZR/Ref.h"
+#include "ZR/Thread.h"
+#include "ZR/UniString.h"
+
+using ZR::UniString;
+
+TEST(UniString, CaseInsensitiveBeyondAscii) {
+    EXPECT_TRUE(UniString("ÄRGER").IsEqual("ärger", ZR::kIgnoreCase));
+    EXPECT_FALSE(UniString("ÄRGER").IsEqual("ärger"));
+    EXPECT_TRUE(UniString("Σ").IsEqual("σ", ZR::kIgnoreCase));
+    EXPECT_TRUE(UniString("σ").IsEqual("ς", ZR::kIgnoreCase));
+    EXPECT_TRUE(UniString("straße").IsEqual("STRASSE", ZR::kIgnoreCase));
+    EXPECT_FALSE(UniString("straße").IsEqual("STRASE", ZR::kIgnoreCase));
+    EXPECT_TRUE(UniString("MiXeD").IsEqual("mixed", ZR::kIgnoreCase));
+
+    EXPECT_EQ(UniString("ärger").Compare("ÄRGER", ZR::kIgnoreCase), 1);
+    EXPECT_EQ(UniString("ä").Compare("B", ZR::kIgnoreCase), 2);  // folded bytes, not the ASCII order of the letter
+    EXPECT_EQ(UniString("a").Compare("B", ZR::kIgnoreCase), 0);
+    EXPECT_EQ(UniString("a").Compare("B"), 2);
+    EXPECT_EQ(UniString("ÄRGER").ToLowerCase(), "ärger");
+
+    UniString s("abcabc");
+    EXPECT_EQ(s.FindFirst("bc"), 1u);
+    EXPECT_EQ(s.FindFirst("bc", 2), 4u);
+    EXPECT_EQ(s.FindFirst("x"), UniString::npos);
+}
+
+TEST(Containers, InsertionOrderSurvivesAddAndRemove) {
+    ZR::HashTable<std::string, int> table;
+    EXPECT_TRUE(table.Add("c", 1));
+    EXPECT_TRUE(table.Add("a", 2));
+    EXPECT_TRUE(table.Add("b", 3));
+    EXPECT_FALSE(table.Add("a", 99));
+    EXPECT_EQ(*table.Find("a"), 2);
+    EXPECT_TRUE(table.Remove("a"));
+    EXPECT_TRUE(table.Add("a", 4));
+    std::vector<std::string> keys;
+    for (const auto& e : table) keys.push_back(e.first + std::to_string(e.second));
+    EXPECT_EQ(keys, (std::vector<std::string>{"c1", "b3", "a4"}));
+
+    ZR::HashSet<std::string> set{"z", "y", "x"};
+    EXPECT_FALSE(set.Add("y"));
+    EXPECT_TRUE(set.Remove("y"));
+    EXPECT_EQ(std::vector<std::string>(set.begin(), set.end()), (std::vector<std::string>{"z", "x"}));
+}
+
+TEST(Exceptions, NullReferenceAndCauseChain) {
+    ZR::Ref<int> empty;
+    try {
+        (void)*empty;
+        FAIL() << "no exception";
+    } catch (const ZR::NullReferenceException& e) {
+        EXPECT_EQ(e.GetMessage(), "Null reference.");
+    }
+
+    ZR::InterruptedException root("root", ZR_HERE, 7);
+    ZR::GeneralException middle("middle", ZR_HERE, root);
+    ZR::IllegalArgumentException top("top", ZR_HERE, middle);
+    ZR::ZRException copy(top);
+    ASSERT_NE(copy.GetCause(), nullptr);
+    EXPECT_EQ(copy.GetCause()->GetMessage(), "middle");
+    ASSERT_NE(copy.GetCause()->GetCause(), nullptr);
+    EXPECT_EQ(copy.GetCause()->GetCause()->GetName(), "InterruptedException");
+    EXPECT_EQ(copy.GetCause()->GetCause()->GetErrorCode(), 7);
+    EXPECT_NE(copy.GetCause(), top.GetCause());  // owned clones, not shared
+    EXPECT_GT(copy.GetLineNumber(), 0u);
+}
+
+namespace {
+
+struct Observer : ZR::EventObserver {
+    Observer(std::string n, std::vector<std::string>& l) : name(std::move(n)), log(l) {}
+    void Called() {
+        log.push_back(name);
+        if (action) action();
+    }
+    std::string name;
+    std::vector<std::string>& log;
+    std::function<void()> action;
+};
+
+class Source : public ZR::EventSource {
+public:
+    void Send() {
+        ForEachObserver([](ZR::EventObserver* o) { static_cast<Observer*>(o)->Called(); });
+    }
+};
+
+}  // namespace
+
+TEST(EventSource, WalkOrderAndChangesDuringTheWalk) {
+    std::vector<std::string> log;
+    Source source;
+    Observer a("a", log), b("b", log), c("c", log), d("d", log);
+    source.Attach(a);
+    source.Attach(b);
+    source.Attach(c);
+    source.Send();
+    EXPECT_EQ(log, (std::vector<std::string>{"c", "b", "a"}));
+
+    // Attached during the walk: not called by it.
+    log.clear();
+    b.action = [&] { source.Attach(d); };
+    source.Send();
+    EXPECT_EQ(log, (std::vector<std::string>{"c", "b", "a"}));
+    b.action = nullptr;
+
+    // Detaching itself and someone not yet called.
+    log.clear();
+    c.action = [&] {
+        source.Detach(c);
+        source.Detach(a);
+    };
+    source.Send();
+    EXPECT_EQ(log, (std::vector<std::string>{"d", "c", "b"}));
+
+    // A destroyed observer detaches itself.
+    log.clear();
+    {
+        Observer e("e", log);
+        source.Attach(e);
+        EXPECT_EQ(source.GetObserverCount(), 3u);
+    }
+    EXPECT_EQ(source.GetObserverCount(), 2u);
+    source.Send();
+    EXPECT_EQ(log, (std::vector<std::string>{"d", "b"}));
+}
+
+TEST(Logger, CaptureSinkPutsInArguments) {
+    static const ZR::WarningLogLine kLine("Opened % of % files", "io");
+    ZR::CaptureLogSink sink;
+    {
+        ZR::ScopedLogSink scoped(sink);
+        ZR::FastLogger::LogComposer composer;
+        ZR::logger.Append(kLine, composer);
+        composer.Append(3).Append("ten");
+    }
+    ZR::logger.Append(kLine);  // no sink: silent
+    std::vector<ZR::LogRecord> records = sink.GetRecords();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].text, "Opened 3 of ten files");
+    EXPECT_EQ(records[0].component, "io");
+    EXPECT_EQ(records[0].level, ZR::LogLevel::Warning);
+}
+
+TEST(Thread, InterruptibleSleepThrowsWhenInterrupted) {
+    std::promise<ZR::ThreadHandle> handle;
+    std::future<ZR::ThreadHandle> gotHandle = handle.get_future();
+    std::future<bool> interrupted = std::async(std::launch::async, [&] {
+        handle.set_value(ZR::Thread::GetCurrent());
+        try {
+            ZR::Thread::Sleep(600000, true);
+            return false;
+        } catch (const ZR::InterruptedException&) {
+            return true;
+        }
+    });
+    // Interrupting before the sleep begins works too: the mark waits for it.
+    gotHandle.get().Interrupt();
+    EXPECT_TRUE(interrupted.get());
+}
+
+TEST(MD5, KnownDigest) {
+    EXPECT_EQ(MD5::Of("abc").GetAsZrString(), "900150983cd24fb0d6963f7d28e17f72");
+    MD5::Generator generator;
+    generator.Update("a", 1);
+    generator.Update("bc", 2);
+    EXPECT_EQ(generator.GetFingerPrint(), MD5::Of("abc"));
+}
