@@ -1,0 +1,25 @@
+#pragma once
+// What a management server tells about itself when a client logs in.
+
+#include "ZR/UniString.h"
+
+namespace Kerrow::PortalServer::Client::Management {
+
+class ServerInfo {
+public:
+    ServerInfo() = default;
+    ServerInfo(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName, int majorVersion = 0,
+               int minorVersion = 0)
+        : uniqueURL(uniqueURL), friendlyName(friendlyName), majorVersion(majorVersion), minorVersion(minorVersion) {}
+    virtual ~ServerInfo() = default;
+
+    // The one URL under which the server knows itself, whatever address a
+    // client used to reach it. May be empty for servers that don't say.
+    ZR::UniString uniqueURL;
+    // The name shown to people; may be empty.
+    ZR::UniString friendlyName;
+    int majorVersion = 0;
+    int minorVersion = 0;
+};
+
+}  // namespace Kerrow::PortalServer::Client::Management

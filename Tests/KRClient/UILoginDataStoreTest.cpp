@@ -1,0 +1,253 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "KRClient/KRClient.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
+#include "Support/LibraryTest.h"
+#include "Support/Process.h"
+
+namespace {
+
+using KRC::UI::Login::UILoginDataStore;
+using ServerInfo = UILoginDataStore::ServerInfo;
+using User = UILoginDataStore::User;
+namespace LDS = KRCB::LoginDataStore;
+
+ZR::Ref<ServerInfo> Info(const char* unique, const char* name = "", int major = 0, int minor = 0) {
+    return ZR::Ref<ServerInfo>::Make(unique, name, major, minor);
+}
+
+class UILoginDataStoreTest : public Test::LibraryTest {
+protected:
+    std::string File() const { return BaseFolder() + "/LoginData.json"; }
+
+    // Two servers on disc, B active in the file.
+    void StoreTwoServers() {
+        UILoginDataStore store(UILoginDataStore::ForWriting);
+        store.AddServer(Info("https://a.example", "A", 26, 3), "https://a-alias.example");
+        store.AddServer(Info("https://b.example", "B"), "https://b.example");
+        store.AddUser("https://a.example", User("anna", "tok-anna", "Anna Berg"));
+        store.AddUser("https://b.example", User("bert", "tok-bert", ""));
+        store.SetActiveUser("https://b.example", "bert");
+        ASSERT_TRUE(store.Write());
+    }
+};
+
+TEST_F(UILoginDataStoreTest, AddServerRefusesNullInfoAndNonHttpUrlsAndStoresUrlsUnchanged) {
+    UILoginDataStore store(UILoginDataStore::ForWriting);
+    auto expectRefusal = [&](const ZR::Ref<ServerInfo>& info, const char* url, const char* message) {
+        try {
+            store.AddServer(info, url);
+            ADD_FAILURE() << "accepted " << url;
+        } catch (const KRC::KRClientException& e) {
+            EXPECT_EQ(e.GetMessage(), message);
+            EXPECT_EQ(e.GetErrorCode(), -7003);
+        }
+    };
+    expectRefusal(ZR::Ref<ServerInfo>(), "https://a.example", "Failed to add server. Server information is nullptr");
+    expectRefusal(Info("ftp://a.example"), "https://a.example", "Failed to add server. Invalid Unique Server URL");
+    // An empty unique URL is judged by the url argument.
+    expectRefusal(Info(""), "a.example", "Failed to add server. Invalid Unique Server URL");
+    EXPECT_TRUE(store.IsEmpty());
+    EXPECT_FALSE(store.IsChanged());
+
+    store.AddServer(Info("HTTPS://Srv.Example/", "Srv"), "Http://Srv.Example:443");
+    store.AddServer(Info(""), "https://plain.example");
+    EXPECT_TRUE(store.IsChanged());
+    EXPECT_EQ(store.GetServer("https://srv.example").GetUniqueURL(), "HTTPS://Srv.Example/");
+    EXPECT_EQ(store.GetServer("https://srv.example").GetCommonConnections()[0], "Http://Srv.Example:443");
+    EXPECT_EQ(store.GetServer("https://plain.example").GetUniqueURL(), "https://plain.example");
+}
+
+TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWorkingCopy) {
+    {
+        UILoginDataStore untouched(UILoginDataStore::ForWriting);
+        EXPECT_TRUE(untouched.Write());
+    }
+    EXPECT_FALSE(::Test::Exists(File()));
+
+    UILoginDataStore store(UILoginDataStore::ForWriting);
+    UILoginDataStore shared = store;
+    shared.AddServer(Info("https://a.example", "A"), "https://a.example");
+    EXPECT_TRUE(store.ContainsServer("https://a.example"));
+    ASSERT_TRUE(shared.Write());
+
+    // Another writer saves meanwhile; a second Write of the changed store saves again.
+    {
+        UILoginDataStore other(UILoginDataStore::ForWriting);
+        other.AddServer(Info("https://b.example"), "https://b.example");
+        ASSERT_TRUE(other.Write());
+    }
+    EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
+    EXPECT_TRUE(shared.Write());
+    EXPECT_TRUE(shared.IsChanged());
+    EXPECT_FALSE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
+
+    // A failed save answers false instead of throwing.
+    std::filesystem::remove(File());
+    std::filesystem::create_directories(File() + "/in-the-way");
+    EXPECT_FALSE(shared.Write());
+}
+
+TEST_F(UILoginDataStoreTest, QuestionsAnswerFromTheWorkingCopy) {
+    StoreTwoServers();
+    UILoginDataStore store(UILoginDataStore::ForReading);
+    EXPECT_EQ(store.GetServerVersion("https://a-alias.example"), 2603);
+    EXPECT_EQ(store.GetServerFriendlyName("https://a.example/"), "A");
+    store.AddServer(Info("https://nameless.example"), "https://nameless.example");
+    EXPECT_EQ(store.GetServerFriendlyName("https://NAMELESS.example"), "https://NAMELESS.example");
+    EXPECT_EQ(store.GetServerFriendlyName("https://unknown.example"), "https://unknown.example");
+
+    EXPECT_TRUE(store.HasServer());
+    EXPECT_TRUE(store.HasActiveConnection());
+    EXPECT_TRUE(store.HasAnyUsers());
+    EXPECT_EQ(store.GetUserRefreshToken("https://a.example", "ANNA"), "tok-anna");
+    EXPECT_EQ(store.GetUserFullName("https://a.example", "anna"), "Anna Berg");
+    EXPECT_THROW(store.GetUserRefreshToken("https://a.example", "zed"), LDS::LoginDataStoreException);
+    store.SetServerActive("https://a.example");
+    EXPECT_FALSE(store.HasActiveConnection());  // A has no active user
+    EXPECT_TRUE(store.HasAnyUsers());
+
+    // A new friendly name reaches the file when a store goes, without a Write.
+    {
+        UILoginDataStore renamer(UILoginDataStore::ForReading);
+        renamer.AddServer(Info("https://a.example", "A renamed"), "https://a.example");
+    }
+    KRCB::LoginDataStore::LoginDataStoreCache::GetInstance().ResetForTesting();
+    EXPECT_EQ(UILoginDataStore(UILoginDataStore::ForReading).GetServerFriendlyName("https://a.example"), "A renamed");
+}
+
+TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
+    StoreTwoServers();
+    UILoginDataStore store(UILoginDataStore::ForReading);
+    EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://b.example");
+    store.SetServerActive("https://a.example");
+
+    store.Reload(true);
+    EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://a.example");
+    EXPECT_TRUE(store.IsChanged());  // from SetServerActive; Reload leaves it
+    store.Reload(false);
+    EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://b.example");
+
+    // The process's active connection wins over the file on every load.
+    LDS::ActiveConnection::GetInstance().Set("https://a-alias.example", "anna");
+    store.Reload(false);
+    EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://a.example");
+    EXPECT_EQ(store.GetActiveUser("https://a.example").GetUserName(), "anna");
+    EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).HasActiveConnection());
+    LDS::ActiveConnection::GetInstance().Clear();
+
+    // The remembered server vanishes: the file's choice stands.
+    {
+        UILoginDataStore writer(UILoginDataStore::ForWriting);
+        writer.DeleteServer("https://a.example");
+        ASSERT_TRUE(writer.Write());
+    }
+    store.Reload(true);
+    EXPECT_FALSE(store.ContainsServer("https://a.example"));
+    EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://b.example");
+}
+
+TEST_F(UILoginDataStoreTest, StatusFollowsTheFirstUrlUsedButDeleteServerClearsOnlyTheGivenOne) {
+    StoreTwoServers();
+    UILoginDataStore store(UILoginDataStore::ForWriting);
+    store.SetPortalServerStatus("https://a-alias.example", LDS::PortalServerStatus::ConnectedVerifiedTls);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), LDS::PortalServerStatus::ConnectedVerifiedTls);
+    store.SetPortalServerStatus("https://a.example", LDS::PortalServerStatus::ConnectionFailed);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a-alias.example"), LDS::PortalServerStatus::ConnectionFailed);
+
+    store.SetUserAccessDenied("https://a.example", "anna");
+    EXPECT_EQ(store.GetUserStatus("https://a-alias.example", "anna"), LDS::UserStatus::AccessDenied);
+    auto& raw = LDS::ConnectionStatusStore::GetInstance();
+    EXPECT_TRUE(raw.ContainsUserStatus("https://a-alias.example", "anna"));
+    store.ClearUserStatus("https://a.example", "anna");
+    EXPECT_FALSE(raw.ContainsUserStatus("https://a-alias.example", "anna"));
+
+    store.ClearPortalServerStatus("https://a.example");
+    EXPECT_FALSE(raw.ContainsPortalServerStatus("https://a-alias.example"));
+
+    store.SetPortalServerStatus("https://a-alias.example", LDS::PortalServerStatus::ConnectedWithoutTls);
+    store.DeleteServer("https://a.example");
+    EXPECT_TRUE(raw.ContainsPortalServerStatus("https://a-alias.example"));
+    EXPECT_TRUE(store.IsChanged());
+
+    store.ClearConnectionStatusStore();
+    EXPECT_FALSE(raw.ContainsPortalServerStatus("https://a-alias.example"));
+}
+
+TEST_F(UILoginDataStoreTest, AnEmptyWorkingCopyThrowsExceptForIsEmptyWriteAndStatus) {
+    StoreTwoServers();
+    KRC::CloseKRClient();
+    UILoginDataStore store(UILoginDataStore::ForReading);
+    EXPECT_TRUE(store.IsEmpty());
+    EXPECT_TRUE(store.Write());
+    store.SetPortalServerStatus("https://a.example", LDS::PortalServerStatus::InsecureConnectionRefused);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), LDS::PortalServerStatus::InsecureConnectionRefused);
+    store.SetUserAccessed("https://a.example", "anna");
+    EXPECT_EQ(store.GetUserStatus("https://a.example", "anna"), LDS::UserStatus::Accessed);
+
+    auto expectNull = [](auto&& call) {
+        try {
+            call();
+            ADD_FAILURE() << "no exception";
+        } catch (const ZR::NullReferenceException& e) {
+            EXPECT_EQ(e.GetMessage(), "Null reference.");
+        }
+    };
+    expectNull([&] { store.ContainsServer("https://a.example"); });
+    expectNull([&] { store.HasServer(); });
+    expectNull([&] { store.HasAnyUsers(); });
+    expectNull([&] { store.GetServerFriendlyName("https://a.example"); });
+    expectNull([&] { store.AddServer(Info("https://c.example"), "https://c.example"); });
+    expectNull([&] { store.AddUser("https://a.example", User("u", "", "")); });
+    expectNull([&] { store.DeleteServer("https://a.example"); });
+    expectNull([&] { store.Reload(false); });
+    EXPECT_FALSE(store.IsChanged());
+}
+
+// krctl as a support engineer runs it: tokens never reach its output.
+TEST_F(UILoginDataStoreTest, KrctlLoginCommandsChangeTheStoreAndNeverPrintTokens) {
+    auto run = [&](std::vector<std::string> args) {
+        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("cli")};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return ::Test::RunProcess(argv);
+    };
+    auto refused = run({"login", "add-server", "ftp://x"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("Failed to add server. Invalid Unique Server URL"), std::string::npos);
+
+    ASSERT_EQ(run({"login", "add-server", "https://srv.example", "--name", "Main"}).exitCode, 0);
+    ASSERT_EQ(run({"login", "add-user", "https://srv.example", "anna", "--token", "SECRET-42", "--full-name", "Anna"})
+                  .exitCode, 0);
+    ASSERT_EQ(run({"login", "add-user", "https://srv.example", "bert"}).exitCode, 0);
+    ASSERT_EQ(run({"login", "set-active", "https://srv.example/", "anna"}).exitCode, 0);
+    EXPECT_EQ(run({"login", "set-active", "https://srv.example", "zed"}).exitCode, 1);
+    EXPECT_EQ(run({"login", "add-user", "https://other.example", "x"}).exitCode, 1);
+    EXPECT_EQ(run({"login", "add-user", "--help"}).exitCode, 0);
+    EXPECT_EQ(run({"login", "bogus"}).exitCode, 2);
+
+    auto text = run({"login", "list"});
+    auto json = run({"--json", "login", "list"});
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(text.out.find("SECRET-42"), std::string::npos);
+    EXPECT_EQ(json.out.find("SECRET-42"), std::string::npos);
+    EXPECT_NE(text.out.find("token: yes"), std::string::npos);
+
+    auto list = nlohmann::ordered_json::parse(json.out);
+    ASSERT_EQ(list["servers"].size(), 1u);
+    const auto& server = list["servers"][0];
+    EXPECT_EQ(server["url"], "https://srv.example");
+    EXPECT_EQ(server["friendlyName"], "Main");
+    EXPECT_EQ(server["active"], true);
+    ASSERT_EQ(server["users"].size(), 2u);
+    EXPECT_EQ(server["users"][0]["name"], "anna");
+    EXPECT_EQ(server["users"][0]["fullName"], "Anna");
+    EXPECT_EQ(server["users"][0]["hasToken"], true);
+    EXPECT_EQ(server["users"][0]["active"], true);
+    EXPECT_EQ(server["users"][1]["hasToken"], false);
+    EXPECT_EQ(server["users"][1]["active"], false);
+}
+
+}  // namespace
