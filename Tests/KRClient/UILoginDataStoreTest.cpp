@@ -19,7 +19,7 @@ ZR::Ref<ServerInfo> Info(const char* unique, const char* name = "", int major = 
     return ZR::Ref<ServerInfo>::Make(unique, name, major, minor);
 }
 
-class UILoginDataStoreTest : public Test::LibraryTest {
+class UILoginDataStoreTest : public krtest::LibraryTest {
 protected:
     std::string File() const { return BaseFolder() + "/LoginData.json"; }
 
@@ -66,7 +66,7 @@ TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWork
         UILoginDataStore untouched(UILoginDataStore::ForWriting);
         EXPECT_TRUE(untouched.Write());
     }
-    EXPECT_FALSE(::Test::Exists(File()));
+    EXPECT_FALSE(krtest::Exists(File()));
 
     UILoginDataStore store(UILoginDataStore::ForWriting);
     UILoginDataStore shared = store;
@@ -212,7 +212,7 @@ TEST_F(UILoginDataStoreTest, KrctlLoginCommandsChangeTheStoreAndNeverPrintTokens
     auto run = [&](std::vector<std::string> args) {
         std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("cli")};
         argv.insert(argv.end(), args.begin(), args.end());
-        return ::Test::RunProcess(argv);
+        return krtest::RunProcess(argv);
     };
     auto refused = run({"login", "add-server", "ftp://x"});
     EXPECT_EQ(refused.exitCode, 1);

@@ -165,7 +165,7 @@ protected:
     std::string Base() const { return temp.Sub("base"); }
     std::string File() const { return temp.Sub("base/LoginData.json"); }
 
-    ::Test::TempFolder temp;
+    krtest::TempFolder temp;
     ZR::CaptureLogSink log;
 };
 
@@ -173,7 +173,7 @@ TEST_F(LoginDataStoreCacheTest, SavedDataSurvivesAFreshCacheWithOwnerOnlyModesAn
     // Folder and file made too open by someone else get restricted on save.
     std::filesystem::create_directories(Base());
     ::chmod(Base().c_str(), 0755);
-    ::Test::WriteFile(File(), R"({"formatVersion":1})");
+    krtest::WriteFile(File(), R"({"formatVersion":1})");
     ::chmod(File().c_str(), 0644);
 
     ZR::Ref<LoginDataStore> copy = Cache().GetLoginDataStoreCopy(OpenForWriting);
@@ -202,16 +202,16 @@ TEST_F(LoginDataStoreCacheTest, AChangeOnDiscIsSeenAndAnUnreadableFileIsSetAside
     // Another process replaces the file.
     LoginDataStore other;
     other.StoreServer(ServerInfo("https://c.example", "C"), "https://c.example", "");
-    ::Test::WriteFile(File(), other.ToJson());
+    krtest::WriteFile(File(), other.ToJson());
     ZR::Ref<LoginDataStore> seen = Cache().GetLoginDataStoreCopy(OpenForReading);
     EXPECT_FALSE(seen->ContainsServer("https://b.example"));
     EXPECT_TRUE(seen->ContainsServer("https://c.example"));
 
     // Garbage with a token in it: kept aside, not used, not logged.
     const std::string garbage = R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://d","users":[{"userName":"u","refreshToken":"SECRET-TOKEN"}]}]} trailing)";
-    ::Test::WriteFile(File(), garbage);
+    krtest::WriteFile(File(), garbage);
     EXPECT_TRUE(Cache().GetLoginDataStoreCopy(OpenForReading)->IsEmpty());
-    EXPECT_EQ(::Test::ReadFile(temp.Sub("base/LoginData.json.bad")), garbage);
+    EXPECT_EQ(krtest::ReadFile(temp.Sub("base/LoginData.json.bad")), garbage);
     EXPECT_EQ(ModeOf(temp.Sub("base/LoginData.json.bad")), 0600u);
     EXPECT_NE(log.GetText().find("set aside"), std::string::npos);
     EXPECT_EQ(log.GetText().find("SECRET-TOKEN"), std::string::npos);
@@ -224,19 +224,19 @@ TEST_F(LoginDataStoreCacheTest, AChangeOnDiscIsSeenAndAnUnreadableFileIsSetAside
 
 TEST_F(LoginDataStoreCacheTest, FriendlyNameUpdatesAreWrittenByCheckSaveOnlyWhenPersisted) {
     Cache().SaveToFile(TwoServers());
-    const std::string saved = ::Test::ReadFile(File());
+    const std::string saved = krtest::ReadFile(File());
 
     Cache().UpdateFriendlyName("https://a-alias.example", "Memory only", false);
     EXPECT_EQ(Cache().GetLoginDataStoreCopy(OpenForReading)->GetFriendlyName("https://a.example"), "Memory only");
     Cache().CheckSave();
-    EXPECT_EQ(::Test::ReadFile(File()), saved);
+    EXPECT_EQ(krtest::ReadFile(File()), saved);
 
     Cache().UpdateFriendlyName("https://a.example", "Persisted", true);
     Cache().UpdateFriendlyName("https://unknown.example", "Ignored", true);
     // A write by another process before the save doesn't lose the update.
     LoginDataStore other = TwoServers();
     other.StoreServer(ServerInfo("https://c.example", "C"), "https://c.example", "");
-    ::Test::WriteFile(File(), other.ToJson());
+    krtest::WriteFile(File(), other.ToJson());
     Cache().CheckSave();
 
     Cache().ResetForTesting();
@@ -258,7 +258,7 @@ TEST_F(LoginDataStoreCacheTest, WithoutAStartedBaseClientThereIsNoStore) {
     CloseKRClientBase();
     EXPECT_TRUE(Cache().GetLoginDataStoreCopy(OpenForReading).IsNull());
     EXPECT_FALSE(Cache().SaveToFile(TwoServers()));
-    EXPECT_FALSE(::Test::Exists(File()));
+    EXPECT_FALSE(krtest::Exists(File()));
 }
 
 TEST_F(LoginDataStoreCacheTest, ConcurrentCopiesAndSavesLeaveAReadableFile) {
