@@ -25,6 +25,9 @@ public:
 // Each answers the exit code. args are what follows the subcommand's name.
 int RunCacheCommand(const GlobalOptions& options, const std::vector<std::string>& args);
 int RunLoginCommand(const GlobalOptions& options, const std::vector<std::string>& args);
+int RunRegistryCommand(const GlobalOptions& options, const std::vector<std::string>& args);
+int RunOptionsCommand(const GlobalOptions& options, const std::vector<std::string>& args);
+int RunLockCommand(const GlobalOptions& options, const std::vector<std::string>& args);
 
 // Takes "--name value" out of args; empty optional if absent. Throws UsageError
 // if the option is given without a value.

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -55,6 +56,10 @@ const char* const kUsage =
     "  cache set CACHE_FOLDER FIELD VALUE\n"
     "  login list | add-server URL [--name FRIENDLY] | add-user URL USER [--token T] [--full-name N]\n"
     "        | set-active URL USER\n"
+    "  registry list [--user U] [--server URL] | find --server URL --user U --path P\n"
+    "        | set PROPERTY [VALUE] --server URL --user U --path P      (these need --data-folder)\n"
+    "  options show | set FIELD VALUE                                  (needs --data-folder)\n"
+    "  lock hold --seconds N                                           (needs --data-folder)\n"
     "Each command takes --help.\n";
 
 }  // namespace
@@ -86,6 +91,9 @@ int main(int argc, char** argv) {
             if (args.size() == before) throw UsageError("option " + key + " needs a value");
         }
         if (args.empty()) throw UsageError("no command given");
+        // Folders are shown and stored as absolute paths, whatever the caller's working folder.
+        for (std::string* folder : {&options.baseFolder, &options.dataFolder})
+            if (!folder->empty()) *folder = std::filesystem::absolute(*folder).lexically_normal().string();
         // --json may also follow the command.
         if (TakeFlag(args, "--json")) options.json = true;
 
@@ -104,6 +112,9 @@ int main(int argc, char** argv) {
         int rc;
         if (command == "cache") rc = RunCacheCommand(options, args);
         else if (command == "login") rc = RunLoginCommand(options, args);
+        else if (command == "registry") rc = RunRegistryCommand(options, args);
+        else if (command == "options") rc = RunOptionsCommand(options, args);
+        else if (command == "lock") rc = RunLockCommand(options, args);
         else throw UsageError("unknown command '" + command + "'");
 
         KRC::CloseKRClient();
