@@ -1,0 +1,113 @@
+// The lock file that lets several processes of one user take turns with the
+// shared registry and options. Whether another process holds it is told by
+// the file system: a held file can't be deleted (IO::kErrInUse), and a file
+// left by a process that died has nobody behind it, so the test removes it.
+
+#include "KRClient/RegisteredProjects.h"
+#include "ZR/Thread.h"
+
+namespace KRC {
+namespace {
+
+constexpr const char* kLockFileName = "@DataOptions.Lock";
+constexpr int kLockTries = 10;
+constexpr int kLockPollMs = 50;
+
+}  // namespace
+
+IO::File* RegisteredProjects::Synchronizer::mLockFile = nullptr;
+ZR::Array<const RegisteredProjects::Synchronizer*> RegisteredProjects::Synchronizer::mOwnLockCounter;
+
+RegisteredProjects::Synchronizer::Synchronizer() {
+    if (mOwnLockCounter.IsEmpty()) {
+        // Read before the wait: what the other process writes meanwhile is
+        // noticed by the look-ups' own refresh.
+        registeredProjects.RefreshData(false, nullptr);
+        WaitForLock();
+    }
+    // Counted whether or not the lock was got.
+    mOwnLockCounter.Add(this);
+}
+
+RegisteredProjects::Synchronizer::~Synchronizer() {
+    if (mOwnLockCounter.IsEmpty()) {
+        // Reset emptied the counter under this guard.
+        RemoveLock();
+        return;
+    }
+    for (std::size_t i = 0; i < mOwnLockCounter.GetSize(); ++i) {
+        if (mOwnLockCounter[i] == this) {
+            mOwnLockCounter.Remove(i);
+            break;
+        }
+    }
+    if (mOwnLockCounter.IsEmpty()) RemoveLock();
+}
+
+bool RegisteredProjects::Synchronizer::IsLocked() { return mLockFile != nullptr; }
+
+IO::Location RegisteredProjects::Synchronizer::GetLockFileLoc() {
+    IO::Location location;
+    dataOptions.GetDataFolder(&location, mOwnLockCounter.IsEmpty());
+    // With no data folder the name alone would be a path in the working folder.
+    if (location.IsEmpty()) return location;
+    return location + IO::Name(kLockFileName);
+}
+
+bool RegisteredProjects::Synchronizer::IsLockedByOthers() {
+    if (mLockFile) return false;
+    IO::Location location = GetLockFileLoc();
+    IO::Name name;
+    if (!location.MoveLastLocalName(&name)) return false;
+    IO::Folder folder(location, IO::kNotFoundFail);
+    if (folder.GetStatus() != IO::kOk) return false;
+    // A missing file or a failure of any other kind reads as free.
+    return folder.Delete(name, 0, 2) == IO::kErrInUse;
+}
+
+void RegisteredProjects::Synchronizer::WaitForLock() {
+    int tries = kLockTries;
+    bool done = false;
+    while (tries >= 1) {
+        // No bound of its own: it ends when the other process lets go, or
+        // when this thread is interrupted, which leaves the guard's constructor.
+        while (IsLockedByOthers()) ZR::Thread::Sleep(kLockPollMs, true);
+
+        if (IO::File::New(&mLockFile, GetLockFileLoc(), IO::kNotFoundCreate) != IO::kOk || !mLockFile) {
+            mLockFile = nullptr;
+            --tries;  // no wait between these tries
+            continue;
+        }
+        done = true;
+        if (mLockFile->Open(IO::kOpenHold, 2) != IO::kOk) {
+            // Another process was quicker, or the file can't be held here.
+            RemoveLock();
+            done = !IsLockedByOthers();
+        }
+        dataOptions.Refresh();
+        if (done) return;
+    }
+}
+
+void RegisteredProjects::Synchronizer::RemoveLock() {
+    try {
+        if (!mLockFile) return;
+        mLockFile->Close();
+        // The file's own location: after SetKRDataFolder under the lock, the
+        // lock file of the old folder is the one that goes.
+        IO::fileSystem.Delete(mLockFile->GetLocation(), 0, 2);
+        delete mLockFile;
+        mLockFile = nullptr;
+        // Options changed while the lock was held are written only here.
+        if (dataOptions.IsDirty()) dataOptions.Write();
+    } catch (...) {
+        mLockFile = nullptr;
+    }
+}
+
+void RegisteredProjects::Synchronizer::Reset() {
+    mOwnLockCounter.Clear();
+    RemoveLock();
+}
+
+}  // namespace KRC
