@@ -1,0 +1,334 @@
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "KRClient/RegistryFixture.h"
+#include "ZR/Time.h"
+
+namespace {
+
+using KRC::RegisteredProjects;
+using KRC::registeredProjects;
+namespace fs = std::filesystem;
+
+class RegisteredProjectsTest : public krtest::RegistryTest {};
+
+std::vector<std::string> ChildNames(const pugi::xml_node& node) {
+    std::vector<std::string> names;
+    for (const pugi::xml_node& child : node.children()) names.push_back(child.name());
+    return names;
+}
+
+TEST_F(RegisteredProjectsTest, FirstInitMakesOptionsWithDefaultsAndBothCacheFolders) {
+    const std::int32_t before = TIGetTime();
+    Init();
+
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
+    pugi::xml_node root = doc.child("KRDataOptions");
+    EXPECT_EQ(ChildNames(root), (std::vector<std::string>{"DataVersion", "LocalDataFolderPath", "CleanSchedule"}));
+    EXPECT_STREQ(root.child_value("DataVersion"), "1");
+    EXPECT_EQ(root.child_value("LocalDataFolderPath"), Data());
+    pugi::xml_node schedule = root.child("CleanSchedule");
+    EXPECT_EQ(ChildNames(schedule),
+              (std::vector<std::string>{"Enable", "PeriodTime", "LastUsedDays", "LastRunTime"}));
+    EXPECT_STREQ(schedule.child_value("Enable"), "true");
+    EXPECT_STREQ(schedule.child_value("PeriodTime"), "30");
+    EXPECT_STREQ(schedule.child_value("LastUsedDays"), "30");
+    // The default is the load time of the library, which came before the test.
+    EXPECT_GT(std::atoi(schedule.child_value("LastRunTime")), 0);
+    EXPECT_LE(std::atoi(schedule.child_value("LastRunTime")), before);
+
+    EXPECT_TRUE(fs::is_directory(Projects()));
+    EXPECT_TRUE(fs::is_directory(Data() + "/Libraries"));
+    EXPECT_EQ(registeredProjects.GetKRDataFolder(), Loc(Data()));
+    EXPECT_EQ(registeredProjects.GetMainProjectCacheFolderLocation(), Loc(Projects()));
+    EXPECT_EQ(registeredProjects.GetMainLibCacheFolderLocation(), Loc(Data() + "/Libraries"));
+    EXPECT_TRUE(registeredProjects.GetEnableAutoClean());
+    EXPECT_EQ(registeredProjects.GetPeriodTime(), 30);
+    EXPECT_EQ(registeredProjects.GetLastUsedDays(), 30);
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 0u);
+    EXPECT_FALSE(fs::exists(LockFile()));
+}
+
+TEST_F(RegisteredProjectsTest, OlderFormOfTheOptionsFileIsRewrittenWithItsValues) {
+    std::string elsewhere = temp.Sub("Other Däta %20");
+    fs::create_directories(Data());
+    krtest::WriteFile(OptionsFile(),
+                      "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion>"
+                      "<LocalDataFolder>" + Loc(elsewhere).ToObsoleteText().Std() + "</LocalDataFolder>"
+                      "<CleanSchedule><Enable>false</Enable><PeriodTime>12</PeriodTime>"
+                      "<LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></CleanSchedule>"
+                      "</KRDataOptions>\n");
+    Init();
+
+    EXPECT_EQ(registeredProjects.GetKRDataFolder(), Loc(elsewhere));
+    EXPECT_TRUE(fs::is_directory(elsewhere + "/Projects"));
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
+    pugi::xml_node root = doc.child("KRDataOptions");
+    EXPECT_EQ(root.child_value("LocalDataFolderPath"), elsewhere);
+    EXPECT_FALSE(root.child("LocalDataFolder"));
+    EXPECT_STREQ(root.child("CleanSchedule").child_value("Enable"), "false");
+    EXPECT_STREQ(root.child("CleanSchedule").child_value("PeriodTime"), "12");
+    EXPECT_FALSE(registeredProjects.GetEnableAutoClean());
+    EXPECT_EQ(registeredProjects.GetLastUsedDays(), 7);
+    EXPECT_EQ(registeredProjects.GetLastRunTime(), 555);
+}
+
+TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTheirNames) {
+    Init();
+    WriteCache(Projects(), "any name at all", "https://srv.example", "/A", "anna");
+    WriteCache(Projects(), "0f", "https://srv.example", "/B", "anna");
+    fs::create_directories(Projects() + "/no-info");
+    krtest::WriteFile(Projects() + "/no-info/other.dat", "x");
+    krtest::WriteFile(Projects() + "/plain-file", "x");
+    fs::create_directories(Projects() + "/broken");
+    krtest::WriteFile(Projects() + "/broken/CacheInfo.xml", "<Cache><DataVersion>10</DataVersion></Cache>");
+
+    krtest::FileErrorRecorder events;
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
+    std::vector<std::string> paths;
+    for (RegisteredProjects::ProjectConstIterator it; it != nullptr; ++it) paths.push_back(it->GetProjectPath().Std());
+    EXPECT_EQ(paths, (std::vector<std::string>{"/B", "/A"}));  // folder name order
+    EXPECT_TRUE(events.errors.empty());  // an unreadable record is skipped silently
+
+    // Once readable, it comes in at the next refresh, after the others.
+    WriteCache(Projects(), "broken", "https://srv.example", "/C", "anna");
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 3u);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/C", "anna")), nullptr);
+}
+
+TEST_F(RegisteredProjectsTest, LookUpTakesFirstStrictMatchAndOnlyASingleLooseOne) {
+    Init();
+    // Folder names fix the order of the records.
+    WriteCache(Projects(), "1", "http://SRV.example:8080/x", "/P1", "anna");  // loose
+    std::string strict = WriteCache(Projects(), "2", "https://srv.example/", "/P1", "anna");
+    WriteCache(Projects(), "3", "https://srv.example", "/P1", "anna");  // a later strict one loses
+    WriteCache(Projects(), "4", "http://other.example", "/P2", "anna");
+    WriteCache(Projects(), "5", "http://other.example:81", "/P2", "anna");
+    std::string single = WriteCache(Projects(), "6", "http://third.example", "/P3", "anna");
+    // Look-ups re-read known records only; new folders come in by a refresh.
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 6u);
+
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/P1", "anna")), Loc(strict));
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://other.example", "/P2", "anna")), nullptr);
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://third.example", "/P3", "anna")), Loc(single));
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://fourth.example", "/P3", "anna")), nullptr);
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://third.example", "/P3", "bob")), nullptr);
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(IO::Location()), nullptr);
+}
+
+TEST_F(RegisteredProjectsTest, PathAndUserMatchWithoutRegardToCaseBeyondAscii) {
+    Init();
+    std::string folder = WriteCache(Projects(), "x", "https://srv.example", "/Ärzte/Σίσυφος", "Åsa");
+    WriteCache(Projects(), "y", "https://srv.example", "/Ärzte/Other", "Bob");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
+
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/ÄRZTE/ΣΊΣΥΦΟΣ", "åSA")),
+              Loc(folder));
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Arzte/Σίσυφος", "Åsa")),
+              nullptr);
+
+    // An iterator's login filter ignores case too.
+    RegisteredProjects::ProjectIterator it("ÅSA");
+    ASSERT_NE(it, nullptr);
+    EXPECT_EQ(it->GetProjectPath(), "/Ärzte/Σίσυφος");
+    EXPECT_EQ(++it, nullptr);
+}
+
+TEST_F(RegisteredProjectsTest, RecordsLeaveMemoryButTheFoldersBringThemBack) {
+    Init();
+    std::string a = WriteCache(Projects(), "a", "https://srv.example", "/A", "anna");
+    WriteCache(Projects(), "b", "https://srv.example", "/B", "anna");
+    IO::Location projectA = Project("https://srv.example", "/A", "anna");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
+
+    IO::Location excluded = Loc(a);
+    registeredProjects.RefreshData(true, &excluded);
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(projectA), nullptr);
+    registeredProjects.RefreshData(true, nullptr);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(projectA), nullptr);
+
+    {
+        // Under the lock nothing refreshes, so the removal stays visible.
+        RegisteredProjects::Synchronizer lock;
+        registeredProjects.RemoveProject(projectA);
+        EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+        EXPECT_EQ(registeredProjects.GetCachedProjectInfo(projectA), nullptr);
+        registeredProjects.RemoveProject(Project("https://srv.example", "/unknown", "anna"));
+        EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    }
+    EXPECT_TRUE(fs::exists(a + "/CacheInfo.xml"));
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(projectA), nullptr);
+}
+
+TEST_F(RegisteredProjectsTest, FolderThatLostItsInfoFileIsNotFoundThoughItsRecordStays) {
+    Init();
+    std::string a = WriteCache(Projects(), "a", "https://srv.example", "/A", "anna");
+    IO::Location projectA = Project("https://srv.example", "/A", "anna");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    const KRC::CachedProjectInfo* record = registeredProjects.GetCachedProjectInfo(projectA);
+    ASSERT_NE(record, nullptr);
+
+    fs::rename(a + "/CacheInfo.xml", a + "/CacheInfo.xml.away");
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(projectA), nullptr);
+    EXPECT_EQ(registeredProjects.GetProjectVersion(projectA), "");
+    fs::rename(a + "/CacheInfo.xml.away", a + "/CacheInfo.xml");
+    // The very same record answers again: the look-up didn't drop it.
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(projectA), record);
+}
+
+TEST_F(RegisteredProjectsTest, IteratorsFilterAndSearchFoldersOutsideTheRegistry) {
+    Init();
+    WriteCache(Projects(), "1", "https://srv-a.example", "/A1", "Anna");
+    WriteCache(Projects(), "2", "https://srv-b.example", "/B1", "anna");
+    WriteCache(Projects(), "3", "https://srv-a.example:8443/x", "/A2", "bob");
+
+    using It = RegisteredProjects::ProjectConstIterator;
+    EXPECT_EQ(Count(It()), 3u);
+    EXPECT_EQ(Count(It("ANNA")), 2u);
+    EXPECT_EQ(Count(It("", "http://SRV-A.example")), 2u);
+    It one("anna", "https://srv-a.example");
+    ASSERT_NE(one, nullptr);
+    EXPECT_EQ(one->GetServerUrl(), "https://srv-a.example");
+    EXPECT_EQ(one->GetUserName(), "Anna");
+    EXPECT_EQ(one->GetCacheDataFolderLocation(), Loc(Projects() + "/1"));
+    EXPECT_EQ(one->GetLocalDataVersion(), 10);
+    EXPECT_EQ(one->GetKerrowLocation(), Project("https://srv-a.example", "/A1", "Anna"));
+    ++one;
+    EXPECT_EQ(one, nullptr);
+    ++one;  // doesn't move past the end
+    EXPECT_EQ(one, nullptr);
+    EXPECT_EQ((*one).GetCachedProjectInfo(), nullptr);
+    EXPECT_EQ(one->GetProjectPath(), "");
+    EXPECT_EQ(one->GetLastOpenedTime(), 0);
+
+    std::string other = temp.Sub("other");
+    WriteCache(other, "z", "https://srv-c.example", "/C1", "carl");
+    WriteCache(other, "y", "https://srv-c.example", "/C2", "carl");
+    ZR::Array<IO::Location> folders{Loc(other), Loc(temp.Sub("missing"))};
+    std::unique_ptr<RegisteredProjects::ProjectIterator> search(
+        new RegisteredProjects::ProjectIterator("", "", &folders));
+    RegisteredProjects::ProjectIterator first = (*search)++;
+    search.reset();
+    // The copy owns copies of the records found, independent of the original.
+    EXPECT_EQ(first->GetProjectPath(), "/C2");
+    EXPECT_EQ((++first)->GetProjectPath(), "/C1");
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 3u);
+}
+
+TEST_F(RegisteredProjectsTest, SetKRDataFolderReadsTheRegistryFromTheNewPlace) {
+    Init();
+    WriteCache(Projects(), "a", "https://srv.example", "/Old", "anna");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    std::string moved = temp.Sub("moved");
+    WriteCache(moved + "/Projects", "b", "https://srv.example", "/New", "anna");
+
+    auto stamp = fs::last_write_time(OptionsFile());
+    registeredProjects.SetKRDataFolder(Loc(Data()), false);  // the current folder: nothing happens
+    EXPECT_EQ(fs::last_write_time(OptionsFile()), stamp);
+
+    registeredProjects.SetKRDataFolder(Loc(moved), false);
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/New", "anna")), nullptr);
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Old", "anna")), nullptr);
+    EXPECT_EQ(registeredProjects.GetKRDataFolder(), Loc(moved));
+    EXPECT_EQ(registeredProjects.GetMainLibCacheFolderLocation(), Loc(moved + "/Libraries"));
+    // The options stay where Init put them; no lock file is left anywhere.
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
+    EXPECT_EQ(doc.child("KRDataOptions").child_value("LocalDataFolderPath"), moved);
+    EXPECT_FALSE(fs::exists(moved + "/KRDataOptions.xml"));
+    EXPECT_FALSE(fs::exists(LockFile()));
+    EXPECT_FALSE(fs::exists(moved + "/@DataOptions.Lock"));
+
+    // With reset, the registry is read afresh as well.
+    registeredProjects.SetKRDataFolder(Loc(Data()), true);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Old", "anna")), nullptr);
+}
+
+TEST_F(RegisteredProjectsTest, CreatedRecordsAndPerProjectSettersReachTheRegistryAndTheFile) {
+    Init();
+    IO::Location project = Project("https://srv.example", "/Folder/Tower", "anna");
+    bool created = false;
+    std::unique_ptr<KRC::CachedProjectInfo> mine(registeredProjects.CreateCachedProjectInfo(project, created));
+    ASSERT_NE(mine, nullptr);
+    EXPECT_TRUE(created);
+    EXPECT_EQ(mine->GetCacheFolderLocation().GetParent(), Loc(Projects()));
+    EXPECT_FALSE(fs::exists(LockFile()));
+
+    // The registry heard of the first write and keeps a copy of its own.
+    const KRC::CachedProjectInfo* registered = registeredProjects.GetCachedProjectInfo(project);
+    ASSERT_NE(registered, nullptr);
+    EXPECT_NE(registered, mine.get());
+    EXPECT_EQ(registered->GetCacheFolderLocation(), mine->GetCacheFolderLocation());
+
+    std::unique_ptr<KRC::CachedProjectInfo> again(registeredProjects.CreateCachedProjectInfo(project, created));
+    ASSERT_NE(again, nullptr);
+    EXPECT_FALSE(created);
+    EXPECT_EQ(again->GetCacheFolderLocation(), mine->GetCacheFolderLocation());
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+
+    // A write through a private copy is brought into the registry's copy.
+    mine->SetProjectVersion("2.0");
+    EXPECT_EQ(registered->GetProjectVersion(), "2.0");
+
+    registeredProjects.SetVisitCount(project, 7);
+    registeredProjects.ProjectDetached(project);
+    const std::int32_t before = TIGetTime();
+    registeredProjects.ProjectOpened(project);
+    EXPECT_EQ(registeredProjects.GetVisitCount(project), 7u);
+    EXPECT_TRUE(registeredProjects.IsProjectDetached(project));
+    EXPECT_GE(registeredProjects.GetLastOpenedTime(project), before);
+    registeredProjects.ProjectReloaded(project);
+    EXPECT_FALSE(registeredProjects.IsProjectDetached(project));
+
+    // The file holds it all, as a fresh reader sees.
+    KRC::CachedProjectInfo reread(mine->GetCacheFolderLocation());
+    EXPECT_EQ(reread.GetVisitCount(), 7u);
+    EXPECT_EQ(reread.GetProjectVersion(), "2.0");
+
+    IO::Location unknown = Project("https://srv.example", "/Nowhere", "anna");
+    registeredProjects.SetVisitCount(unknown, 3);
+    EXPECT_EQ(registeredProjects.GetVisitCount(unknown), 0u);
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(unknown), IO::Location());
+    EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+}
+
+TEST_F(RegisteredProjectsTest, AnotherWritersChangeIsSeenAtTheNextLookUpUnlessTheLockIsHeld) {
+    Init();
+    IO::Location project = Project("https://srv.example", "/A", "anna");
+    WriteCache(Projects(), "a", "https://srv.example", "/A", "anna", {{"ProjectVersion", "1"}});
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    EXPECT_EQ(registeredProjects.GetProjectVersion(project), "1");
+    // Within the same second, and in place: the change stamp still tells (the
+    // size differs, as the coarse file clock may not).
+    WriteCache(Projects(), "a", "https://srv.example", "/A", "anna", {{"ProjectVersion", "22"}});
+    EXPECT_EQ(registeredProjects.GetProjectVersion(project), "22");
+
+    RegisteredProjects::Synchronizer lock;
+    ASSERT_TRUE(RegisteredProjects::Synchronizer::IsLocked());
+    WriteCache(Projects(), "a", "https://srv.example", "/A", "anna", {{"ProjectVersion", "333"}});
+    EXPECT_EQ(registeredProjects.GetProjectVersion(project), "22");  // the holder's memory is the truth
+}
+
+TEST_F(RegisteredProjectsTest, RenameUnderWayFindsTheCacheUnderTheOtherPath) {
+    Init();
+    std::string folder = WriteCache(Projects(), "a", "https://srv.example", "/Old", "anna");
+    IO::Location renamed = Project("https://srv.example", "/New", "anna");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
+    auto& modification = RegisteredProjects::TemporaryModification::GetInstance();
+    {
+        RegisteredProjects::TemporaryModifyGuard guard;
+        modification.AddCacheRenameModification("https://srv.example", "ANNA", "/new", "/old");
+        EXPECT_EQ(registeredProjects.GetCacheDataFolder(renamed), Loc(folder));
+    }
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(renamed), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "IO/File.h"
+#include "KRClient/RegistryFixture.h"
+#include "ZR/Exceptions.h"
+#include "ZR/Thread.h"
+
+namespace {
+
+using KRC::RegisteredProjects;
+using KRC::registeredProjects;
+using Synchronizer = KRC::RegisteredProjects::Synchronizer;
+namespace fs = std::filesystem;
+
+class SynchronizerTest : public krtest::RegistryTest {
+protected:
+    // Polls for a condition that another thread brings about.
+    template <typename F>
+    static bool WaitFor(F&& condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        auto end = std::chrono::steady_clock::now() + limit;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return true;
+    }
+};
+
+TEST_F(SynchronizerTest, GuardsAreCountedByObjectAndOnlyTheFirstTakesTheFile) {
+    Init();
+    std::string moved = temp.Sub("moved");
+    auto first = std::make_unique<Synchronizer>();
+    EXPECT_TRUE(Synchronizer::IsLocked());
+    EXPECT_TRUE(fs::exists(LockFile()));
+
+    // The data folder moves under the lock: a guard that made a lock file now
+    // would make it in the new folder.
+    registeredProjects.SetKRDataFolder(Loc(moved), false);
+    auto second = std::make_unique<Synchronizer>();
+    EXPECT_FALSE(fs::exists(moved + "/@DataOptions.Lock"));
+
+    first.reset();
+    EXPECT_TRUE(Synchronizer::IsLocked());
+    EXPECT_TRUE(fs::exists(LockFile()));
+    second.reset();
+    EXPECT_FALSE(Synchronizer::IsLocked());
+    // The file that was held goes, not one in the options' current folder.
+    EXPECT_FALSE(fs::exists(LockFile()));
+
+    // Released in the other order, now in the new folder.
+    auto a = std::make_unique<Synchronizer>();
+    auto b = std::make_unique<Synchronizer>();
+    EXPECT_TRUE(fs::exists(moved + "/@DataOptions.Lock"));
+    b.reset();
+    EXPECT_TRUE(Synchronizer::IsLocked());
+    a.reset();
+    EXPECT_FALSE(Synchronizer::IsLocked());
+    EXPECT_FALSE(fs::exists(moved + "/@DataOptions.Lock"));
+}
+
+TEST_F(SynchronizerTest, OptionsSetUnderTheLockAreWrittenWhenTheLastGuardGoes) {
+    Init();
+    {
+        Synchronizer outer;
+        registeredProjects.SetPeriodTime(7);
+        registeredProjects.SetPeriodTime(7);
+        EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<PeriodTime>30<"), std::string::npos);
+        // While held, memory is the truth: another writer's file isn't read.
+        krtest::WriteFile(OptionsFile(), "<KRDataOptions/>");
+        EXPECT_EQ(registeredProjects.GetPeriodTime(), 7);
+    }
+    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<PeriodTime>7<"), std::string::npos);
+    EXPECT_FALSE(KRC::dataOptions.IsDirty());
+    EXPECT_EQ(registeredProjects.GetPeriodTime(), 7);
+}
+
+TEST_F(SynchronizerTest, LeftOverLockFileIsTakenAtOnce) {
+    Init();
+    krtest::WriteFile(LockFile(), "");
+    {
+        Synchronizer lock;
+        EXPECT_TRUE(Synchronizer::IsLocked());
+    }
+    EXPECT_FALSE(fs::exists(LockFile()));
+}
+
+TEST_F(SynchronizerTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
+    Init();
+    krtest::WriteFile(LockFile(), "");
+    IO::File holder(Loc(LockFile()));
+    ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
+
+    std::atomic<bool> constructed{false};
+    std::thread waiter([&] {
+        Synchronizer lock;
+        constructed = true;
+        EXPECT_TRUE(Synchronizer::IsLocked());
+    });
+    // The library's own wait is what is watched here.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(constructed);
+    holder.Close();
+    EXPECT_TRUE(WaitFor([&] { return constructed.load(); }));
+    waiter.join();
+    EXPECT_FALSE(Synchronizer::IsLocked());
+
+    // An interrupt ends the wait by its exception; no guard came into being.
+    krtest::WriteFile(LockFile(), "");
+    ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
+    std::promise<ZR::ThreadHandle> second;
+    std::atomic<bool> interrupted{false};
+    std::thread stuck([&] {
+        second.set_value(ZR::Thread::GetCurrent());
+        try {
+            Synchronizer lock;
+        } catch (const ZR::InterruptedException&) {
+            interrupted = true;
+        }
+    });
+    second.get_future().get().Interrupt();
+    stuck.join();
+    EXPECT_TRUE(interrupted);
+    EXPECT_FALSE(Synchronizer::IsLocked());
+    holder.Close();
+    {
+        Synchronizer lock;  // the count wasn't left behind
+        EXPECT_TRUE(Synchronizer::IsLocked());
+    }
+    EXPECT_FALSE(Synchronizer::IsLocked());
+}
+
+TEST_F(SynchronizerTest, UnusableDataFolderGivesAGuardWithoutLockAndUnwrittenOptions) {
+    Init();
+    std::string notAFolder = temp.Sub("plain-file");
+    krtest::WriteFile(notAFolder, "x");
+    registeredProjects.SetKRDataFolder(Loc(notAFolder), false);
+    std::string written = krtest::ReadFile(OptionsFile());
+    auto stamp = fs::last_write_time(OptionsFile());
+
+    {
+        Synchronizer lock;
+        EXPECT_FALSE(Synchronizer::IsLocked());
+        registeredProjects.SetLastRunTime(4242);
+    }
+    EXPECT_TRUE(KRC::dataOptions.IsDirty());
+    EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
+    EXPECT_EQ(fs::last_write_time(OptionsFile()), stamp);
+    EXPECT_EQ(registeredProjects.GetLastRunTime(), 4242);
+}
+
+TEST_F(SynchronizerTest, ResetLetsTheLockGoAndLaterGuardsEndHarmlessly) {
+    Init();
+    {
+        Synchronizer outer;
+        ASSERT_TRUE(Synchronizer::IsLocked());
+        registeredProjects.Reset();
+        EXPECT_FALSE(Synchronizer::IsLocked());
+        EXPECT_FALSE(fs::exists(LockFile()));
+        {
+            Synchronizer inner;  // counts as a first guard again
+            EXPECT_TRUE(Synchronizer::IsLocked());
+        }
+        EXPECT_FALSE(Synchronizer::IsLocked());
+    }
+    EXPECT_FALSE(Synchronizer::IsLocked());
+    Synchronizer again;
+    EXPECT_TRUE(Synchronizer::IsLocked());
+}
+
+TEST_F(SynchronizerTest, TemporaryModificationLivesWhileAGuardDoes) {
+    auto& modification = RegisteredProjects::TemporaryModification::GetInstance();
+    EXPECT_EQ(&modification, &RegisteredProjects::TemporaryModification::GetInstance());
+    ZR::UniString replacement = "untouched";
+
+    modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/dropped");
+    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
+    EXPECT_EQ(replacement, "untouched");
+
+    // Leave at 0 stays at 0: one Enter later, one Leave clears again.
+    modification.Leave();
+    modification.Enter();
+    modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/first");
+    modification.Leave();
+    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
+
+    {
+        RegisteredProjects::TemporaryModifyGuard outer;
+        {
+            RegisteredProjects::TemporaryModifyGuard inner;
+            modification.AddCacheRenameModification("https://srv.example", "Anna", "/Ä", "/earlier");
+            modification.AddCacheRenameModification("https://srv.example", "anna", "/ä", "/later");
+        }
+        // Added in the inner guard, alive while the outer stands; the first entry answers.
+        EXPECT_TRUE(modification.GetCacheRenameModification("https://srv.example", "ANNA", "/ä", replacement));
+        EXPECT_EQ(replacement, "/earlier");
+        replacement = "untouched";
+        EXPECT_FALSE(modification.GetCacheRenameModification("https://other.example", "anna", "/Ä", replacement));
+        EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "bob", "/Ä", replacement));
+        EXPECT_EQ(replacement, "untouched");
+    }
+    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/Ä", replacement));
+}
+
+}  // namespace
