@@ -20,10 +20,16 @@ ZR::Array<const RegisteredProjects::Synchronizer*> RegisteredProjects::Synchroni
 
 RegisteredProjects::Synchronizer::Synchronizer() {
     if (mOwnLockCounter.IsEmpty()) {
-        // Read before the wait: what the other process writes meanwhile is
-        // noticed by the look-ups' own refresh.
-        registeredProjects.RefreshData(false, nullptr);
         WaitForLock();
+        // Read once the wait is over, not before it: a record that another
+        // process made meanwhile must be in the registry, or a guarded
+        // CreateCachedProjectInfo would make its cache folder a second time.
+        try {
+            registeredProjects.RefreshData(true, nullptr);
+        } catch (...) {
+            RemoveLock();
+            throw;
+        }
     }
     // Counted whether or not the lock was got.
     mOwnLockCounter.Add(this);

@@ -97,15 +97,21 @@ TEST_F(SynchronizerTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
     IO::File holder(Loc(LockFile()));
     ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
 
+    IO::Location project = Project("https://srv.example", "/A", "anna");
     std::atomic<bool> constructed{false};
     std::thread waiter([&] {
         Synchronizer lock;
         constructed = true;
         EXPECT_TRUE(Synchronizer::IsLocked());
+        // What the holder made while this guard waited is known under the lock.
+        bool created = true;
+        std::unique_ptr<KRC::CachedProjectInfo> record(registeredProjects.CreateCachedProjectInfo(project, created));
+        EXPECT_FALSE(created);
     });
     // The library's own wait is what is watched here.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_FALSE(constructed);
+    WriteCache(Projects(), "made-by-the-holder", "https://srv.example", "/A", "anna");
     holder.Close();
     EXPECT_TRUE(WaitFor([&] { return constructed.load(); }));
     waiter.join();
