@@ -26,6 +26,7 @@ TEST(FrameTest, ToStringPrintsTheWholeChain) {
     EXPECT_NE(dynamic_cast<KRC::KRClientException*>(clone.get()), nullptr);
 
     static std::string debugText;
+    debugText.clear();
     ZR::SetDebugOutput([](const std::string& t) { debugText += t; });
     KRC::DebugPrintEx(top);
     ZR::SetDebugOutput(nullptr);
