@@ -49,7 +49,11 @@ KRC::ProjectConnectionInfo Project(const char* server, const char* path, const c
 
 }  // namespace
 
-int main() {
+int RunSecondHost(int argc, char** argv);
+void RunSharedFolderDemo(const std::string& self, const std::string& root);
+
+int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "--second-host") return RunSecondHost(argc, argv);
     std::string root = (std::filesystem::temp_directory_path() / "krc-demo-XXXXXX").string();
     if (!mkdtemp(root.data())) {
         std::perror("mkdtemp");
@@ -119,7 +123,9 @@ int main() {
 
     KRC::cachedProjectInfoObserver.Detach(observer);
     KRC::krcFileErrorEventSource.Detach(observer);
+    RunSharedFolderDemo(std::filesystem::read_symlink("/proc/self/exe").string(), root);
     KRC::CloseKRClient();
-    std::printf("\nDone. Inspect the files with: krctl cache show %s\n", tower.GetCacheFolderLocation().ToPath().ToCString());
+    std::printf("\nDone. Inspect the files with:\n  krctl cache show %s\n  krctl --data-folder %s/shared registry list\n",
+                tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str());
     return 0;
 }
