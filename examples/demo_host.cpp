@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "Kerrow/ServerInfo.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
+#include "Kerrow/ServerInfo.h"
 
 namespace {
 
@@ -18,7 +18,8 @@ class HostObserver : public KRC::CachedProjectInfoObserver, public KRC::KRCFileE
 public:
     void ContentWrittenToDisc(const KRC::CachedProjectInfo* info) override {
         ++writes;
-        std::printf("    [event] CacheInfo.xml written in %s\n", info->GetLocalFolderName().GetUniString().ToCString());
+        std::printf("    [event] CacheInfo.xml written in %s\n",
+                    info->GetLocalFolderName().GetUniString().ToCString());
     }
     void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
         static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
@@ -30,15 +31,21 @@ public:
 void Show(const char* title, const KRC::CachedProjectInfo& r) {
     std::printf("  %s\n", title);
     std::printf("    folder       %s\n", r.GetLocalFolderName().GetUniString().ToCString());
-    std::printf("    server       %s (%s)\n", r.GetPortalServerUrl().ToCString(), r.GetServerName().ToCString());
-    std::printf("    project      %s (name %s)\n", r.GetProjectPath().ToCString(), r.GetProjectName().ToCString());
-    std::printf("    user         %s, display name \"%s\"\n", r.GetLoginName().ToCString(), r.GetUserName_().ToCString());
+    std::printf("    server       %s (%s)\n", r.GetPortalServerUrl().ToCString(),
+                r.GetServerName().ToCString());
+    std::printf("    project      %s (name %s)\n", r.GetProjectPath().ToCString(),
+                r.GetProjectName().ToCString());
+    std::printf("    user         %s, display name \"%s\"\n", r.GetLoginName().ToCString(),
+                r.GetUserName_().ToCString());
     std::printf("    visits       %u, version %s build %d, detached %s\n", r.GetVisitCount(),
-                r.GetProjectVersion().IsEmpty() ? "(none)" : r.GetProjectVersion().ToCString(), r.GetProjectBuildNum(), r.IsProjectDetached() ? "yes" : "no");
-    std::printf("    token stored %s\n", r.GetRefreshToken().IsEmpty() ? "no" : "yes (kept in the login data store)");
+                r.GetProjectVersion().IsEmpty() ? "(none)" : r.GetProjectVersion().ToCString(),
+                r.GetProjectBuildNum(), r.IsProjectDetached() ? "yes" : "no");
+    std::printf("    token stored %s\n",
+                r.GetRefreshToken().IsEmpty() ? "no" : "yes (kept in the login data store)");
 }
 
-KRC::ProjectConnectionInfo Project(const char* server, const char* path, const char* user, const char* token) {
+KRC::ProjectConnectionInfo Project(const char* server, const char* path, const char* user,
+                                   const char* token) {
     KRC::ProjectConnectionInfo info;
     info.SetServerUrl(server);
     info.SetProjectPath(path);
@@ -74,16 +81,21 @@ int main(int argc, char** argv) {
             "https://design.example.com", "Design office", 26, 3);
         store.AddServer(info, "https://design.example.com");
         store.Write();
-        std::printf("   server %s, version %d\n\n", store.GetServerFriendlyName("https://design.example.com").ToCString(),
+        std::printf("   server %s, version %d\n\n",
+                    store.GetServerFriendlyName("https://design.example.com").ToCString(),
                     store.GetServerVersion("https://design.example.com"));
     }
 
     IO::Location main(ZR::UniString(root + "/Projects"));
     std::printf("2. Three projects get cache folders named by the MD5 of server, path and user.\n");
-    KRC::CachedProjectInfo tower(Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
-    KRC::CachedProjectInfo school(Project("https://design.example.com", "/Public/School", "anna", "token-1"), main);
-    KRC::CachedProjectInfo again(Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
-    std::printf("   the same key twice: %s and %s\n\n", tower.GetLocalFolderName().GetUniString().ToCString(),
+    KRC::CachedProjectInfo tower(
+        Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
+    KRC::CachedProjectInfo school(
+        Project("https://design.example.com", "/Public/School", "anna", "token-1"), main);
+    KRC::CachedProjectInfo again(
+        Project("https://design.example.com", "/Housing/Tower A", "anna", "token-1"), main);
+    std::printf("   the same key twice: %s and %s\n\n",
+                tower.GetLocalFolderName().GetUniString().ToCString(),
                 again.GetLocalFolderName().GetUniString().ToCString());
 
     std::printf("3. Changes outside an update bracket: one write each.\n");
@@ -125,7 +137,9 @@ int main(int argc, char** argv) {
     KRC::krcFileErrorEventSource.Detach(observer);
     RunSharedFolderDemo(std::filesystem::read_symlink("/proc/self/exe").string(), root);
     KRC::CloseKRClient();
-    std::printf("\nDone. Inspect the files with:\n  krctl cache show %s\n  krctl --data-folder %s/shared registry list\n",
-                tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str());
+    std::printf(
+        "\nDone. Inspect the files with:\n  krctl cache show %s\n  krctl --data-folder %s/shared "
+        "registry list\n",
+        tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str());
     return 0;
 }

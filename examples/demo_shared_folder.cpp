@@ -45,14 +45,16 @@ int SecondHost(const std::string& base, const std::string& data) {
             int n = 0;
             for (KRC::RegisteredProjects::ProjectConstIterator it; it != nullptr; ++it, ++n) {
                 const KRC::CachedProjectInfo* info = it->GetCachedProjectInfo();
-                std::printf("      %-22s visits %u, version \"%s\"\n", it->GetProjectPath().ToCString(),
-                            info->GetVisitCount(), info->GetProjectVersion().ToCString());
+                std::printf("      %-22s visits %u, version \"%s\"\n",
+                            it->GetProjectPath().ToCString(), info->GetVisitCount(),
+                            info->GetProjectVersion().ToCString());
             }
             std::printf("      (%d project(s))\n", n);
         } else if (command.rfind("visit ", 0) == 0) {
             IO::Location project = Project(command.substr(6));
             std::int64_t start = Millis();
-            KRC::registeredProjects.SetVisitCount(project, KRC::registeredProjects.GetVisitCount(project) + 100);
+            KRC::registeredProjects.SetVisitCount(
+                project, KRC::registeredProjects.GetVisitCount(project) + 100);
             std::printf("      set the visit count after waiting %lld ms for the lock\n",
                         static_cast<long long>(Millis() - start));
         } else if (command == "quit") {
@@ -75,8 +77,8 @@ public:
         posix_spawn_file_actions_adddup2(&actions, in[0], 0);
         posix_spawn_file_actions_adddup2(&actions, out[1], 1);
         std::string mode = "--second-host";
-        char* argv[] = {const_cast<char*>(self.c_str()), mode.data(), const_cast<char*>(base.c_str()),
-                        const_cast<char*>(data.c_str()), nullptr};
+        char* argv[] = {const_cast<char*>(self.c_str()), mode.data(),
+                        const_cast<char*>(base.c_str()), const_cast<char*>(data.c_str()), nullptr};
         if (posix_spawn(&mPid, self.c_str(), &actions, nullptr, argv, environ) != 0) mPid = -1;
         posix_spawn_file_actions_destroy(&actions);
         close(in[0]);

@@ -26,21 +26,6 @@ const char* const kCacheUsage =
     "  enableTravelPackageWarningAtClose userColorList colorMode projectVersion projectBuildNum\n"
     "  projectDetached (true only; false reloads) visitCount\n";
 
-long long ParseInteger(const std::string& text, long long min, long long max) {
-    errno = 0;
-    char* end = nullptr;
-    long long v = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno == ERANGE || v < min || v > max)
-        throw UsageError("'" + text + "' is not a number from " + std::to_string(min) + " to " + std::to_string(max));
-    return v;
-}
-
-bool ParseBool(const std::string& text) {
-    if (text == "true" || text == "1") return true;
-    if (text == "false" || text == "0") return false;
-    throw UsageError("'" + text + "' is not true or false");
-}
-
 // Counts the record's write attempts and the file failures they met.
 class WriteWatch : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
 public:
@@ -103,17 +88,20 @@ Json RecordToJson(const KRC::CachedProjectInfo& info) {
 void PrintRecord(const Json& record) {
     for (const auto& [key, value] : record.items()) {
         std::string text;
-        if (value.is_string()) text = value.get<std::string>();
+        if (value.is_string())
+            text = value.get<std::string>();
         else if (value.is_array()) {
             for (const auto& p : value) text += (text.empty() ? "" : ", ") + p.get<std::string>();
-        } else text = value.dump();
+        } else
+            text = value.dump();
         std::printf("%-34s %s\n", key.c_str(), text.c_str());
     }
 }
 
 int Create(const GlobalOptions& options, std::vector<std::string> args) {
     std::string mainFolder, server, path, user, token;
-    if (!TakeOption(args, "--main-folder", &mainFolder)) throw UsageError("cache create needs --main-folder");
+    if (!TakeOption(args, "--main-folder", &mainFolder))
+        throw UsageError("cache create needs --main-folder");
     if (!TakeOption(args, "--server", &server)) throw UsageError("cache create needs --server");
     if (!TakeOption(args, "--path", &path)) throw UsageError("cache create needs --path");
     if (!TakeOption(args, "--user", &user)) throw UsageError("cache create needs --user");
@@ -130,8 +118,10 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
     for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
     if (!watch.failures.empty()) return 1;
     std::string folder = record.GetCacheFolderLocation().ToPath().Std();
-    if (options.json) std::printf("%s\n", Json{{"cacheFolder", folder}}.dump(2).c_str());
-    else std::printf("%s\n", folder.c_str());
+    if (options.json)
+        std::printf("%s\n", Json{{"cacheFolder", folder}}.dump(2).c_str());
+    else
+        std::printf("%s\n", folder.c_str());
     return 0;
 }
 
@@ -140,13 +130,17 @@ int Show(const GlobalOptions& options, std::vector<std::string> args) {
     try {
         KRC::CachedProjectInfo record{IO::Location(ZR::UniString(args[0]))};
         Json json = RecordToJson(record);
-        if (options.json) std::printf("%s\n", json.dump(2).c_str());
-        else PrintRecord(json);
+        if (options.json)
+            std::printf("%s\n", json.dump(2).c_str());
+        else
+            PrintRecord(json);
         return 0;
     } catch (const KRC::FileOpeningError&) {
-        std::fprintf(stderr, "krctl: cannot open %s/%s\n", args[0].c_str(), KRC::kCacheInfoFileName);
+        std::fprintf(stderr, "krctl: cannot open %s/%s\n", args[0].c_str(),
+                     KRC::kCacheInfoFileName);
     } catch (const KRC::ErrorReadingFile&) {
-        std::fprintf(stderr, "krctl: cannot read %s/%s: malformed record\n", args[0].c_str(), KRC::kCacheInfoFileName);
+        std::fprintf(stderr, "krctl: cannot read %s/%s: malformed record\n", args[0].c_str(),
+                     KRC::kCacheInfoFileName);
     }
     return 1;
 }
@@ -154,8 +148,12 @@ int Show(const GlobalOptions& options, std::vector<std::string> args) {
 using Setter = std::function<void(KRC::CachedProjectInfo&, const std::string&)>;
 
 const std::map<std::string, Setter>& Setters() {
-    auto i32 = [](const std::string& v) { return static_cast<int>(ParseInteger(v, INT_MIN, INT_MAX)); };
-    auto i16 = [](const std::string& v) { return static_cast<short>(ParseInteger(v, SHRT_MIN, SHRT_MAX)); };
+    auto i32 = [](const std::string& v) {
+        return static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX));
+    };
+    auto i16 = [](const std::string& v) {
+        return static_cast<short>(ParseNumber(v, SHRT_MIN, SHRT_MAX));
+    };
     static const std::map<std::string, Setter> setters = {
         {"userName", [](auto& r, auto& v) { r.SetUserName(v); }},
         {"userId", [](auto& r, auto& v) { r.SetUserId(v); }},
@@ -179,9 +177,11 @@ const std::map<std::string, Setter>& Setters() {
         {"unsentChanges", [](auto& r, auto& v) { r.SetUnsentChanges(ParseBool(v)); }},
         {"projectForcedOffline", [](auto& r, auto& v) { r.SetProjectForcedOffline(ParseBool(v)); }},
         {"lastOpenProjectTime", [i32](auto& r, auto& v) { r.SetLastOpenProjectTime(i32(v)); }},
-        {"travelPackageCreationTime", [i32](auto& r, auto& v) { r.SetTravelPackageCreationTime(i32(v)); }},
+        {"travelPackageCreationTime",
+         [i32](auto& r, auto& v) { r.SetTravelPackageCreationTime(i32(v)); }},
         {"travelPackageCreated", [](auto& r, auto& v) { r.SetTravelPackageCreated(ParseBool(v)); }},
-        {"extractedFromTravelPackage", [](auto& r, auto& v) { r.SetExtractedFromTravelPackage(ParseBool(v)); }},
+        {"extractedFromTravelPackage",
+         [](auto& r, auto& v) { r.SetExtractedFromTravelPackage(ParseBool(v)); }},
         {"enableTravelPackageWarningAtClose",
          [](auto& r, auto& v) { r.EnableTravelPackageWarningAtClose(ParseBool(v)); }},
         {"userColorList", [](auto& r, auto& v) { r.SetUserColorListString(ZR::UniString(v)); }},
@@ -190,11 +190,15 @@ const std::map<std::string, Setter>& Setters() {
         {"projectBuildNum", [i32](auto& r, auto& v) { r.SetProjectBuildNum(i32(v)); }},
         {"projectDetached",
          [](auto& r, auto& v) {
-             if (ParseBool(v)) r.ProjectDetached();
-             else r.ProjectReloaded();
+             if (ParseBool(v))
+                 r.ProjectDetached();
+             else
+                 r.ProjectReloaded();
          }},
         {"visitCount",
-         [](auto& r, auto& v) { r.SetVisitCount(static_cast<unsigned int>(ParseInteger(v, 0, UINT_MAX))); }},
+         [](auto& r, auto& v) {
+             r.SetVisitCount(static_cast<unsigned int>(ParseNumber(v, 0, UINT_MAX)));
+         }},
     };
     return setters;
 }
@@ -202,20 +206,26 @@ const std::map<std::string, Setter>& Setters() {
 int Set(const GlobalOptions& options, std::vector<std::string> args) {
     if (args.size() != 3) throw UsageError("cache set needs CACHE_FOLDER FIELD VALUE");
     auto it = Setters().find(args[1]);
-    if (it == Setters().end()) throw UsageError("unknown field '" + args[1] + "' (see krctl cache --help)");
+    if (it == Setters().end())
+        throw UsageError("unknown field '" + args[1] + "' (see krctl cache --help)");
     std::unique_ptr<KRC::CachedProjectInfo> record;
     try {
         record = std::make_unique<KRC::CachedProjectInfo>(IO::Location(ZR::UniString(args[0])));
     } catch (const KRC::FileException&) {
-        std::fprintf(stderr, "krctl: cannot read %s/%s\n", args[0].c_str(), KRC::kCacheInfoFileName);
+        std::fprintf(stderr, "krctl: cannot read %s/%s\n", args[0].c_str(),
+                     KRC::kCacheInfoFileName);
         return 1;
     }
     WriteWatch watch;
     it->second(*record, args[2]);
     for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
     if (!watch.failures.empty()) return 1;
-    if (options.json) std::printf("%s\n", Json{{"field", args[1]}, {"written", watch.writes > 0}}.dump(2).c_str());
-    else std::printf("%s: %s\n", args[1].c_str(), watch.writes > 0 ? "written" : "unchanged, nothing written");
+    if (options.json)
+        std::printf("%s\n",
+                    Json{{"field", args[1]}, {"written", watch.writes > 0}}.dump(2).c_str());
+    else
+        std::printf("%s: %s\n", args[1].c_str(),
+                    watch.writes > 0 ? "written" : "unchanged, nothing written");
     return 0;
 }
 

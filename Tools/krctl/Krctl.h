@@ -8,9 +8,9 @@
 namespace krctl {
 
 struct GlobalOptions {
-    std::string baseFolder;    // the base client's own data (login data store)
-    std::string logFile;       // every log line of the run goes there
-    std::string dataFolder;    // the folder given to the registry
+    std::string baseFolder;  // the base client's own data (login data store)
+    std::string logFile;     // every log line of the run goes there
+    std::string dataFolder;  // the folder given to the registry
     std::string projectCache = "Projects";
     std::string libCache = "Libraries";
     bool json = false;
@@ -35,5 +35,8 @@ bool TakeOption(std::vector<std::string>& args, const std::string& name, std::st
 bool TakeFlag(std::vector<std::string>& args, const std::string& name);
 // Throws UsageError if anything is left.
 void ExpectNoMore(const std::vector<std::string>& args);
+// Values of the command line; UsageError if the text is not one.
+long long ParseNumber(const std::string& text, long long min, long long max);
+bool ParseBool(const std::string& text);
 
 }  // namespace krctl

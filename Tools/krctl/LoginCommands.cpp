@@ -42,16 +42,18 @@ int Help(const char* usage) {
 }
 
 bool IsActiveServer(const UILoginDataStore& store, const UILoginDataStore::Server& server) {
-    return store.HasActiveServer() && store.IsSameServers(store.GetActiveServer().GetUniqueURL(), server.GetUniqueURL());
+    return store.HasActiveServer() &&
+           store.IsSameServers(store.GetActiveServer().GetUniqueURL(), server.GetUniqueURL());
 }
 
 Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server& server) {
     Json users = Json::array();
     for (const auto& user : server.GetUsers()) {
-        users.push_back({{"name", user.GetUserName().Std()},
-                         {"fullName", user.GetFullName().Std()},
-                         {"hasToken", user.HasRefreshToken()},
-                         {"active", server.HasActiveUser() && user.IsUser(server.GetActiveUserName())}});
+        users.push_back(
+            {{"name", user.GetUserName().Std()},
+             {"fullName", user.GetFullName().Std()},
+             {"hasToken", user.HasRefreshToken()},
+             {"active", server.HasActiveUser() && user.IsUser(server.GetActiveUserName())}});
     }
     return {{"url", server.GetUniqueURL().Std()},
             {"friendlyName", server.GetFriendlyName().Std()},
@@ -63,19 +65,22 @@ Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server&
 void PrintServer(const Json& server) {
     int version = server["version"].get<int>();
     std::printf("%s%s  \"%s\"  version %d.%d\n", server["active"].get<bool>() ? "* " : "  ",
-                server["url"].get<std::string>().c_str(), server["friendlyName"].get<std::string>().c_str(),
-                version / 100, version % 100);
+                server["url"].get<std::string>().c_str(),
+                server["friendlyName"].get<std::string>().c_str(), version / 100, version % 100);
     for (const Json& user : server["users"])
         std::printf("    %s%s  \"%s\"  token: %s\n", user["active"].get<bool>() ? "* " : "  ",
-                    user["name"].get<std::string>().c_str(), user["fullName"].get<std::string>().c_str(),
+                    user["name"].get<std::string>().c_str(),
+                    user["fullName"].get<std::string>().c_str(),
                     user["hasToken"].get<bool>() ? "yes" : "no");
 }
 
 // After a change: show the server as it now stands.
 int Report(const GlobalOptions& options, const UILoginDataStore& store, const std::string& url) {
     Json server = ServerToJson(store, store.GetServer(url));
-    if (options.json) std::printf("%s\n", server.dump(2).c_str());
-    else PrintServer(server);
+    if (options.json)
+        std::printf("%s\n", server.dump(2).c_str());
+    else
+        PrintServer(server);
     return 0;
 }
 
@@ -117,7 +122,8 @@ int AddServer(const GlobalOptions& options, std::vector<std::string> args) {
     const std::string url = args[0];
 
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    auto info = ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(url), ZR::UniString(name));
+    auto info =
+        ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(url), ZR::UniString(name));
     try {
         store.AddServer(info, url);
     } catch (const KRC::KRClientException& e) {
@@ -157,7 +163,8 @@ int SetActive(const GlobalOptions& options, std::vector<std::string> args) {
     UILoginDataStore store(UILoginDataStore::ForWriting);
     if (!RequireServer(store, url)) return 1;
     if (!store.ContainsUser(url, user)) {
-        std::fprintf(stderr, "krctl: unknown user '%s' on server '%s'\n", user.c_str(), url.c_str());
+        std::fprintf(stderr, "krctl: unknown user '%s' on server '%s'\n", user.c_str(),
+                     url.c_str());
         return 1;
     }
     store.SetActiveUser(url, user);
@@ -169,7 +176,8 @@ int SetActive(const GlobalOptions& options, std::vector<std::string> args) {
 
 int RunLoginCommand(const GlobalOptions& options, const std::vector<std::string>& input) {
     std::vector<std::string> args = input;
-    if (args.empty()) throw UsageError("login needs a subcommand: list, add-server, add-user or set-active");
+    if (args.empty())
+        throw UsageError("login needs a subcommand: list, add-server, add-user or set-active");
     if (args.front() == "--help") return Help(kLoginUsage);
     std::string sub = args.front();
     args.erase(args.begin());

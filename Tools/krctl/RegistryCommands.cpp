@@ -24,7 +24,8 @@ using KRC::RegisteredProjects;
 using KRC::registeredProjects;
 
 const char* const kRegistryUsage =
-    "usage: krctl --data-folder DIR [--project-cache NAME] [--lib-cache NAME] registry list [--user U] [--server URL]\n"
+    "usage: krctl --data-folder DIR [--project-cache NAME] [--lib-cache NAME] registry list "
+    "[--user U] [--server URL]\n"
     "       krctl --data-folder DIR registry find --server URL --user U --path P\n"
     "       krctl --data-folder DIR registry set PROPERTY [VALUE] --server URL --user U --path P\n"
     "PROPERTY is one of: visitCount projectVersion projectBuildNum travelPackageCreationTime\n"
@@ -36,25 +37,10 @@ const char* const kOptionsUsage =
     "FIELD is one of: enableAutoClean periodTime lastUsedDays lastRunTime dataFolder\n";
 const char* const kLockUsage = "usage: krctl --data-folder DIR lock hold --seconds N\n";
 
-long long Number(const std::string& text, long long min, long long max) {
-    errno = 0;
-    char* end = nullptr;
-    long long v = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno == ERANGE || v < min || v > max)
-        throw UsageError("'" + text + "' is not a number from " + std::to_string(min) + " to " + std::to_string(max));
-    return v;
-}
-
-bool Flag(const std::string& text) {
-    if (text == "true" || text == "1") return true;
-    if (text == "false" || text == "0") return false;
-    throw UsageError("'" + text + "' is not true or false");
-}
-
 void StartRegistry(const GlobalOptions& options) {
     if (options.dataFolder.empty()) throw UsageError("this command needs --data-folder DIR");
-    RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)), ZR::UniString(options.projectCache),
-                             ZR::UniString(options.libCache));
+    RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
+                             ZR::UniString(options.projectCache), ZR::UniString(options.libCache));
 }
 
 // The project location named by --server, --user and --path.
@@ -93,7 +79,8 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
     ExpectNoMore(args);
     StartRegistry(options);
     Json list = Json::array();
-    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(user), ZR::UniString(server), nullptr};
+    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(user), ZR::UniString(server),
+                                                     nullptr};
          it != nullptr; ++it)
         list.push_back(ProjectToJson(*it));
     if (options.json) {
@@ -102,7 +89,8 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
     }
     for (const auto& p : list)
         std::printf("%s  %s  %s  %s\n", p["cacheDataFolder"].get<std::string>().c_str(),
-                    p["serverUrl"].get<std::string>().c_str(), p["userName"].get<std::string>().c_str(),
+                    p["serverUrl"].get<std::string>().c_str(),
+                    p["userName"].get<std::string>().c_str(),
                     p["projectPath"].get<std::string>().c_str());
     std::printf("%zu project(s)\n", list.size());
     return 0;
@@ -117,8 +105,10 @@ int Find(const GlobalOptions& options, std::vector<std::string> args) {
         std::fprintf(stderr, "krctl: not found\n");
         return 1;
     }
-    if (options.json) std::printf("%s\n", Json{{"cacheDataFolder", folder.ToPath().Std()}}.dump(2).c_str());
-    else std::printf("%s\n", folder.ToPath().ToCString());
+    if (options.json)
+        std::printf("%s\n", Json{{"cacheDataFolder", folder.ToPath().Std()}}.dump(2).c_str());
+    else
+        std::printf("%s\n", folder.ToPath().ToCString());
     return 0;
 }
 
@@ -130,25 +120,46 @@ int SetProperty(const GlobalOptions& options, std::vector<std::string> args) {
     std::string property = args[0];
     static const std::map<std::string, std::pair<bool, ProjectSetter>> setters = {
         {"visitCount",
-         {true, [](auto& l, auto& v) { registeredProjects.SetVisitCount(l, static_cast<unsigned>(Number(v, 0, UINT_MAX))); }}},
-        {"projectVersion", {true, [](auto& l, auto& v) { registeredProjects.SetProjectVersion(l, ZR::UniString(v)); }}},
-        {"projectBuildNum",
-         {true, [](auto& l, auto& v) { registeredProjects.SetProjectBuildNum(l, static_cast<int>(Number(v, INT_MIN, INT_MAX))); }}},
-        {"travelPackageCreationTime",
-         {true, [](auto& l, auto& v) {
-              registeredProjects.SetTravelPackageCreationTime(l, static_cast<int>(Number(v, INT_MIN, INT_MAX)));
+         {true,
+          [](auto& l, auto& v) {
+              registeredProjects.SetVisitCount(l,
+                                               static_cast<unsigned>(ParseNumber(v, 0, UINT_MAX)));
           }}},
-        {"travelPackageCreated", {true, [](auto& l, auto& v) { registeredProjects.SetTravelPackageCreated(l, Flag(v)); }}},
+        {"projectVersion",
+         {true,
+          [](auto& l, auto& v) { registeredProjects.SetProjectVersion(l, ZR::UniString(v)); }}},
+        {"projectBuildNum",
+         {true,
+          [](auto& l, auto& v) {
+              registeredProjects.SetProjectBuildNum(
+                  l, static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX)));
+          }}},
+        {"travelPackageCreationTime",
+         {true,
+          [](auto& l, auto& v) {
+              registeredProjects.SetTravelPackageCreationTime(
+                  l, static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX)));
+          }}},
+        {"travelPackageCreated",
+         {true,
+          [](auto& l, auto& v) { registeredProjects.SetTravelPackageCreated(l, ParseBool(v)); }}},
         {"extractedFromTravelPackage",
-         {true, [](auto& l, auto& v) { registeredProjects.SetExtractedFromTravelPackage(l, Flag(v)); }}},
+         {true,
+          [](auto& l, auto& v) {
+              registeredProjects.SetExtractedFromTravelPackage(l, ParseBool(v));
+          }}},
         {"enableTravelPackageWarningAtClose",
-         {true, [](auto& l, auto& v) { registeredProjects.EnableTravelPackageWarningAtClose(l, Flag(v)); }}},
+         {true,
+          [](auto& l, auto& v) {
+              registeredProjects.EnableTravelPackageWarningAtClose(l, ParseBool(v));
+          }}},
         {"projectOpened", {false, [](auto& l, auto&) { registeredProjects.ProjectOpened(l); }}},
         {"projectDetached", {false, [](auto& l, auto&) { registeredProjects.ProjectDetached(l); }}},
         {"projectReloaded", {false, [](auto& l, auto&) { registeredProjects.ProjectReloaded(l); }}},
     };
     auto it = setters.find(property);
-    if (it == setters.end()) throw UsageError("unknown property '" + property + "' (see krctl registry --help)");
+    if (it == setters.end())
+        throw UsageError("unknown property '" + property + "' (see krctl registry --help)");
     bool takesValue = it->second.first;
     if (takesValue && args.size() != 2) throw UsageError(property + " needs one VALUE");
     if (!takesValue && args.size() != 1) throw UsageError(property + " takes no value");
@@ -159,19 +170,23 @@ int SetProperty(const GlobalOptions& options, std::vector<std::string> args) {
         return 1;
     }
     it->second.second(project, value);
-    if (options.json) std::printf("%s\n", Json{{"property", property}, {"done", true}}.dump(2).c_str());
-    else std::printf("%s: done\n", property.c_str());
+    if (options.json)
+        std::printf("%s\n", Json{{"property", property}, {"done", true}}.dump(2).c_str());
+    else
+        std::printf("%s: done\n", property.c_str());
     return 0;
 }
 
 Json OptionsToJson() {
-    return Json{{"dataFolder", registeredProjects.GetKRDataFolder().ToPath().Std()},
-                {"mainProjectCacheFolder", registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std()},
-                {"mainLibCacheFolder", registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std()},
-                {"enableAutoClean", registeredProjects.GetEnableAutoClean()},
-                {"periodTime", registeredProjects.GetPeriodTime()},
-                {"lastUsedDays", registeredProjects.GetLastUsedDays()},
-                {"lastRunTime", registeredProjects.GetLastRunTime()}};
+    return Json{
+        {"dataFolder", registeredProjects.GetKRDataFolder().ToPath().Std()},
+        {"mainProjectCacheFolder",
+         registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std()},
+        {"mainLibCacheFolder", registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std()},
+        {"enableAutoClean", registeredProjects.GetEnableAutoClean()},
+        {"periodTime", registeredProjects.GetPeriodTime()},
+        {"lastUsedDays", registeredProjects.GetLastUsedDays()},
+        {"lastRunTime", registeredProjects.GetLastRunTime()}};
 }
 
 int Options(const GlobalOptions& options, std::vector<std::string> args) {
@@ -186,10 +201,12 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
         ExpectNoMore(args);
         StartRegistry(options);
         Json json = OptionsToJson();
-        if (options.json) std::printf("%s\n", json.dump(2).c_str());
+        if (options.json)
+            std::printf("%s\n", json.dump(2).c_str());
         else
             for (const auto& [k, v] : json.items())
-                std::printf("%-24s %s\n", k.c_str(), v.is_string() ? v.get<std::string>().c_str() : v.dump().c_str());
+                std::printf("%-24s %s\n", k.c_str(),
+                            v.is_string() ? v.get<std::string>().c_str() : v.dump().c_str());
         return 0;
     }
     if (sub != "set") throw UsageError("unknown options subcommand '" + sub + "'");
@@ -197,17 +214,32 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
     const std::string& field = args[0];
     const std::string& value = args[1];
     std::function<void()> apply;
-    if (field == "enableAutoClean") apply = [v = Flag(value)] { registeredProjects.SetEnableAutoClean(v); };
-    else if (field == "periodTime") apply = [v = Number(value, INT_MIN, INT_MAX)] { registeredProjects.SetPeriodTime(static_cast<int>(v)); };
-    else if (field == "lastUsedDays") apply = [v = Number(value, INT_MIN, INT_MAX)] { registeredProjects.SetLastUsedDays(static_cast<int>(v)); };
-    else if (field == "lastRunTime") apply = [v = Number(value, INT_MIN, INT_MAX)] { registeredProjects.SetLastRunTime(static_cast<int>(v)); };
+    if (field == "enableAutoClean")
+        apply = [v = ParseBool(value)] { registeredProjects.SetEnableAutoClean(v); };
+    else if (field == "periodTime")
+        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+            registeredProjects.SetPeriodTime(static_cast<int>(v));
+        };
+    else if (field == "lastUsedDays")
+        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+            registeredProjects.SetLastUsedDays(static_cast<int>(v));
+        };
+    else if (field == "lastRunTime")
+        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+            registeredProjects.SetLastRunTime(static_cast<int>(v));
+        };
     else if (field == "dataFolder")
-        apply = [value] { registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(value)), false); };
-    else throw UsageError("unknown options field '" + field + "'");
+        apply = [value] {
+            registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(value)), false);
+        };
+    else
+        throw UsageError("unknown options field '" + field + "'");
     StartRegistry(options);
     apply();
-    if (options.json) std::printf("%s\n", OptionsToJson().dump(2).c_str());
-    else std::printf("%s: done\n", field.c_str());
+    if (options.json)
+        std::printf("%s\n", OptionsToJson().dump(2).c_str());
+    else
+        std::printf("%s: done\n", field.c_str());
     return 0;
 }
 
@@ -226,13 +258,14 @@ int Lock(const GlobalOptions& options, std::vector<std::string> args) {
     args.erase(args.begin());
     std::string seconds;
     if (!TakeOption(args, "--seconds", &seconds)) throw UsageError("lock hold needs --seconds N");
-    long long n = Number(seconds, 0, 86400);
+    long long n = ParseNumber(seconds, 0, 86400);
     ExpectNoMore(args);
     StartRegistry(options);
     {
         RegisteredProjects::Synchronizer guard;
         // Monotonic times let a test on this machine compare across processes.
-        std::printf("%s %lld\n", RegisteredProjects::Synchronizer::IsLocked() ? "locked" : "not-locked",
+        std::printf("%s %lld\n",
+                    RegisteredProjects::Synchronizer::IsLocked() ? "locked" : "not-locked",
                     static_cast<long long>(MonotonicMillis()));
         std::fflush(stdout);
         std::this_thread::sleep_for(std::chrono::seconds(n));
@@ -263,6 +296,8 @@ int RunOptionsCommand(const GlobalOptions& options, const std::vector<std::strin
     return Options(options, args);
 }
 
-int RunLockCommand(const GlobalOptions& options, const std::vector<std::string>& args) { return Lock(options, args); }
+int RunLockCommand(const GlobalOptions& options, const std::vector<std::string>& args) {
+    return Lock(options, args);
+}
 
 }  // namespace krctl
