@@ -31,8 +31,20 @@ struct Corpus {
     std::vector<IO::Location> locations;  // project locations of every record
 };
 
+// The corpora's folders go when the run ends.
+struct Corpora {
+    std::map<int, std::unique_ptr<Corpus>> bySize;
+    ~Corpora() {
+        for (auto& [size, corpus] : bySize) {
+            std::error_code ec;
+            if (corpus) fs::remove_all(corpus->root, ec);
+        }
+    }
+};
+
 const Corpus& GetCorpus(int count) {
-    static std::map<int, std::unique_ptr<Corpus>> corpora;
+    static Corpora all;
+    auto& corpora = all.bySize;
     auto& slot = corpora[count];
     if (slot) return *slot;
     slot = std::make_unique<Corpus>();
