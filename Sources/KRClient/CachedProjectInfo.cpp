@@ -90,6 +90,14 @@ CachedProjectInfo& CachedProjectInfo::operator=(const CachedProjectInfo& other) 
     return *this;
 }
 
+void CachedProjectInfo::AssignContent(const CachedProjectInfo& other) {
+    const bool ownUpdating = updating;
+    const bool ownWritePending = writePending;
+    *this = other;
+    updating = ownUpdating;
+    writePending = ownWritePending;
+}
+
 CachedProjectInfo::~CachedProjectInfo() {
     if (updating && writePending) {
         try {

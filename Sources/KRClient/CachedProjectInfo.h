@@ -46,6 +46,10 @@ public:
     CachedProjectInfo(const ProjectConnectionInfo& connectionInfo, const IO::Location& mainCacheFolder);
     CachedProjectInfo(const CachedProjectInfo& other);
     CachedProjectInfo& operator=(const CachedProjectInfo& other);
+    // Takes the other record's content but keeps this one's update state, so a
+    // copy that was caught inside its own update bracket doesn't hold this one
+    // in an update that nobody will end.
+    void AssignContent(const CachedProjectInfo& other);
     // Writes if an update was left open with a write pending.
     ~CachedProjectInfo() override;
 

@@ -188,7 +188,7 @@ void RegisteredProjects::ContentWrittenToDisc(const CachedProjectInfo* written) 
         if (record.info.get() == written) return;
         if (!folder.IsEmpty() && record.info && record.info->GetCacheFolderLocation() == folder) {
             // Assigning writes nothing, so this doesn't come back here.
-            *record.info = *written;
+            record.info->AssignContent(*written);
             return;
         }
     }

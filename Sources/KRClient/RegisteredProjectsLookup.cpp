@@ -104,7 +104,11 @@ CachedProjectInfo* RegisteredProjects::CreateCachedProjectInfo(const IO::Locatio
 
 void RegisteredProjects::RemoveProject(const IO::Location& location) {
     std::size_t index = 0;
-    if (GetCacheIndex(location, index, false)) mCacheInforegister.Remove(index);
+    if (!GetCacheIndex(location, index, false)) return;
+    // Out of the array before it goes: a record's destructor may write, and
+    // the registry hears of writes.
+    CacheInfoRecord removed = std::move(mCacheInforegister[index]);
+    mCacheInforegister.Remove(index);
 }
 
 template <typename R, typename F>

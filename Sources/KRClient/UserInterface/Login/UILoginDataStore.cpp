@@ -9,7 +9,7 @@ namespace LDS = KRCB::LoginDataStore;
 
 namespace {
 
-const ZR::WarningLogLine kCheckSaveFailed("Login data store: saving the cached login data failed: %", "KRC");
+const ZR::WarningLogLine kCheckSaveFailed("Login data store: saving the cached login data failed: %");
 
 LDS::LoginDataStoreCache& Cache() { return LDS::LoginDataStoreCache::GetInstance(); }
 LDS::ConnectionStatusStore& Status() { return LDS::ConnectionStatusStore::GetInstance(); }
