@@ -4,8 +4,26 @@
 #include "KRCB/KRClientBase.h"
 #include "KRClient/UserInterface/CachedProjectCheckTask.h"
 #include "ZR/Debug.h"
+#include "ZR/Resources.h"
 
 namespace KRC {
+namespace {
+
+// Registers the library with the resource library for as long as it is loaded.
+class ModuleRegistration {
+public:
+    ModuleRegistration() : mHandle(RSInitModuleImageCache(this)) {}
+    ~ModuleRegistration() {
+        if (mHandle > 0) RSRemoveModuleImageCache(mHandle);
+    }
+
+private:
+    std::int64_t mHandle;
+};
+
+const ModuleRegistration moduleRegistration;
+
+}  // namespace
 
 void InitKRClient(const ZR::PagedArray<ZR::UniString, 8>& arguments) {
     UI::CachedProjectCheckTask::SetEnabled(InitKRClientBase(arguments));

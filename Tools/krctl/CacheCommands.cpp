@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "Krctl.h"
+#include "WriteWatch.h"
 
 namespace krctl {
 namespace {
@@ -25,26 +28,6 @@ const char* const kCacheUsage =
     "  travelPackageCreationTime travelPackageCreated extractedFromTravelPackage\n"
     "  enableTravelPackageWarningAtClose userColorList colorMode projectVersion projectBuildNum\n"
     "  projectDetached (true only; false reloads) visitCount\n";
-
-// Counts the record's write attempts and the file failures they met.
-class WriteWatch : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
-public:
-    WriteWatch() {
-        KRC::cachedProjectInfoObserver.Attach(*this);
-        KRC::krcFileErrorEventSource.Attach(*this);
-    }
-    ~WriteWatch() override {
-        KRC::cachedProjectInfoObserver.Detach(*this);
-        KRC::krcFileErrorEventSource.Detach(*this);
-    }
-    void ContentWrittenToDisc(const KRC::CachedProjectInfo*) override { ++writes; }
-    void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
-        static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
-        failures.push_back(std::string(kWhat[error]) + " " + location.ToDisplayText().Std());
-    }
-    int writes = 0;
-    std::vector<std::string> failures;
-};
 
 Json RecordToJson(const KRC::CachedProjectInfo& info) {
     Json permissions = Json::array();
@@ -105,8 +88,15 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
     if (!TakeOption(args, "--server", &server)) throw UsageError("cache create needs --server");
     if (!TakeOption(args, "--path", &path)) throw UsageError("cache create needs --path");
     if (!TakeOption(args, "--user", &user)) throw UsageError("cache create needs --user");
-    TakeOption(args, "--token", &token);
+    bool tokenGiven = TakeOption(args, "--token", &token);
     ExpectNoMore(args);
+    if (!tokenGiven) {
+        // A record takes its token from the login data; without --token the
+        // stored one stays as it is.
+        KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForReading);
+        if (store.ContainsServer(server) && store.ContainsUser(server, user))
+            token = store.GetUserRefreshToken(server, user).Std();
+    }
 
     KRC::ProjectConnectionInfo info;
     info.SetServerUrl(server);
@@ -114,7 +104,8 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
     info.SetUserName(user);
     info.SetRefreshToken(token);
     WriteWatch watch;
-    KRC::CachedProjectInfo record(info, IO::Location(ZR::UniString(mainFolder)));
+    KRC::CachedProjectInfo record(
+        info, IO::Location(ZR::UniString(std::filesystem::absolute(mainFolder).string())));
     for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
     if (!watch.failures.empty()) return 1;
     std::string folder = record.GetCacheFolderLocation().ToPath().Std();

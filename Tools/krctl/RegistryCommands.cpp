@@ -7,14 +7,17 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "KRClient/KRClient.h"
+#include "KRClient/KRDataOptions.h"
 #include "KRClient/RegisteredProjects.h"
 #include "Krctl.h"
+#include "WriteWatch.h"
 
 namespace krctl {
 namespace {
@@ -169,7 +172,9 @@ int SetProperty(const GlobalOptions& options, std::vector<std::string> args) {
         std::fprintf(stderr, "krctl: not found\n");
         return 1;
     }
+    WriteWatch watch;
     it->second.second(project, value);
+    if (!ReportFailures(watch)) return 1;
     if (options.json)
         std::printf("%s\n", Json{{"property", property}, {"done", true}}.dump(2).c_str());
     else
@@ -229,13 +234,22 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
             registeredProjects.SetLastRunTime(static_cast<int>(v));
         };
     else if (field == "dataFolder")
-        apply = [value] {
-            registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(value)), false);
+        // Absolute: every host process must find the same folder, whatever its working folder.
+        apply = [folder = std::filesystem::absolute(value).lexically_normal().string()] {
+            registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(folder)), false);
         };
     else
         throw UsageError("unknown options field '" + field + "'");
     StartRegistry(options);
+    WriteWatch watch;
     apply();
+    if (!ReportFailures(watch)) return 1;
+    // Options are written when the lock goes; still dirty means they never reached the file.
+    if (KRC::dataOptions.IsDirty()) {
+        std::fprintf(stderr,
+                     "krctl: could not write the options (lock not taken or file not writable)\n");
+        return 1;
+    }
     if (options.json)
         std::printf("%s\n", OptionsToJson().dump(2).c_str());
     else

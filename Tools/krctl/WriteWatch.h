@@ -1,0 +1,38 @@
+#pragma once
+// Watches one command's writes: the record writes attempted and the file
+// failures they met, so that a command never says "done" for a failed write.
+
+#include <string>
+#include <vector>
+
+#include "KRClient/CachedProjectInfo.h"
+#include "KRClient/KRClientExceptions.h"
+
+namespace krctl {
+
+class WriteWatch : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
+public:
+    WriteWatch() {
+        KRC::cachedProjectInfoObserver.Attach(*this);
+        KRC::krcFileErrorEventSource.Attach(*this);
+    }
+    ~WriteWatch() override {
+        KRC::cachedProjectInfoObserver.Detach(*this);
+        KRC::krcFileErrorEventSource.Detach(*this);
+    }
+    void ContentWrittenToDisc(const KRC::CachedProjectInfo*) override { ++writes; }
+    void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
+        static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
+        failures.push_back(std::string(kWhat[error]) + " " + location.ToDisplayText().Std());
+    }
+    int writes = 0;
+    std::vector<std::string> failures;
+};
+
+// Prints each failure on standard error; true if there was none.
+inline bool ReportFailures(const WriteWatch& watch) {
+    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
+    return watch.failures.empty();
+}
+
+}  // namespace krctl
