@@ -2,27 +2,32 @@
 // Writes "CacheInfo.xml" files of any data version by hand, independently of
 // the library's writer, so that reading is tested against the format itself.
 
+#include <algorithm>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "Support/TempFolder.h"
 
 namespace krtest {
 
 struct CacheElement {
     const char* name;
-    int from;  // lowest data version that has it
+    int from;                  // lowest data version that has it
+    const char* fallback = "";  // text when no value is given
 };
 
 inline const std::vector<CacheElement>& CacheElements() {
     static const std::vector<CacheElement> elements = {
         {"DataVersion", 0}, {"LoginName", 1}, {"UserName", 0}, {"UserId", 0}, {"ProjectPath", 8},
-        {"ProjectName", 0}, {"ProjectCategoryName", 3}, {"ServerName", 0}, {"Port", 0},
-        {"PortalServerUrl", 8}, {"ModelServerName", 10}, {"SessionId", 0}, {"LogonId", 0}, {"RoleName", 0},
-        {"UserColorList", 2}, {"ColorMode", 2}, {"PermissionCount", 0}, {"Permission", 0}, {"ProjectId", 0},
-        {"UnsentChange", 0}, {"ProjectForcedOffline", 2}, {"LastOpenProjectTime", 5},
-        {"TravelPackageCreationTime", 5}, {"TravelPackageCreated", 5}, {"ExtractedFromTravelPackage", 5},
-        {"EnableTravelPackageWarningAtClose", 5}, {"ProjectVersion", 6}, {"ProjectBuild", 6},
-        {"ProjectDetached", 6}, {"VisitCount", 7}};
+        {"ProjectName", 0}, {"ProjectCategoryName", 3}, {"ServerName", 0}, {"Port", 0, "0"},
+        {"PortalServerUrl", 8}, {"ModelServerName", 10}, {"SessionId", 0}, {"LogonId", 0, "0"}, {"RoleName", 0},
+        {"UserColorList", 2}, {"ColorMode", 2, "0"}, {"PermissionCount", 0, "0"}, {"Permission", 0},
+        {"ProjectId", 0}, {"UnsentChange", 0, "false"}, {"ProjectForcedOffline", 2, "false"},
+        {"LastOpenProjectTime", 5, "0"}, {"TravelPackageCreationTime", 5, "0"}, {"TravelPackageCreated", 5, "false"},
+        {"ExtractedFromTravelPackage", 5, "false"}, {"EnableTravelPackageWarningAtClose", 5, "false"},
+        {"ProjectVersion", 6}, {"ProjectBuild", 6, "0"}, {"ProjectDetached", 6, "false"}, {"VisitCount", 7, "0"}};
     return elements;
 }
 
@@ -32,29 +37,25 @@ inline std::string BuildCacheInfoXml(int version, std::map<std::string, std::str
     std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Cache>\n";
     for (const auto& e : CacheElements()) {
         if (e.from > version) continue;
-        std::string v = values.count(e.name) ? values[e.name] : "";
-        if (std::string(e.name) == "Permission") {
-            std::size_t start = 0;
-            while (!v.empty() && start <= v.size()) {
-                std::size_t nl = v.find('\n', start);
-                if (nl == std::string::npos) nl = v.size();
-                xml += "  <Permission>" + v.substr(start, nl - start) + "</Permission>\n";
-                start = nl + 1;
-            }
+        std::string name = e.name, v = values[name].empty() ? e.fallback : values[name];
+        if (name != "Permission") {
+            xml += "  <" + name + ">" + v + "</" + name + ">\n";
             continue;
         }
-        if (v.empty() && (std::string(e.name) == "Port" || std::string(e.name) == "LogonId" ||
-                          std::string(e.name) == "ColorMode" || std::string(e.name) == "PermissionCount" ||
-                          std::string(e.name).find("Time") != std::string::npos ||
-                          std::string(e.name) == "ProjectBuild" || std::string(e.name) == "VisitCount"))
-            v = "0";
-        if (v.empty() && (std::string(e.name) == "UnsentChange" || std::string(e.name) == "ProjectForcedOffline" ||
-                          std::string(e.name).find("TravelPackage") != std::string::npos ||
-                          std::string(e.name) == "ProjectDetached"))
-            v = "false";
-        xml += "  <" + std::string(e.name) + ">" + v + "</" + e.name + ">\n";
+        for (std::size_t start = 0; !v.empty() && start <= v.size();) {
+            std::size_t nl = std::min(v.find('\n', start), v.size());
+            xml += "  <Permission>" + v.substr(start, nl - start) + "</Permission>\n";
+            start = nl + 1;
+        }
     }
     return xml + "</Cache>\n";
+}
+
+// A folder holding a hand-written "CacheInfo.xml"; answers the folder.
+inline std::string WriteCacheInfo(const std::string& folder, int version, std::map<std::string, std::string> values) {
+    std::filesystem::create_directories(folder);
+    WriteFile(folder + "/CacheInfo.xml", BuildCacheInfoXml(version, std::move(values)));
+    return folder;
 }
 
 }  // namespace krtest

@@ -19,15 +19,35 @@
 
 namespace krtest {
 
-class FileErrorRecorder : public KRC::KRCFileErrorObserver {
+// Counts records written and collects file errors while it lives.
+class EventRecorder : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
 public:
-    FileErrorRecorder() { KRC::krcFileErrorEventSource.Attach(*this); }
-    ~FileErrorRecorder() override { KRC::krcFileErrorEventSource.Detach(*this); }
+    EventRecorder() {
+        KRC::cachedProjectInfoObserver.Attach(*this);
+        KRC::krcFileErrorEventSource.Attach(*this);
+    }
+    ~EventRecorder() override {
+        KRC::cachedProjectInfoObserver.Detach(*this);
+        KRC::krcFileErrorEventSource.Detach(*this);
+    }
+    void ContentWrittenToDisc(const KRC::CachedProjectInfo*) override { ++writes; }
     void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
         errors.push_back({error, location.ToPath().Std()});
     }
+    int writes = 0;
     std::vector<std::pair<KRC::FileError, std::string>> errors;
 };
+
+inline IO::Location Loc(const std::string& path) { return IO::Location(ZR::UniString(path)); }
+
+inline KRC::ProjectConnectionInfo Info(const char* server, const char* path, const char* user, const char* token = "") {
+    KRC::ProjectConnectionInfo info;
+    info.SetServerUrl(server);
+    info.SetProjectPath(path);
+    info.SetUserName(user);
+    info.SetRefreshToken(token);
+    return info;
+}
 
 class RegistryTest : public LibraryTest {
 protected:
@@ -40,40 +60,33 @@ protected:
         LibraryTest::TearDown();
     }
 
-    static IO::Location Loc(const std::string& path) { return IO::Location(ZR::UniString(path)); }
     std::string Data() const { return temp.Sub("data"); }
     std::string Projects() const { return Data() + "/Projects"; }
     std::string OptionsFile() const { return Data() + "/KRDataOptions.xml"; }
     std::string LockFile() const { return Data() + "/@DataOptions.Lock"; }
 
-    void Init() { KRC::RegisteredProjects::Init(Loc(Data()), "Projects", "Libraries"); }
-
-    static IO::Location Project(const std::string& server, const std::string& path, const std::string& user) {
-        KRC::ProjectConnectionInfo info;
-        info.SetServerUrl(server);
-        info.SetProjectPath(path);
-        info.SetUserName(user);
-        IO::Location location;
-        return info.ToKerrowLocation(&location);
+    // An options file as another writer leaves it; folderTag names the folder's element.
+    static std::string OptionsXml(const std::string& folder, int periodTime,
+                                  const std::string& folderTag = "LocalDataFolderPath") {
+        return "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion><" + folderTag + ">" + folder +
+               "</" + folderTag + "><CleanSchedule><Enable>false</Enable><PeriodTime>" + std::to_string(periodTime) +
+               "</PeriodTime><LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></CleanSchedule>"
+               "</KRDataOptions>\n";
     }
 
-    // A cache folder with a hand-written "CacheInfo.xml"; answers the folder.
-    std::string WriteCache(const std::string& main, const std::string& name, const std::string& server,
-                           const std::string& path, const std::string& user,
-                           std::map<std::string, std::string> more = {}) const {
-        std::string folder = main + "/" + name;
-        std::filesystem::create_directories(folder);
+    void Init() { KRC::RegisteredProjects::Init(Loc(Data()), "Projects", "Libraries"); }
+
+    static IO::Location Project(const char* server, const char* path, const char* user) {
+        IO::Location location;
+        return Info(server, path, user).ToKerrowLocation(&location);
+    }
+
+    std::string WriteCache(const std::string& main, const std::string& name, const char* server, const char* path,
+                           const char* user, std::map<std::string, std::string> more = {}) const {
         more["PortalServerUrl"] = server;
         more["ProjectPath"] = path;
         more["LoginName"] = user;
-        WriteFile(folder + "/CacheInfo.xml", BuildCacheInfoXml(10, std::move(more)));
-        return folder;
-    }
-
-    static std::size_t Count(KRC::RegisteredProjects::ProjectConstIterator it) {
-        std::size_t n = 0;
-        for (; it != nullptr; ++it) ++n;
-        return n;
+        return WriteCacheInfo(main + "/" + name, 10, std::move(more));
     }
 };
 

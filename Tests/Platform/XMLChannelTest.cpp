@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -35,6 +33,14 @@ void WriteTexts(const std::string& path, std::initializer_list<std::pair<const c
     ASSERT_EQ(out->EndDocument(), 0);
 }
 
+// Reads one value that must be there.
+template <typename T>
+T Get(const IChannel& in, const char* key) {
+    T value{};
+    EXPECT_EQ(in->Read(key, &value), 0) << key;
+    return value;
+}
+
 }  // namespace
 
 TEST(XMLChannel, WritesAndReadsBackEveryType) {
@@ -67,44 +73,27 @@ TEST(XMLChannel, WritesAndReadsBackEveryType) {
     EXPECT_EQ(stored.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>", 0), 0u) << stored;
     EXPECT_NE(stored.find("\n  <yes>true</yes>\n"), std::string::npos) << stored;
     EXPECT_NE(stored.find("\n    <u16>65535</u16>\n"), std::string::npos) << stored;
-    struct stat st;
-    ASSERT_EQ(stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(krtest::ModeOf(path), 0600u);
 
     IChannel in = OpenIn(path);
     ASSERT_TRUE(in);
-    ZR::UniString text, name;
-    ASSERT_EQ(in->Read("text", &text), 0);
-    EXPECT_EQ(text, nasty);
-    ASSERT_EQ(in->Read("blank", &text), 0);
-    EXPECT_EQ(text, " ");
-    ASSERT_EQ(in->Read("empty", &text), 0);
-    EXPECT_EQ(text, "");
-    ASSERT_EQ(in->Read("chars", &text), 0);
-    EXPECT_EQ(text, "plain");
-    std::uint32_t u32 = 0;
-    std::int32_t i32 = 0;
-    std::uint16_t u16 = 0;
-    std::int16_t i16 = 0;
-    ASSERT_EQ(in->Read("u32", &u32), 0);
-    EXPECT_EQ(u32, std::numeric_limits<std::uint32_t>::max());
-    ASSERT_EQ(in->Read("i32", &i32), 0);
-    EXPECT_EQ(i32, std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(Get<ZR::UniString>(in, "text"), nasty);
+    EXPECT_EQ(Get<ZR::UniString>(in, "blank"), " ");
+    EXPECT_EQ(Get<ZR::UniString>(in, "empty"), "");
+    EXPECT_EQ(Get<ZR::UniString>(in, "chars"), "plain");
+    EXPECT_EQ(Get<std::uint32_t>(in, "u32"), std::numeric_limits<std::uint32_t>::max());
+    EXPECT_EQ(Get<std::int32_t>(in, "i32"), std::numeric_limits<std::int32_t>::min());
+    ZR::UniString name;
     ASSERT_EQ(in->GetNextElementName(&name), 0);
     EXPECT_EQ(name, "Group");
     ASSERT_EQ(in->EnterElement("Group"), 0);
-    ASSERT_EQ(in->Read("u16", &u16), 0);
-    EXPECT_EQ(u16, 65535);
-    ASSERT_EQ(in->Read("i16", &i16), 0);
-    EXPECT_EQ(i16, -32768);
+    EXPECT_EQ(Get<std::uint16_t>(in, "u16"), 65535);
+    EXPECT_EQ(Get<std::int16_t>(in, "i16"), -32768);
     EXPECT_EQ(in->GetNextElementName(&name), ZR::kXMLErrNotFound);
     ASSERT_EQ(in->LeaveElement(), 0);
-    bool yes = false, no = true;
-    ASSERT_EQ(in->Read("yes", &yes), 0);
-    ASSERT_EQ(in->Read("no", &no), 0);
-    EXPECT_TRUE(yes);
-    EXPECT_FALSE(no);
-    EXPECT_EQ(in->Read("more", &text), ZR::kXMLErrNotFound);
+    EXPECT_TRUE(Get<bool>(in, "yes"));
+    EXPECT_FALSE(Get<bool>(in, "no"));
+    EXPECT_EQ(in->Read("more", &name), ZR::kXMLErrNotFound);
     EXPECT_EQ(in->LeaveElement(), ZR::kXMLErrState);
 }
 
@@ -120,8 +109,7 @@ TEST(XMLChannel, ReadsFailOnWrongOrderAndBadValues) {
     std::int32_t i32 = 0;
     EXPECT_EQ(in->Read("b", &i32), ZR::kXMLErrNotFound);
     EXPECT_EQ(in->EnterElement("b"), ZR::kXMLErrNotFound);
-    ASSERT_EQ(in->Read("a", &i32), 0);
-    EXPECT_EQ(i32, 1);
+    EXPECT_EQ(Get<std::int32_t>(in, "a"), 1);
 
     std::uint16_t u16 = 7;
     std::uint32_t u32 = 7;
@@ -130,14 +118,11 @@ TEST(XMLChannel, ReadsFailOnWrongOrderAndBadValues) {
     EXPECT_EQ(in->Read("neg", &u32), ZR::kXMLErrBadValue);
     EXPECT_EQ(in->Read("word", &i32), ZR::kXMLErrBadValue);
 
+    EXPECT_TRUE(Get<bool>(in, "one"));
+    EXPECT_FALSE(Get<bool>(in, "zero"));
     bool flag = false;
-    ASSERT_EQ(in->Read("one", &flag), 0);
-    EXPECT_TRUE(flag);
-    ASSERT_EQ(in->Read("zero", &flag), 0);
-    EXPECT_FALSE(flag);
     EXPECT_EQ(in->Read("maybe", &flag), ZR::kXMLErrBadValue);
-    ZR::UniString text;
-    ASSERT_EQ(in->Read("last", &text), 0);
+    Get<ZR::UniString>(in, "last");
 }
 
 TEST(XMLChannel, NestedLevels) {
@@ -159,7 +144,6 @@ TEST(XMLChannel, NestedLevels) {
     }
     IChannel in = OpenIn(path);
     ASSERT_TRUE(in);
-    std::int32_t v = 0;
     ZR::UniString text;
     EXPECT_EQ(in->Read("Outer", &text), ZR::kXMLErrBadValue);  // a group is not a value
 
@@ -167,14 +151,12 @@ TEST(XMLChannel, NestedLevels) {
     ASSERT_EQ(in->EnterElement("Outer"), 0);
     EXPECT_EQ(in->EnterElement("Other"), ZR::kXMLErrNotFound);
     ASSERT_EQ(in->EnterElement("Inner"), 0);
-    ASSERT_EQ(in->Read("v", &v), 0);
-    EXPECT_EQ(v, 5);
+    EXPECT_EQ(Get<std::int32_t>(in, "v"), 5);
+    std::int32_t v = 0;
     EXPECT_EQ(in->Read("after", &v), ZR::kXMLErrNotFound);  // the level has ended
     ASSERT_EQ(in->LeaveElement(), 0);
     ASSERT_EQ(in->LeaveElement(), 0);
-    bool after = false;
-    ASSERT_EQ(in->Read("after", &after), 0);
-    EXPECT_TRUE(after);
+    EXPECT_TRUE(Get<bool>(in, "after"));
 }
 
 TEST(XMLChannel, MissingOrUnreadableFilesGiveNoChannel) {

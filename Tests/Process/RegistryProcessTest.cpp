@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "KRClient/CacheInfoFileBuilder.h"
 #include "Support/Process.h"
 #include "Support/TempFolder.h"
 
@@ -33,13 +34,13 @@ protected:
         return argv;
     }
     krtest::ProcessResult Run(std::vector<std::string> args) const { return krtest::RunProcess(Krctl(std::move(args))); }
-    void CreateProject() const {
-        auto r = krtest::RunProcess({KRCTL_PATH, "--base-folder", temp.Sub("base"), "cache", "create", "--main-folder",
-                                     temp.Sub("data/Projects"), "--server", "https://srv", "--path", "/A/P", "--user",
-                                     "anna"});
-        ASSERT_EQ(r.exitCode, 0) << r.err;
+    void CreateProject(const std::string& folder = "p") const {
+        krtest::WriteCacheInfo(temp.Sub("data/Projects/" + folder), 10,
+                               {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A/P"}, {"LoginName", "anna"}});
     }
-    std::vector<std::string> Project() const { return {"--server", "https://srv", "--user", "anna", "--path", "/A/P"}; }
+    std::vector<std::string> SetVisits(const char* count) const {
+        return Krctl({"registry", "set", "visitCount", count, "--server", "https://srv", "--user", "anna", "--path", "/A/P"});
+    }
     int VisitCount() const {
         auto r = Run({"--json", "registry", "list"});
         Json list = Json::parse(r.out);
@@ -55,9 +56,7 @@ TEST_F(RegistryProcessTest, AWriterWaitsForTheHolderAndGoesOnRightAfterTheReleas
     ASSERT_TRUE(holder.ReadLine(&line));
     ASSERT_EQ(line.rfind("locked ", 0), 0u) << line;
 
-    std::vector<std::string> set = {"registry", "set", "visitCount", "7"};
-    for (const auto& a : Project()) set.push_back(a);
-    krtest::ChildProcess writer(Krctl(set));
+    krtest::ChildProcess writer(SetVisits("7"));
     EXPECT_EQ(writer.Wait(), 0);
     std::int64_t writerDone = NowMillis();
 
@@ -82,10 +81,8 @@ TEST_F(RegistryProcessTest, ALockLeftByAKilledProcessDelaysNobody) {
         holder.Wait();
     }
     EXPECT_TRUE(krtest::Exists(temp.Sub("data/@DataOptions.Lock")));  // left behind
-    std::vector<std::string> set = {"registry", "set", "visitCount", "3"};
-    for (const auto& a : Project()) set.push_back(a);
     std::int64_t start = NowMillis();
-    auto r = Run(set);
+    auto r = krtest::RunProcess(SetVisits("3"));
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_LT(NowMillis() - start, 5000);  // against a hold of ten minutes
     EXPECT_EQ(VisitCount(), 3);
@@ -110,11 +107,7 @@ TEST_F(RegistryProcessTest, ConcurrentHostsLoseNoRecordAndNoVisit) {
 
 TEST_F(RegistryProcessTest, RegistryListsExactlyTheReadableRecords) {
     CreateProject();
-    std::filesystem::create_directories(temp.Sub("data/Projects/any name at all"));
-    std::filesystem::copy_file(temp.Sub("data/Projects/") +
-                                   std::filesystem::directory_iterator(temp.Sub("data/Projects"))->path().filename().string() +
-                                   "/CacheInfo.xml",
-                               temp.Sub("data/Projects/any name at all/CacheInfo.xml"));
+    CreateProject("any name at all");
     std::filesystem::create_directories(temp.Sub("data/Projects/empty"));
     std::filesystem::create_directories(temp.Sub("data/Projects/broken"));
     krtest::WriteFile(temp.Sub("data/Projects/broken/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion></Cache>");

@@ -1,5 +1,7 @@
 #include "Support/TempFolder.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -16,11 +18,6 @@ TempFolder::TempFolder() {
 
 TempFolder::~TempFolder() {
     std::error_code ec;
-    // Folders made read-only by a test must be removable.
-    for (auto it = std::filesystem::recursive_directory_iterator(mPath, ec);
-         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec))
-        std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, ec);
     std::filesystem::remove_all(mPath, ec);
 }
 
@@ -37,5 +34,10 @@ void WriteFile(const std::string& path, const std::string& content) {
 }
 
 bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+
+unsigned int ModeOf(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
 
 }  // namespace krtest

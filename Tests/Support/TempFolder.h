@@ -26,8 +26,7 @@ private:
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 bool Exists(const std::string& path);
+unsigned int ModeOf(const std::string& path);  // permission bits; 0 if missing
 
 }  // namespace krtest
 
-// Older spelling; inside a GoogleTest fixture "Test::" names testing::Test, so prefer krtest::.
-namespace Test = krtest;

@@ -1,10 +1,7 @@
-// A host process for the cross-process tests: registers projects and counts
-// visits on them under the registry's lock, as many times as asked.
-//
+// A host process for the cross-process tests:
 //   registry_worker BASE_FOLDER DATA_FOLDER ROUNDS PROJECTS
-//
-// Each round takes every project in turn: make its record if there is none,
-// then add one to its visit count, all under one lock.
+// Each round takes every project in turn and, under one lock, makes its
+// record if there is none and adds one to its visit count.
 
 #include <cstdio>
 #include <cstdlib>
