@@ -4,6 +4,7 @@
 #include "KRClient/RegistryFixture.h"
 #include "KRClient/UserInterface/CachedProjectCheckTask.h"
 #include "Support/TempFolder.h"
+#include "ZR/Resources.h"
 
 namespace {
 
@@ -44,6 +45,7 @@ TEST(FrameTest, FileFailuresAtTheEdgeBecomeEvents) {
 }
 
 TEST(FrameTest, StartResultSwitchesTheCachedProjectCheck) {
+    EXPECT_EQ(ZR::RSRegisteredModuleCount(), 1u);  // the library, registered at load
     krtest::TempFolder temp;
     krtest::WriteFile(temp.Sub("not-a-folder"), "x");
     ZR::PagedArray<ZR::UniString, 8> bad{ZR::UniString("BaseFolder=" + temp.Sub("not-a-folder"))};
