@@ -24,13 +24,7 @@ int AddSizes(const std::string& path, std::uint64_t* bytes) {
     if (S_ISREG(st.st_mode)) *bytes += static_cast<std::uint64_t>(st.st_size);
     if (!S_ISDIR(st.st_mode)) return kOk;
     std::vector<std::string> names;
-    DIR* dir = opendir(path.c_str());
-    if (!dir) return StatusFromErrno(errno);
-    while (dirent* entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") names.push_back(std::move(name));
-    }
-    closedir(dir);
+    if (int status = Posix::ListNames(path, &names); status != kOk) return status;
     int first = kOk;
     for (const std::string& name : names) {
         int status = AddSizes(path + "/" + name, bytes);

@@ -11,6 +11,18 @@
 #include "IO/Errors.h"
 
 namespace IO::Posix {
+
+int ListNames(const std::string& path, std::vector<std::string>* names) {
+    DIR* dir = opendir(path.c_str());
+    if (!dir) return StatusFromErrno(errno);
+    while (dirent* entry = readdir(dir)) {
+        std::string name = entry->d_name;
+        if (name != "." && name != "..") names->push_back(std::move(name));
+    }
+    closedir(dir);
+    return kOk;
+}
+
 namespace {
 
 // A holder can replace the file between our open and our check; a few
@@ -54,13 +66,7 @@ int DeleteRegularFile(const std::string& path) {
 
 int DeleteTree(const std::string& path) {
     std::vector<std::string> names;
-    DIR* dir = opendir(path.c_str());
-    if (!dir) return StatusFromErrno(errno);
-    while (dirent* entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") names.push_back(std::move(name));
-    }
-    closedir(dir);
+    if (int status = Posix::ListNames(path, &names); status != kOk) return status;
     int first = kOk;
     for (const std::string& name : names) {
         int status = DeleteEntry(path + "/" + name);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "IO/Location.h"
 
@@ -21,6 +22,9 @@ int TryLock(int fd, short type);
 
 // True if path still names the file open at fd.
 bool SameFile(int fd, const std::string& path, bool followLink);
+
+// Names of a folder's entries, without "." and "..".
+int ListNames(const std::string& path, std::vector<std::string>* names);
 
 int ReadAll(int fd, std::string* data);
 int WriteAll(int fd, const void* data, std::size_t length);
