@@ -23,23 +23,8 @@ int StatFile(const File& file, int fd, struct stat* st) {
 
 File::File(const Location& location, int onNotFound) : mLocation(location) {
     std::string path;
-    if (!Posix::LocalPath(mLocation, &path)) {
-        mStatus = kErrBadLocation;
-        return;
-    }
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0) {
-        mStatus = S_ISDIR(st.st_mode) ? kErrIsAFolder : kOk;
-        return;
-    }
-    if (errno != ENOENT) {
-        mStatus = StatusFromErrno(errno);
-        return;
-    }
-    if (onNotFound != kNotFoundCreate) {
-        mStatus = kErrNotFound;
-        return;
-    }
+    mStatus = Posix::Probe(mLocation, false, &path);
+    if (mStatus != kErrNotFound || onNotFound != kNotFoundCreate) return;
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) {
         mStatus = StatusFromErrno(errno);
@@ -75,7 +60,8 @@ int File::GetModificationTime(std::int32_t* time) const {
 int File::GetModificationStamp(std::int64_t* stamp) const {
     struct stat st;
     int status = StatFile(*this, mFd, &st);
-    if (status == kOk) *stamp = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    if (status == kOk)
+        *stamp = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
     return status;
 }
 
@@ -92,10 +78,17 @@ int File::Open(int openMode, int /*accessDenied*/) {
     if (!Posix::LocalPath(mLocation, &path)) return kErrBadLocation;
     int flags;
     switch (openMode) {
-        case kOpenRead: flags = O_RDONLY; break;
-        case kOpenHold: flags = O_RDWR; break;
-        case kOpenWrite: flags = O_WRONLY | O_CREAT | O_TRUNC; break;
-        default: return kErrBadLocation;
+        case kOpenRead:
+            flags = O_RDONLY;
+            break;
+        case kOpenHold:
+            flags = O_RDWR;
+            break;
+        case kOpenWrite:
+            flags = O_WRONLY | O_CREAT | O_TRUNC;
+            break;
+        default:
+            return kErrBadLocation;
     }
     int fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
     if (fd < 0) return StatusFromErrno(errno);

@@ -45,20 +45,9 @@ std::string Child(const std::string& folder, const std::string& name) {
 
 Folder::Folder(const Location& location, int onNotFound) : mLocation(location) {
     std::string path;
-    if (!Posix::LocalPath(mLocation, &path)) {
-        mStatus = kErrBadLocation;
-        return;
-    }
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0) {
-        mStatus = S_ISDIR(st.st_mode) ? kOk : kErrNotAFolder;
-        return;
-    }
-    if (errno != ENOENT) {
-        mStatus = StatusFromErrno(errno);
-        return;
-    }
-    mStatus = onNotFound == kNotFoundCreate ? fileSystem.CreateFolderTree(mLocation) : kErrNotFound;
+    mStatus = Posix::Probe(mLocation, true, &path);
+    if (mStatus == kErrNotFound && onNotFound == kNotFoundCreate)
+        mStatus = fileSystem.CreateFolderTree(mLocation);
 }
 
 int Folder::Contains(const Name& name, bool* contains) const {
@@ -84,16 +73,19 @@ std::size_t Folder::CountFolders() const {
     if (mStatus != kOk) return 0;
     const std::string path = mLocation.ToPath().Std();
     if (ReadEntries(path, &entries) != kOk) return 0;
-    return static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(),
-                                                  [&](const Entry& e) { return IsFolderEntry(path, e, false); }));
+    return static_cast<std::size_t>(
+        std::count_if(entries.begin(), entries.end(),
+                      [&](const Entry& e) { return IsFolderEntry(path, e, false); }));
 }
 
-int Folder::Enumerate(EnumCallback callback, int linkProcessing, int /*flags*/, void* argument) const {
+int Folder::Enumerate(EnumCallback callback, int linkProcessing, int /*flags*/,
+                      void* argument) const {
     if (mStatus != kOk) return mStatus;
     const std::string path = mLocation.ToPath().Std();
     std::vector<Entry> entries;
     if (int status = ReadEntries(path, &entries); status != kOk) return status;
-    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
     for (const Entry& entry : entries) {
         bool isFolder = IsFolderEntry(path, entry, linkProcessing == 1);
         if (!callback(*this, Name(ZR::UniString(entry.name)), isFolder, argument)) break;
@@ -107,7 +99,8 @@ int Folder::Delete(const Name& name, int /*dataSafety*/, int /*accessDenied*/) c
     return Posix::DeleteEntry(Child(mLocation.ToPath().Std(), name.ToString().Std()));
 }
 
-int Folder::GenerateUnusedName(Name* name, const ZR::UniString& base, const ZR::UniString& extension) const {
+int Folder::GenerateUnusedName(Name* name, const ZR::UniString& base,
+                               const ZR::UniString& extension) const {
     if (mStatus != kOk) return mStatus;
     for (unsigned long n = 0;; ++n) {
         ZR::UniString candidate = base;

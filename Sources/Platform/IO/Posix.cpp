@@ -12,6 +12,15 @@
 
 namespace IO::Posix {
 
+int Probe(const Location& location, bool wantFolder, std::string* path) {
+    if (!LocalPath(location, path)) return kErrBadLocation;
+    struct stat st;
+    if (stat(path->c_str(), &st) != 0)
+        return errno == ENOENT ? kErrNotFound : StatusFromErrno(errno);
+    if (S_ISDIR(st.st_mode) == wantFolder) return kOk;
+    return wantFolder ? kErrNotAFolder : kErrIsAFolder;
+}
+
 int ListNames(const std::string& path, std::vector<std::string>* names) {
     DIR* dir = opendir(path.c_str());
     if (!dir) return StatusFromErrno(errno);
@@ -42,7 +51,8 @@ int DeleteRegularFile(const std::string& path) {
             int error = errno;
             if (error == ENOENT) return kErrNotFound;
             // Unreadable to us means unopened by us, and removal only needs the folder.
-            if (error == EACCES || error == ELOOP) return unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+            if (error == EACCES || error == ELOOP)
+                return unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
             return StatusFromErrno(error);
         }
         int status = TryLock(fd, lockType);

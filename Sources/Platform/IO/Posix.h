@@ -23,6 +23,11 @@ int TryLock(int fd, short type);
 // True if path still names the file open at fd.
 bool SameFile(int fd, const std::string& path, bool followLink);
 
+// What stands at a location: kOk if an entry of the wanted kind, kErrIsAFolder
+// or kErrNotAFolder if one of the other kind, kErrNotFound if nothing; *path
+// gets the local path.
+int Probe(const Location& location, bool wantFolder, std::string* path);
+
 // Names of a folder's entries, without "." and "..".
 int ListNames(const std::string& path, std::vector<std::string>* names);
 
