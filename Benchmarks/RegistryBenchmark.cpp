@@ -5,13 +5,13 @@
 //   ./build/release/Benchmarks/RegistryBenchmark
 
 #include <benchmark/benchmark.h>
-#include <pugixml.hpp>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <pugixml.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -76,7 +76,8 @@ const Corpus& GetCorpus(int count) {
     fs::remove_all(model.GetCacheFolderLocation().ToPath().Std());
 
     auto replace = [](std::string s, const std::string& from, const std::string& to) {
-        for (std::size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to.size()))
+        for (std::size_t at = s.find(from); at != std::string::npos;
+             at = s.find(from, at + to.size()))
             s.replace(at, from.size(), to);
         return s;
     };
@@ -85,8 +86,10 @@ const Corpus& GetCorpus(int count) {
         fs::create_directories(folder);
         std::string path = "/Folder/Project-" + std::to_string(i);
         std::string user = "user" + std::to_string(i % 50);
-        std::string body = replace(replace(text, "/Folder/Project-0", path), "<LoginName>user0<", "<LoginName>" + user + "<");
-        body = replace(body, "<ProjectName>Project-0<", "<ProjectName>Project-" + std::to_string(i) + "<");
+        std::string body = replace(replace(text, "/Folder/Project-0", path), "<LoginName>user0<",
+                                   "<LoginName>" + user + "<");
+        body = replace(body, "<ProjectName>Project-0<",
+                       "<ProjectName>Project-" + std::to_string(i) + "<");
         std::ofstream(folder + "/CacheInfo.xml") << body;
         c.files.push_back(folder + "/CacheInfo.xml");
         KRC::ProjectConnectionInfo info;
@@ -161,7 +164,8 @@ void BM_Registry_IterateAll(benchmark::State& state) {
     InitRegistry(c);
     for (auto _ : state) {
         std::size_t n = 0;
-        for (KRC::RegisteredProjects::ProjectConstIterator it("", "", nullptr); it != nullptr; ++it) ++n;
+        for (KRC::RegisteredProjects::ProjectConstIterator it("", "", nullptr); it != nullptr; ++it)
+            ++n;
         benchmark::DoNotOptimize(n);
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -170,7 +174,11 @@ void BM_Registry_IterateAll(benchmark::State& state) {
 BENCHMARK(BM_Baseline_ReadFilesRaw)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Baseline_ParseFilesRaw)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Registry_InitCold)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Registry_LookUp)->Args({1000, 0})->Args({1000, 1})->Args({10000, 0})->Args({10000, 1})
+BENCHMARK(BM_Registry_LookUp)
+    ->Args({1000, 0})
+    ->Args({1000, 1})
+    ->Args({10000, 0})
+    ->Args({10000, 1})
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Registry_IterateAll)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 

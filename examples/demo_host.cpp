@@ -138,7 +138,8 @@ int main(int argc, char** argv) {
     RunSharedFolderDemo(std::filesystem::read_symlink("/proc/self/exe").string(), root);
     KRC::CloseKRClient();
     std::printf(
-        "\nDone. Inspect the files with:\n  build/dev/Tools/krctl/krctl cache show %s\n  build/dev/Tools/krctl/krctl --data-folder %s/shared "
+        "\nDone. Inspect the files with:\n  build/dev/Tools/krctl/krctl cache show %s\n  "
+        "build/dev/Tools/krctl/krctl --data-folder %s/shared "
         "registry list\n",
         tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str());
     return 0;

@@ -9,19 +9,24 @@ namespace KRC {
 CachedProjectInfoObserver CachedProjectInfoObserver::mSingleton;
 CachedProjectInfoObserver& cachedProjectInfoObserver = CachedProjectInfoObserver::mSingleton;
 
-void CachedProjectInfoObserver::SendContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) const {
+void CachedProjectInfoObserver::SendContentWrittenToDisc(
+    const CachedProjectInfo* cachedProjectInfo) const {
     ForEachObserver([&](ZR::EventObserver* observer) {
         static_cast<CachedProjectInfoObserver*>(observer)->ContentWrittenToDisc(cachedProjectInfo);
     });
 }
 
-CachedProjectInfo::CachedProjectInfo(const IO::Location& folder) : cacheFolder(folder) { ReadFromDisc(false); }
+CachedProjectInfo::CachedProjectInfo(const IO::Location& folder) : cacheFolder(folder) {
+    ReadFromDisc(false);
+}
 
-CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info, const IO::Location& mainCacheFolder) {
+CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info,
+                                     const IO::Location& mainCacheFolder) {
     // Every field starts empty by its initialiser.
     IO::Folder mainFolder(mainCacheFolder, IO::kNotFoundCreate);
 
-    ZR::UniString key = info.GetServerUrl() + "_" + info.GetProjectPath() + "_" + info.GetUserName();
+    ZR::UniString key =
+        info.GetServerUrl() + "_" + info.GetProjectPath() + "_" + info.GetUserName();
     ZR::UniString md5Text = MD5::Of(key).GetAsZrString();
     IO::Name name(md5Text);
 
@@ -35,7 +40,8 @@ CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info, const IO
         } else {
             IO::Folder existing(mainCacheFolder + name, IO::kNotFoundFail);
             bool hasInfo = false;
-            if (existing.GetStatus() == IO::kOk && existing.Contains(IO::Name(kCacheInfoFileName), &hasInfo) == IO::kOk)
+            if (existing.GetStatus() == IO::kOk &&
+                existing.Contains(IO::Name(kCacheInfoFileName), &hasInfo) == IO::kOk)
                 occupied = hasInfo;
         }
     }
@@ -47,7 +53,8 @@ CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info, const IO
     WriteToDiscIfComplete(true);
 }
 
-CachedProjectInfo::CachedProjectInfo(const CachedProjectInfo& other) : KRCB::CachedProjectInfo(other) {
+CachedProjectInfo::CachedProjectInfo(const CachedProjectInfo& other)
+    : KRCB::CachedProjectInfo(other) {
     *this = other;
 }
 
@@ -110,11 +117,14 @@ CachedProjectInfo::~CachedProjectInfo() {
 
 bool CachedProjectInfo::CachedProjectInfoExist(const IO::Location& folder) {
     bool contains = false;
-    if (IO::fileSystem.Contains(folder + IO::Name(kCacheInfoFileName), &contains) != IO::kOk) return false;
+    if (IO::fileSystem.Contains(folder + IO::Name(kCacheInfoFileName), &contains) != IO::kOk)
+        return false;
     return contains;
 }
 
-void CachedProjectInfo::BeginUpdate() { updating = true; }
+void CachedProjectInfo::BeginUpdate() {
+    updating = true;
+}
 
 void CachedProjectInfo::EndUpdate() {
     if (!updating) return;
@@ -129,21 +139,39 @@ void CachedProjectInfo::SetField(T& field, const T& value) {
     WriteToDiscIfComplete(false);
 }
 
-void CachedProjectInfo::SetColorMode(short value) { SetField<std::int16_t>(colorMode, value); }
-void CachedProjectInfo::SetLastOpenProjectTime(int value) { SetField<std::int32_t>(lastOpenProjectTime, value); }
-void CachedProjectInfo::SetProjectBuildNum(int value) { SetField<std::int32_t>(projectBuildNum, value); }
-void CachedProjectInfo::SetProjectVersion(const ZR::UniString& value) { SetField(projectVersion, value); }
+void CachedProjectInfo::SetColorMode(short value) {
+    SetField<std::int16_t>(colorMode, value);
+}
+void CachedProjectInfo::SetLastOpenProjectTime(int value) {
+    SetField<std::int32_t>(lastOpenProjectTime, value);
+}
+void CachedProjectInfo::SetProjectBuildNum(int value) {
+    SetField<std::int32_t>(projectBuildNum, value);
+}
+void CachedProjectInfo::SetProjectVersion(const ZR::UniString& value) {
+    SetField(projectVersion, value);
+}
 void CachedProjectInfo::SetTravelPackageCreationTime(int value) {
     SetField<std::int32_t>(travelPackageCreationTime, value);
 }
-void CachedProjectInfo::SetTravelPackageCreated(bool value) { SetField(travelPackageCreated, value); }
-void CachedProjectInfo::SetExtractedFromTravelPackage(bool value) { SetField(extractedFromTravelPackage, value); }
+void CachedProjectInfo::SetTravelPackageCreated(bool value) {
+    SetField(travelPackageCreated, value);
+}
+void CachedProjectInfo::SetExtractedFromTravelPackage(bool value) {
+    SetField(extractedFromTravelPackage, value);
+}
 void CachedProjectInfo::EnableTravelPackageWarningAtClose(bool value) {
     SetField(enableTravelPackageWarningAtClose, value);
 }
-void CachedProjectInfo::SetUserColorListString(ZR::UniString value) { SetField(userColorList, value); }
-void CachedProjectInfo::SetVisitCount(unsigned int value) { SetField<std::uint32_t>(visitCount, value); }
-void CachedProjectInfo::ProjectDetached() { SetField(projectDetached, true); }
+void CachedProjectInfo::SetUserColorListString(ZR::UniString value) {
+    SetField(userColorList, value);
+}
+void CachedProjectInfo::SetVisitCount(unsigned int value) {
+    SetField<std::uint32_t>(visitCount, value);
+}
+void CachedProjectInfo::ProjectDetached() {
+    SetField(projectDetached, true);
+}
 
 void CachedProjectInfo::ProjectReloaded() {
     if (!projectDetached && !unsentChanges) return;
@@ -152,14 +180,30 @@ void CachedProjectInfo::ProjectReloaded() {
     WriteToDiscIfComplete(false);
 }
 
-void CachedProjectInfo::SetCacheFolder(const IO::Location& folder) { SetField(cacheFolder, folder); }
-void CachedProjectInfo::SetLogonId(int value) { SetField<std::int32_t>(logonId, value); }
-void CachedProjectInfo::SetModelServerPath(const ZR::UniString& value) { SetField(modelServerPath, value); }
-void CachedProjectInfo::SetProjectId(const ZR::UniString& value) { SetField(projectId, value); }
-void CachedProjectInfo::SetSessionId(const ZR::UniString& value) { SetField(sessionId, value); }
-void CachedProjectInfo::SetUnsentChanges(bool value) { SetField(unsentChanges, value); }
-void CachedProjectInfo::SetUserId(const ZR::UniString& value) { SetField(userId, value); }
-void CachedProjectInfo::_SetProjectForcedOffline(bool offline) { SetField(projectForcedOffline, offline); }
+void CachedProjectInfo::SetCacheFolder(const IO::Location& folder) {
+    SetField(cacheFolder, folder);
+}
+void CachedProjectInfo::SetLogonId(int value) {
+    SetField<std::int32_t>(logonId, value);
+}
+void CachedProjectInfo::SetModelServerPath(const ZR::UniString& value) {
+    SetField(modelServerPath, value);
+}
+void CachedProjectInfo::SetProjectId(const ZR::UniString& value) {
+    SetField(projectId, value);
+}
+void CachedProjectInfo::SetSessionId(const ZR::UniString& value) {
+    SetField(sessionId, value);
+}
+void CachedProjectInfo::SetUnsentChanges(bool value) {
+    SetField(unsentChanges, value);
+}
+void CachedProjectInfo::SetUserId(const ZR::UniString& value) {
+    SetField(userId, value);
+}
+void CachedProjectInfo::_SetProjectForcedOffline(bool offline) {
+    SetField(projectForcedOffline, offline);
+}
 
 void CachedProjectInfo::SetPermissions(const ZR::HashSet<ZR::UniString>& value) {
     bool equal = value.GetSize() == permissions.GetSize();
@@ -186,8 +230,9 @@ void CachedProjectInfo::SetUserName(const ZR::UniString& value) {
 }
 
 bool CachedProjectInfo::IsComplete() const {
-    return !loginName.IsEmpty() && !userName.IsEmpty() && !userId.IsEmpty() && !projectPath.IsEmpty() &&
-           !projectId.IsEmpty() && !sessionId.IsEmpty() && !portalServerUrl.IsEmpty();
+    return !loginName.IsEmpty() && !userName.IsEmpty() && !userId.IsEmpty() &&
+           !projectPath.IsEmpty() && !projectId.IsEmpty() && !sessionId.IsEmpty() &&
+           !portalServerUrl.IsEmpty();
 }
 
 const IO::Location& CachedProjectInfo::GetCacheInfoFileLocation(IO::Location* location) const {
@@ -211,12 +256,15 @@ void CachedProjectInfo::_GetCacheEntryList(ZR::Array<IO::Name>& entries) const {
     entries.Add(IO::Name(kCacheInfoFileName));
 }
 
-const ProjectConnectionInfo& CachedProjectInfo::GetProjectConnectionInfo(ProjectConnectionInfo* info) const {
+const ProjectConnectionInfo& CachedProjectInfo::GetProjectConnectionInfo(
+    ProjectConnectionInfo* info) const {
     info->SetUserName(loginName);
     info->SetRefreshToken(GetRefreshToken());
     info->SetProjectPath(projectPath);
-    if (!portalServerUrl.IsEmpty()) info->SetServerUrl(portalServerUrl);
-    else if (!serverName.IsEmpty()) info->SetServerUrl(serverName);
+    if (!portalServerUrl.IsEmpty())
+        info->SetServerUrl(portalServerUrl);
+    else if (!serverName.IsEmpty())
+        info->SetServerUrl(serverName);
     return *info;
 }
 

@@ -21,7 +21,9 @@ class CachedProjectInfo;
 class CachedProjectInfoObserver : public ZR::EventObserver, public ZR::EventSource {
 public:
     ~CachedProjectInfoObserver() override = default;
-    virtual void ContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) { (void)cachedProjectInfo; }
+    virtual void ContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) {
+        (void)cachedProjectInfo;
+    }
 
     void Attach(CachedProjectInfoObserver& observer) { ZR::EventSource::Attach(observer); }
     void Detach(CachedProjectInfoObserver& observer) { ZR::EventSource::Detach(observer); }
@@ -43,7 +45,8 @@ public:
     // Reads an existing cache folder; file exceptions leave the constructor.
     explicit CachedProjectInfo(const IO::Location& cacheFolder);
     // Makes a new cache folder under mainCacheFolder and writes its first file.
-    CachedProjectInfo(const ProjectConnectionInfo& connectionInfo, const IO::Location& mainCacheFolder);
+    CachedProjectInfo(const ProjectConnectionInfo& connectionInfo,
+                      const IO::Location& mainCacheFolder);
     CachedProjectInfo(const CachedProjectInfo& other);
     CachedProjectInfo& operator=(const CachedProjectInfo& other);
     // Takes the other record's content but keeps this one's update state, so a

@@ -3,7 +3,7 @@
 #include "IO/File.h"
 #include "KRCB/Paths.h"
 #include "KRClient/CachedProjectInfo.h"
-#include "KRClient/InfoXMLsChannel.h"
+#include "KRClient/Internal/InfoXMLsChannel.h"
 #include "KRClient/KRClientExceptions.h"
 
 namespace KRC {
@@ -23,7 +23,8 @@ void CachedProjectInfo::SetModificationTime() const {
     IO::Location location;
     IO::File file(GetCacheInfoFileLocation(&location), IO::kNotFoundFail);
     std::int32_t time = 0;
-    if (file.GetStatus() == IO::kOk && file.GetModificationTime(&time) == IO::kOk) modificationTime = time;
+    if (file.GetStatus() == IO::kOk && file.GetModificationTime(&time) == IO::kOk)
+        modificationTime = time;
     std::uint64_t stamp = 0;
     if (file.GetStatus() == IO::kOk && file.GetChangeStamp(&stamp) == IO::kOk) fileStamp = stamp;
 }
@@ -123,8 +124,10 @@ void CachedProjectInfo::ReadFile() {
     check(in->Read("ServerName", &serverName));
     check(in->Read("Port", &port));
     if (version >= 8) check(in->Read("PortalServerUrl", &portalServerUrl));
-    if (version >= 10) check(in->Read("ModelServerName", &modelServerPath));
-    else modelServerPath.Clear();
+    if (version >= 10)
+        check(in->Read("ModelServerName", &modelServerPath));
+    else
+        modelServerPath.Clear();
     check(in->Read("SessionId", &sessionId));
     check(in->Read("LogonId", &logonId));
     check(in->Read("RoleName", &roleName));
@@ -157,8 +160,10 @@ void CachedProjectInfo::ReadFile() {
     } else {
         projectVersion = version == 5 ? "14.0.0.0 (C-107)" : "13.0.0.0";
     }
-    if (version >= 7) check(in->Read("VisitCount", &visitCount));
-    else visitCount = 0;
+    if (version >= 7)
+        check(in->Read("VisitCount", &visitCount));
+    else
+        visitCount = 0;
 
     // A newer writer's file: leave the time alone, so the next Refresh reads it again.
     if (version <= kCacheInfoDataVersion) {

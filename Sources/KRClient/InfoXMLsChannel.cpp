@@ -1,4 +1,4 @@
-#include "KRClient/InfoXMLsChannel.h"
+#include "KRClient/Internal/InfoXMLsChannel.h"
 
 #include "IO/File.h"
 #include "KRClient/KRClient.h"
@@ -32,7 +32,8 @@ InfoXMLsIChannel::InfoXMLsIChannel(const IO::Location& location, const ZR::Strin
 
 ZR::XMLIChannel* InfoXMLsIChannel::Open() {
     if (!FileExist(location)) return nullptr;
-    channel = OpenWithRetries([&] { return ZRXML::CreateXMLIChannel(location, rootName.GetBuffer(), 0); });
+    channel = OpenWithRetries(
+        [&] { return ZRXML::CreateXMLIChannel(location, rootName.GetBuffer(), 0); });
     return channel;
 }
 
@@ -50,14 +51,16 @@ ZR::XMLOChannel* InfoXMLsOChannel::Open() {
     if (!FileExist(location)) {
         { IO::File create(location, IO::kNotFoundCreate); }
         if (!FileExist(location)) {
-            static const ZR::ErrorLogLine creationFailed("InfoXMLsOChannel::Open file creation failed: %");
+            static const ZR::ErrorLogLine creationFailed(
+                "InfoXMLsOChannel::Open file creation failed: %");
             ZR::FastLogger::LogComposer composer;
             ZR::logger.Append(creationFailed, composer);
             composer.Append(location.ToDisplayText());
             return nullptr;
         }
     }
-    channel = OpenWithRetries([&] { return ZRXML::CreateXMLOChannel(location, rootName.GetBuffer(), 0); });
+    channel = OpenWithRetries(
+        [&] { return ZRXML::CreateXMLOChannel(location, rootName.GetBuffer(), 0); });
     return channel;
 }
 

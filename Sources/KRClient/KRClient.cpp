@@ -29,7 +29,9 @@ void InitKRClient(const ZR::PagedArray<ZR::UniString, 8>& arguments) {
     UI::CachedProjectCheckTask::SetEnabled(InitKRClientBase(arguments));
 }
 
-void CloseKRClient() { CloseKRClientBase(); }
+void CloseKRClient() {
+    CloseKRClientBase();
+}
 
 namespace {
 void AppendSection(ZR::UniString& out, const ZR::ZRException& e) {
@@ -38,7 +40,8 @@ void AppendSection(ZR::UniString& out, const ZR::ZRException& e) {
         out += ": ";
         out += e.GetMessage();
     }
-    out += ZR::UniString::Format("\n\tat %s(%lu)", e.GetFileName() ? e.GetFileName() : "(null)", e.GetLineNumber());
+    out += ZR::UniString::Format("\n\tat %s(%lu)", e.GetFileName() ? e.GetFileName() : "(null)",
+                                 e.GetLineNumber());
 }
 }  // namespace
 
@@ -54,7 +57,9 @@ ZR::UniString ToString(const ZR::ZRException& exception) {
     return out;
 }
 
-void DebugPrintEx(const ZR::ZRException& exception) { DBPrintf("%s\n", ToString(exception).ToCString()); }
+void DebugPrintEx(const ZR::ZRException& exception) {
+    DBPrintf("%s\n", ToString(exception).ToCString());
+}
 
 bool FileExist(const IO::Location& location) {
     return IO::File(location, IO::kNotFoundIgnore).GetStatus() == IO::kOk;

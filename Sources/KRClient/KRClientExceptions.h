@@ -13,11 +13,12 @@ class KRClientException : public virtual ZR::GeneralException {
 public:
     KRClientException(const ZR::UniString& message, const char* file, unsigned int line,
                       int error = ZR::kGeneralErrorCode);
-    KRClientException(const char* message, const char* file, unsigned int line, int error = ZR::kGeneralErrorCode);
-    KRClientException(const ZR::UniString& message, const char* file, unsigned int line, const ZR::ZRException& cause,
+    KRClientException(const char* message, const char* file, unsigned int line,
                       int error = ZR::kGeneralErrorCode);
-    KRClientException(const char* message, const char* file, unsigned int line, const ZR::ZRException& cause,
-                      int error = ZR::kGeneralErrorCode);
+    KRClientException(const ZR::UniString& message, const char* file, unsigned int line,
+                      const ZR::ZRException& cause, int error = ZR::kGeneralErrorCode);
+    KRClientException(const char* message, const char* file, unsigned int line,
+                      const ZR::ZRException& cause, int error = ZR::kGeneralErrorCode);
     KRClientException(const KRClientException&) = default;
     KRClientException(KRClientException&&) = default;
 
@@ -32,7 +33,9 @@ public:
     explicit FileException(const IO::Location& location) : mLocation(location) {}
 
     const IO::Location& GetFileLocation() const { return mLocation; }
-    ZR::UniString GetFileLocationString() const { return mLocation.IsEmpty() ? ZR::UniString() : mLocation.ToPath(); }
+    ZR::UniString GetFileLocationString() const {
+        return mLocation.IsEmpty() ? ZR::UniString() : mLocation.ToPath();
+    }
     void SetFileLocation(const IO::Location& location) { mLocation = location; }
 
 private:

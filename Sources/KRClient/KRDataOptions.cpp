@@ -1,8 +1,8 @@
-#include "KRClient/KRDataOptions.h"
+#include "KRClient/Internal/KRDataOptions.h"
 
 #include "IO/File.h"
 #include "KRCB/Paths.h"
-#include "KRClient/InfoXMLsChannel.h"
+#include "KRClient/Internal/InfoXMLsChannel.h"
 #include "KRClient/KRClientExceptions.h"
 #include "ZR/Time.h"
 
@@ -33,7 +33,9 @@ bool Guarded(F&& body) {
 
 KRDataOptions dataOptions;
 
-KRDataOptions::KRDataOptions() { SetDefaults(); }
+KRDataOptions::KRDataOptions() {
+    SetDefaults();
+}
 
 void KRDataOptions::SetDefaults() {
     optionsFile.Clear();
@@ -49,7 +51,9 @@ void KRDataOptions::SetDefaults() {
     projectCacheFolderName.Clear();
 }
 
-void KRDataOptions::ResetForTesting() { SetDefaults(); }
+void KRDataOptions::ResetForTesting() {
+    SetDefaults();
+}
 
 void KRDataOptions::SetOptionsFolder(const IO::Location& folder) {
     IO::fileSystem.CreateFolderTree(folder);

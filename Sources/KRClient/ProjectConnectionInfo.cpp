@@ -14,8 +14,9 @@ ProjectConnectionInfo& ProjectConnectionInfo::operator=(const IO::Location& loca
 }
 
 bool ProjectConnectionInfo::operator==(const ProjectConnectionInfo& other) const {
-    return serverUrl.IsEqual(other.serverUrl, ZR::kIgnoreCase) && userName.IsEqual(other.userName, ZR::kIgnoreCase) &&
-           projectPath == other.projectPath && refreshToken == other.refreshToken && lockedState == other.lockedState;
+    return serverUrl.IsEqual(other.serverUrl, ZR::kIgnoreCase) &&
+           userName.IsEqual(other.userName, ZR::kIgnoreCase) && projectPath == other.projectPath &&
+           refreshToken == other.refreshToken && lockedState == other.lockedState;
 }
 
 void ProjectConnectionInfo::Clear() {

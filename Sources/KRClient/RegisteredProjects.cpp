@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
 
 namespace KRC {
@@ -24,16 +25,18 @@ struct RefreshWalk {
 
 // Removes, keeping the order of the rest, the records not seen by the walk
 // and the record of excludedFolder.
-void RemoveUnseen(ZR::Array<RegisteredProjects::CacheInfoRecord>& records, const IO::Location* excludedFolder) {
+void RemoveUnseen(ZR::Array<RegisteredProjects::CacheInfoRecord>& records,
+                  const IO::Location* excludedFolder) {
     bool exclude = excludedFolder && !excludedFolder->IsEmpty();
     auto& items = records.Std();
-    items.erase(std::remove_if(items.begin(), items.end(),
-                               [&](const RegisteredProjects::CacheInfoRecord& record) {
-                                   return record.notSeen ||
-                                          (exclude && record.info &&
-                                           record.info->GetCacheFolderLocation() == *excludedFolder);
-                               }),
-                items.end());
+    items.erase(
+        std::remove_if(items.begin(), items.end(),
+                       [&](const RegisteredProjects::CacheInfoRecord& record) {
+                           return record.notSeen ||
+                                  (exclude && record.info &&
+                                   record.info->GetCacheFolderLocation() == *excludedFolder);
+                       }),
+        items.end());
 }
 
 }  // namespace
@@ -41,7 +44,8 @@ void RemoveUnseen(ZR::Array<RegisteredProjects::CacheInfoRecord>& records, const
 RegisteredProjects::CacheInfoRecord::CacheInfoRecord(const CacheInfoRecord& other)
     : notSeen(other.notSeen), info(other.info ? new CachedProjectInfo(*other.info) : nullptr) {}
 
-RegisteredProjects::CacheInfoRecord& RegisteredProjects::CacheInfoRecord::operator=(const CacheInfoRecord& other) {
+RegisteredProjects::CacheInfoRecord& RegisteredProjects::CacheInfoRecord::operator=(
+    const CacheInfoRecord& other) {
     if (this == &other) return *this;
     notSeen = other.notSeen;
     info.reset(other.info ? new CachedProjectInfo(*other.info) : nullptr);
@@ -78,8 +82,10 @@ void RegisteredProjects::RefreshData(bool force, const IO::Location* excludedFol
     if (walking) return;
     walking = true;
     try {
-        if (mCacheInforegister.IsEmpty()) RegisterCaches(excludedFolder);
-        else RefreshCaches(excludedFolder);
+        if (mCacheInforegister.IsEmpty())
+            RegisterCaches(excludedFolder);
+        else
+            RefreshCaches(excludedFolder);
     } catch (...) {
         walking = false;
         throw;
@@ -133,8 +139,8 @@ void RegisteredProjects::RefreshCaches(const IO::Location* excludedFolder) {
     RemoveUnseen(mCacheInforegister, excludedFolder);
 }
 
-bool RegisteredProjects::CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name, bool isFolder,
-                                                 void* argument) {
+bool RegisteredProjects::CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
+                                                 bool isFolder, void* argument) {
     if (!isFolder) return true;
     IO::Location location = folder.GetLocation() + name;
     if (!CachedProjectInfo::CachedProjectInfoExist(location)) return true;
@@ -148,8 +154,9 @@ bool RegisteredProjects::CacheFolderEnumCallback(const IO::Folder& folder, const
     return true;
 }
 
-bool RegisteredProjects::RefreshCacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
-                                                        bool isFolder, void* argument) {
+bool RegisteredProjects::RefreshCacheFolderEnumCallback(const IO::Folder& folder,
+                                                        const IO::Name& name, bool isFolder,
+                                                        void* argument) {
     if (!isFolder) return true;
     IO::Location location = folder.GetLocation() + name;
     if (!CachedProjectInfo::CachedProjectInfoExist(location)) return true;
@@ -170,13 +177,16 @@ bool RegisteredProjects::RefreshCacheFolderEnumCallback(const IO::Folder& folder
     return true;
 }
 
-void RegisteredProjects::SearchCaches(const IO::Location& location, ZR::Array<CacheInfoRecord>& records) {
+void RegisteredProjects::SearchCaches(const IO::Location& location,
+                                      ZR::Array<CacheInfoRecord>& records) {
     IO::Folder folder(location, IO::kNotFoundFail);
     if (folder.GetStatus() != IO::kOk || folder.IsEmpty() || folder.CountFolders() == 0) return;
     folder.Enumerate(CacheFolderEnumCallback, 1, 2, &records);
 }
 
-void RegisteredProjects::KRDataFolderChanged() { RefreshData(true, nullptr); }
+void RegisteredProjects::KRDataFolderChanged() {
+    RefreshData(true, nullptr);
+}
 
 void RegisteredProjects::ContentWrittenToDisc(const CachedProjectInfo* written) {
     if (mCacheInforegister.IsEmpty()) {

@@ -13,7 +13,7 @@
 #include "IO/File.h"
 #include "IO/Location.h"
 #include "KRClient/CachedProjectInfo.h"
-#include "KRClient/KRDataOptions.h"
+#include "KRClient/KRDataOptionsObserver.h"
 #include "ZR/Containers.h"
 #include "ZR/Thread.h"
 #include "ZR/UniString.h"
@@ -97,7 +97,8 @@ public:
         void Leave();
         // Dropped unless a guard is in force.
         void AddCacheRenameModification(const ZR::UniString& server, const ZR::UniString& user,
-                                        const ZR::UniString& path, const ZR::UniString& replacement);
+                                        const ZR::UniString& path,
+                                        const ZR::UniString& replacement);
         // The first entry for server, user and path gives replacement; false
         // and replacement untouched if there is none. Free while no guard is
         // in force: the login data store is opened only with entries possible.
@@ -282,10 +283,10 @@ private:
 
     void RegisterCaches(const IO::Location* excludedFolder);
     void RefreshCaches(const IO::Location* excludedFolder);
-    static bool CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name, bool isFolder,
-                                        void* argument);
-    static bool RefreshCacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name, bool isFolder,
-                                               void* argument);
+    static bool CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
+                                        bool isFolder, void* argument);
+    static bool RefreshCacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
+                                               bool isFolder, void* argument);
     static void SearchCaches(const IO::Location& folder, ZR::Array<CacheInfoRecord>& records);
 
     bool GetCacheIndex(const IO::Location& location, std::size_t& index, bool refreshFound);

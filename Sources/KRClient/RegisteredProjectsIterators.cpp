@@ -5,9 +5,15 @@
 
 namespace KRC {
 
-ZR::UniString RegisteredProject::GetServerUrl() const { return info ? info->GetPortalServerUrl() : ZR::UniString(); }
-ZR::UniString RegisteredProject::GetUserName() const { return info ? info->GetLoginName() : ZR::UniString(); }
-ZR::UniString RegisteredProject::GetProjectPath() const { return info ? info->GetProjectPath() : ZR::UniString(); }
+ZR::UniString RegisteredProject::GetServerUrl() const {
+    return info ? info->GetPortalServerUrl() : ZR::UniString();
+}
+ZR::UniString RegisteredProject::GetUserName() const {
+    return info ? info->GetLoginName() : ZR::UniString();
+}
+ZR::UniString RegisteredProject::GetProjectPath() const {
+    return info ? info->GetProjectPath() : ZR::UniString();
+}
 ZR::UniString RegisteredProject::GetModelServerPath() const {
     return info ? info->GetModelServerPath() : ZR::UniString();
 }
@@ -24,17 +30,25 @@ IO::Location RegisteredProject::GetKerrowLocation() const {
     return connectionInfo.ToKerrowLocation(&location);
 }
 
-int RegisteredProject::GetLastOpenedTime() const { return info ? info->GetLastOpenProjectTime() : 0; }
+int RegisteredProject::GetLastOpenedTime() const {
+    return info ? info->GetLastOpenProjectTime() : 0;
+}
 int RegisteredProject::GetTravelPackageCreationTime() const {
     return info ? info->GetTravelPackageCreationTime() : 0;
 }
-bool RegisteredProject::IsTravelPackageCreated() const { return info && info->IsTravelPackageCreated(); }
-bool RegisteredProject::ExtractedFromTravelPackage() const { return info && info->ExtractedFromTravelPackage(); }
-int RegisteredProject::GetLocalDataVersion() const { return info ? info->GetXMLVersion() : 0; }
+bool RegisteredProject::IsTravelPackageCreated() const {
+    return info && info->IsTravelPackageCreated();
+}
+bool RegisteredProject::ExtractedFromTravelPackage() const {
+    return info && info->ExtractedFromTravelPackage();
+}
+int RegisteredProject::GetLocalDataVersion() const {
+    return info ? info->GetXMLVersion() : 0;
+}
 
-RegisteredProjects::ProjectIteratorBase::ProjectIteratorBase(const ZR::UniString& loginName,
-                                                             const ZR::UniString& serverUrl,
-                                                             const ZR::Array<IO::Location>* folders) {
+RegisteredProjects::ProjectIteratorBase::ProjectIteratorBase(
+    const ZR::UniString& loginName, const ZR::UniString& serverUrl,
+    const ZR::Array<IO::Location>* folders) {
     FillProjects(loginName, serverUrl, folders);
 }
 
@@ -59,7 +73,9 @@ void RegisteredProjects::ProjectIteratorBase::Repoint(const ProjectIteratorBase&
     // projects are a subsequence of the records, so one pass pairs them.
     std::size_t r = 0;
     for (RegisteredProject& project : projects) {
-        while (r < other.records.GetSize() && other.records[r].info.get() != project.GetCachedProjectInfo()) ++r;
+        while (r < other.records.GetSize() &&
+               other.records[r].info.get() != project.GetCachedProjectInfo())
+            ++r;
         if (r == other.records.GetSize()) return;
         project = RegisteredProject(records[r].info.get());
     }
@@ -79,8 +95,11 @@ void RegisteredProjects::ProjectIteratorBase::FillProjects(const ZR::UniString& 
     for (const CacheInfoRecord& record : *source) {
         const CachedProjectInfo* info = record.info.get();
         if (!info) continue;
-        if (!loginName.IsEmpty() && !loginName.IsEqual(info->GetLoginName(), ZR::kIgnoreCase)) continue;
-        if (!serverUrl.IsEmpty() && !KRCB::IsEqualServerUrls(serverUrl, info->GetPortalServerUrl(), false)) continue;
+        if (!loginName.IsEmpty() && !loginName.IsEqual(info->GetLoginName(), ZR::kIgnoreCase))
+            continue;
+        if (!serverUrl.IsEmpty() &&
+            !KRCB::IsEqualServerUrls(serverUrl, info->GetPortalServerUrl(), false))
+            continue;
         projects.Add(RegisteredProject(info));
     }
 }

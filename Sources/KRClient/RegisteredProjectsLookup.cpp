@@ -2,6 +2,7 @@
 // and the per-project operations built on the look-up.
 
 #include "KRCB/Paths.h"
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegisteredProjects.h"
 #include "ZR/Time.h"
 
@@ -19,14 +20,15 @@ ZR::UniString RecordServer(const CachedProjectInfo& info) {
 
 }  // namespace
 
-void RegisteredProjects::GetIDs(const IO::Location& location, ZR::UniString& user, ZR::UniString& server,
-                                ZR::UniString& path) {
+void RegisteredProjects::GetIDs(const IO::Location& location, ZR::UniString& user,
+                                ZR::UniString& server, ZR::UniString& path) {
     user = location.GetUserName();
     server = KRCB::GetPortalServerUrl(location);
     path = KRCB::GetProjectPath(location);
 }
 
-bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t& index, bool refreshFound) {
+bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t& index,
+                                       bool refreshFound) {
     index = 0;
     if (location.IsEmpty()) return false;
     if (!registryLoaded) RefreshData(false, nullptr);
@@ -34,7 +36,8 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
 
     ZR::UniString user, server, path, alternativePath;
     GetIDs(location, user, server, path);
-    TemporaryModification::GetInstance().GetCacheRenameModification(server, user, path, alternativePath);
+    TemporaryModification::GetInstance().GetCacheRenameModification(server, user, path,
+                                                                    alternativePath);
 
     constexpr std::size_t kNone = static_cast<std::size_t>(-1);
     std::size_t strict = kNone;
@@ -69,7 +72,8 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
     return true;
 }
 
-CachedProjectInfo* RegisteredProjects::GetCacheInfo(const IO::Location& location, bool refreshFound) {
+CachedProjectInfo* RegisteredProjects::GetCacheInfo(const IO::Location& location,
+                                                    bool refreshFound) {
     std::size_t index = 0;
     if (!GetCacheIndex(location, index, refreshFound)) return nullptr;
     return mCacheInforegister[index].info.get();
@@ -84,7 +88,8 @@ const CachedProjectInfo* RegisteredProjects::GetCachedProjectInfo(const IO::Loca
     }
 }
 
-CachedProjectInfo* RegisteredProjects::CreateCachedProjectInfo(const IO::Location& location, bool& created) {
+CachedProjectInfo* RegisteredProjects::CreateCachedProjectInfo(const IO::Location& location,
+                                                               bool& created) {
     created = false;
     try {
         Synchronizer sync;
@@ -114,7 +119,8 @@ void RegisteredProjects::RemoveProject(const IO::Location& location) {
 template <typename R, typename F>
 R RegisteredProjects::GetByLocation(const IO::Location& location, F&& get) {
     try {
-        if (const CachedProjectInfo* info = GetCacheInfo(location, !Synchronizer::IsLocked())) return get(*info);
+        if (const CachedProjectInfo* info = GetCacheInfo(location, !Synchronizer::IsLocked()))
+            return get(*info);
     } catch (...) {
     }
     return R();
@@ -131,45 +137,54 @@ void RegisteredProjects::SetByLocation(const IO::Location& location, F&& set) {
 }
 
 IO::Location RegisteredProjects::GetCacheDataFolder(const IO::Location& location) {
-    return GetByLocation<IO::Location>(location, [](const CachedProjectInfo& i) { return i.GetCacheFolderLocation(); });
+    return GetByLocation<IO::Location>(
+        location, [](const CachedProjectInfo& i) { return i.GetCacheFolderLocation(); });
 }
 
 int RegisteredProjects::GetLastOpenedTime(const IO::Location& location) {
-    return GetByLocation<int>(location, [](const CachedProjectInfo& i) { return i.GetLastOpenProjectTime(); });
+    return GetByLocation<int>(
+        location, [](const CachedProjectInfo& i) { return i.GetLastOpenProjectTime(); });
 }
 
 int RegisteredProjects::GetProjectBuildNum(const IO::Location& location) {
-    return GetByLocation<int>(location, [](const CachedProjectInfo& i) { return i.GetProjectBuildNum(); });
+    return GetByLocation<int>(location,
+                              [](const CachedProjectInfo& i) { return i.GetProjectBuildNum(); });
 }
 
 ZR::UniString RegisteredProjects::GetProjectVersion(const IO::Location& location) {
-    return GetByLocation<ZR::UniString>(location, [](const CachedProjectInfo& i) { return i.GetProjectVersion(); });
+    return GetByLocation<ZR::UniString>(
+        location, [](const CachedProjectInfo& i) { return i.GetProjectVersion(); });
 }
 
 int RegisteredProjects::GetTravelPackageCreationTime(const IO::Location& location) {
-    return GetByLocation<int>(location,
-                              [](const CachedProjectInfo& i) { return i.GetTravelPackageCreationTime(); });
+    return GetByLocation<int>(
+        location, [](const CachedProjectInfo& i) { return i.GetTravelPackageCreationTime(); });
 }
 
 unsigned int RegisteredProjects::GetVisitCount(const IO::Location& location) {
-    return GetByLocation<unsigned int>(location, [](const CachedProjectInfo& i) { return i.GetVisitCount(); });
+    return GetByLocation<unsigned int>(
+        location, [](const CachedProjectInfo& i) { return i.GetVisitCount(); });
 }
 
 bool RegisteredProjects::IsEnabledTravelPackageWarningAtClose(const IO::Location& location) {
-    return GetByLocation<bool>(location,
-                               [](const CachedProjectInfo& i) { return i.IsEnabledTravelPackageWarningAtClose(); });
+    return GetByLocation<bool>(location, [](const CachedProjectInfo& i) {
+        return i.IsEnabledTravelPackageWarningAtClose();
+    });
 }
 
 bool RegisteredProjects::IsProjectDetached(const IO::Location& location) {
-    return GetByLocation<bool>(location, [](const CachedProjectInfo& i) { return i.IsProjectDetached(); });
+    return GetByLocation<bool>(location,
+                               [](const CachedProjectInfo& i) { return i.IsProjectDetached(); });
 }
 
 bool RegisteredProjects::IsTravelPackageCreated(const IO::Location& location) {
-    return GetByLocation<bool>(location, [](const CachedProjectInfo& i) { return i.IsTravelPackageCreated(); });
+    return GetByLocation<bool>(
+        location, [](const CachedProjectInfo& i) { return i.IsTravelPackageCreated(); });
 }
 
 bool RegisteredProjects::ExtractedFromTravelPackage(const IO::Location& location) {
-    return GetByLocation<bool>(location, [](const CachedProjectInfo& i) { return i.ExtractedFromTravelPackage(); });
+    return GetByLocation<bool>(
+        location, [](const CachedProjectInfo& i) { return i.ExtractedFromTravelPackage(); });
 }
 
 void RegisteredProjects::ProjectOpened(const IO::Location& location) {
@@ -184,19 +199,24 @@ void RegisteredProjects::ProjectReloaded(const IO::Location& location) {
     SetByLocation(location, [](CachedProjectInfo& i) { i.ProjectReloaded(); });
 }
 
-void RegisteredProjects::EnableTravelPackageWarningAtClose(const IO::Location& location, bool enable) {
-    SetByLocation(location, [&](CachedProjectInfo& i) { i.EnableTravelPackageWarningAtClose(enable); });
+void RegisteredProjects::EnableTravelPackageWarningAtClose(const IO::Location& location,
+                                                           bool enable) {
+    SetByLocation(location,
+                  [&](CachedProjectInfo& i) { i.EnableTravelPackageWarningAtClose(enable); });
 }
 
-void RegisteredProjects::SetExtractedFromTravelPackage(const IO::Location& location, bool extracted) {
-    SetByLocation(location, [&](CachedProjectInfo& i) { i.SetExtractedFromTravelPackage(extracted); });
+void RegisteredProjects::SetExtractedFromTravelPackage(const IO::Location& location,
+                                                       bool extracted) {
+    SetByLocation(location,
+                  [&](CachedProjectInfo& i) { i.SetExtractedFromTravelPackage(extracted); });
 }
 
 void RegisteredProjects::SetProjectBuildNum(const IO::Location& location, int buildNum) {
     SetByLocation(location, [&](CachedProjectInfo& i) { i.SetProjectBuildNum(buildNum); });
 }
 
-void RegisteredProjects::SetProjectVersion(const IO::Location& location, const ZR::UniString& version) {
+void RegisteredProjects::SetProjectVersion(const IO::Location& location,
+                                           const ZR::UniString& version) {
     SetByLocation(location, [&](CachedProjectInfo& i) { i.SetProjectVersion(version); });
 }
 

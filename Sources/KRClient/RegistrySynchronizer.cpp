@@ -3,6 +3,7 @@
 // the file system: a held file can't be deleted (IO::kErrInUse), and a file
 // left by a process that died has nobody behind it, so the test removes it.
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegisteredProjects.h"
 #include "ZR/Thread.h"
 
@@ -16,7 +17,8 @@ constexpr int kLockPollMs = 50;
 }  // namespace
 
 IO::File* RegisteredProjects::Synchronizer::mLockFile = nullptr;
-ZR::Array<const RegisteredProjects::Synchronizer*> RegisteredProjects::Synchronizer::mOwnLockCounter;
+ZR::Array<const RegisteredProjects::Synchronizer*>
+    RegisteredProjects::Synchronizer::mOwnLockCounter;
 
 RegisteredProjects::Synchronizer::Synchronizer() {
     if (mOwnLockCounter.IsEmpty()) {
@@ -50,7 +52,9 @@ RegisteredProjects::Synchronizer::~Synchronizer() {
     if (mOwnLockCounter.IsEmpty()) RemoveLock();
 }
 
-bool RegisteredProjects::Synchronizer::IsLocked() { return mLockFile != nullptr; }
+bool RegisteredProjects::Synchronizer::IsLocked() {
+    return mLockFile != nullptr;
+}
 
 IO::Location RegisteredProjects::Synchronizer::GetLockFileLoc() {
     IO::Location location;
@@ -79,7 +83,8 @@ void RegisteredProjects::Synchronizer::WaitForLock() {
         // when this thread is interrupted, which leaves the guard's constructor.
         while (IsLockedByOthers()) ZR::Thread::Sleep(kLockPollMs, true);
 
-        if (IO::File::New(&mLockFile, GetLockFileLoc(), IO::kNotFoundCreate) != IO::kOk || !mLockFile) {
+        if (IO::File::New(&mLockFile, GetLockFileLoc(), IO::kNotFoundCreate) != IO::kOk ||
+            !mLockFile) {
             mLockFile = nullptr;
             --tries;  // no wait between these tries
             continue;

@@ -14,7 +14,8 @@ std::atomic<RegisteredProjects::TemporaryModification*> instance{nullptr};
 
 }  // namespace
 
-RegisteredProjects::TemporaryModification& RegisteredProjects::TemporaryModification::GetInstance() {
+RegisteredProjects::TemporaryModification&
+RegisteredProjects::TemporaryModification::GetInstance() {
     TemporaryModification* made = instance.load(std::memory_order_acquire);
     if (made) return *made;
     ZR::LockGuard<ZR::Lock> guard(ZR::SingletonLock());
@@ -37,18 +38,16 @@ void RegisteredProjects::TemporaryModification::Leave() {
     if (--counter == 0) modifications.Clear();
 }
 
-void RegisteredProjects::TemporaryModification::AddCacheRenameModification(const ZR::UniString& server,
-                                                                           const ZR::UniString& user,
-                                                                           const ZR::UniString& path,
-                                                                           const ZR::UniString& replacement) {
+void RegisteredProjects::TemporaryModification::AddCacheRenameModification(
+    const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& path,
+    const ZR::UniString& replacement) {
     ZR::LockGuard<ZR::Lock> guard(lock);
     if (counter > 0) modifications.Add({server, user, path, replacement});
 }
 
-bool RegisteredProjects::TemporaryModification::GetCacheRenameModification(const ZR::UniString& server,
-                                                                           const ZR::UniString& user,
-                                                                           const ZR::UniString& path,
-                                                                           ZR::UniString& replacement) {
+bool RegisteredProjects::TemporaryModification::GetCacheRenameModification(
+    const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& path,
+    ZR::UniString& replacement) {
     {
         // The way of nearly every look-up: no rename under way, nothing opened.
         ZR::LockGuard<ZR::Lock> guard(lock);
@@ -59,7 +58,8 @@ bool RegisteredProjects::TemporaryModification::GetCacheRenameModification(const
     ZR::LockGuard<ZR::Lock> guard(lock);
     if (counter < 1 || modifications.IsEmpty()) return false;
     for (const CacheRenameModification& entry : modifications) {
-        if (store.IsSameServers(server, entry.server) && user.IsEqual(entry.user, ZR::kIgnoreCase) &&
+        if (store.IsSameServers(server, entry.server) &&
+            user.IsEqual(entry.user, ZR::kIgnoreCase) &&
             path.IsEqual(entry.path, ZR::kIgnoreCase)) {
             replacement = entry.replacement;
             return true;

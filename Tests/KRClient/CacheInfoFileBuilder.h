@@ -14,20 +14,42 @@ namespace krtest {
 
 struct CacheElement {
     const char* name;
-    int from;                  // lowest data version that has it
+    int from;                   // lowest data version that has it
     const char* fallback = "";  // text when no value is given
 };
 
 inline const std::vector<CacheElement>& CacheElements() {
     static const std::vector<CacheElement> elements = {
-        {"DataVersion", 0}, {"LoginName", 1}, {"UserName", 0}, {"UserId", 0}, {"ProjectPath", 8},
-        {"ProjectName", 0}, {"ProjectCategoryName", 3}, {"ServerName", 0}, {"Port", 0, "0"},
-        {"PortalServerUrl", 8}, {"ModelServerName", 10}, {"SessionId", 0}, {"LogonId", 0, "0"}, {"RoleName", 0},
-        {"UserColorList", 2}, {"ColorMode", 2, "0"}, {"PermissionCount", 0, "0"}, {"Permission", 0},
-        {"ProjectId", 0}, {"UnsentChange", 0, "false"}, {"ProjectForcedOffline", 2, "false"},
-        {"LastOpenProjectTime", 5, "0"}, {"TravelPackageCreationTime", 5, "0"}, {"TravelPackageCreated", 5, "false"},
-        {"ExtractedFromTravelPackage", 5, "false"}, {"EnableTravelPackageWarningAtClose", 5, "false"},
-        {"ProjectVersion", 6}, {"ProjectBuild", 6, "0"}, {"ProjectDetached", 6, "false"}, {"VisitCount", 7, "0"}};
+        {"DataVersion", 0},
+        {"LoginName", 1},
+        {"UserName", 0},
+        {"UserId", 0},
+        {"ProjectPath", 8},
+        {"ProjectName", 0},
+        {"ProjectCategoryName", 3},
+        {"ServerName", 0},
+        {"Port", 0, "0"},
+        {"PortalServerUrl", 8},
+        {"ModelServerName", 10},
+        {"SessionId", 0},
+        {"LogonId", 0, "0"},
+        {"RoleName", 0},
+        {"UserColorList", 2},
+        {"ColorMode", 2, "0"},
+        {"PermissionCount", 0, "0"},
+        {"Permission", 0},
+        {"ProjectId", 0},
+        {"UnsentChange", 0, "false"},
+        {"ProjectForcedOffline", 2, "false"},
+        {"LastOpenProjectTime", 5, "0"},
+        {"TravelPackageCreationTime", 5, "0"},
+        {"TravelPackageCreated", 5, "false"},
+        {"ExtractedFromTravelPackage", 5, "false"},
+        {"EnableTravelPackageWarningAtClose", 5, "false"},
+        {"ProjectVersion", 6},
+        {"ProjectBuild", 6, "0"},
+        {"ProjectDetached", 6, "false"},
+        {"VisitCount", 7, "0"}};
     return elements;
 }
 
@@ -52,7 +74,8 @@ inline std::string BuildCacheInfoXml(int version, std::map<std::string, std::str
 }
 
 // A folder holding a hand-written "CacheInfo.xml"; answers the folder.
-inline std::string WriteCacheInfo(const std::string& folder, int version, std::map<std::string, std::string> values) {
+inline std::string WriteCacheInfo(const std::string& folder, int version,
+                                  std::map<std::string, std::string> values) {
     std::filesystem::create_directories(folder);
     WriteFile(folder + "/CacheInfo.xml", BuildCacheInfoXml(version, std::move(values)));
     return folder;

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
-#include <pugixml.hpp>
 
 #include <filesystem>
+#include <pugixml.hpp>
 
 #include "KRClient/RegistryFixture.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
@@ -19,7 +19,8 @@ protected:
     std::string FileOf(const CachedProjectInfo& r) const {
         return r.GetCacheFolderLocation().ToPath().Std() + "/CacheInfo.xml";
     }
-    IO::Location WriteVersion(const std::string& name, int version, std::map<std::string, std::string> values) {
+    IO::Location WriteVersion(const std::string& name, int version,
+                              std::map<std::string, std::string> values) {
         return krtest::Loc(krtest::WriteCacheInfo(temp.Sub(name), version, std::move(values)));
     }
 };
@@ -59,8 +60,10 @@ TEST_F(CachedProjectInfoTest, WrittenFileHasTheElementsInOrderFlatUnderCache) {
     }
     std::vector<std::string> expected;
     for (const auto& e : krtest::CacheElements()) {
-        if (std::string(e.name) == "Permission") expected.insert(expected.end(), 3, "Permission");
-        else expected.emplace_back(e.name);
+        if (std::string(e.name) == "Permission")
+            expected.insert(expected.end(), 3, "Permission");
+        else
+            expected.emplace_back(e.name);
     }
     EXPECT_EQ(names, expected);
     EXPECT_STREQ(root.child_value("DataVersion"), "10");
@@ -129,12 +132,25 @@ TEST_F(CachedProjectInfoTest, SettersWriteOnlyOnChangeAndBracketsWriteOnce) {
 }
 
 TEST_F(CachedProjectInfoTest, ReadsEveryDataVersionWithTheDefaultsOfOlderOnes) {
-    std::map<std::string, std::string> values = {
-        {"LoginName", "anna"}, {"UserName", "Anna A"}, {"UserId", "u1"}, {"ProjectPath", "/F/Tower"},
-        {"ProjectName", "Tower"}, {"ServerName", "Main"}, {"PortalServerUrl", "https://srv"},
-        {"ModelServerName", "ms1"}, {"SessionId", "s1"}, {"ProjectId", "p1"}, {"PermissionCount", "2"},
-        {"Permission", "read\nwrite"}, {"VisitCount", "5"}, {"ProjectVersion", "26.0"}, {"ProjectBuild", "12"},
-        {"LastOpenProjectTime", "1000"}, {"UserColorList", "c"}, {"ColorMode", "2"}, {"Port", "5050"}};
+    std::map<std::string, std::string> values = {{"LoginName", "anna"},
+                                                 {"UserName", "Anna A"},
+                                                 {"UserId", "u1"},
+                                                 {"ProjectPath", "/F/Tower"},
+                                                 {"ProjectName", "Tower"},
+                                                 {"ServerName", "Main"},
+                                                 {"PortalServerUrl", "https://srv"},
+                                                 {"ModelServerName", "ms1"},
+                                                 {"SessionId", "s1"},
+                                                 {"ProjectId", "p1"},
+                                                 {"PermissionCount", "2"},
+                                                 {"Permission", "read\nwrite"},
+                                                 {"VisitCount", "5"},
+                                                 {"ProjectVersion", "26.0"},
+                                                 {"ProjectBuild", "12"},
+                                                 {"LastOpenProjectTime", "1000"},
+                                                 {"UserColorList", "c"},
+                                                 {"ColorMode", "2"},
+                                                 {"Port", "5050"}};
 
     for (int version : {0, 2, 4, 5, 6, 7, 8, 9, 10, 11}) {
         SCOPED_TRACE(version);
@@ -148,7 +164,9 @@ TEST_F(CachedProjectInfoTest, ReadsEveryDataVersionWithTheDefaultsOfOlderOnes) {
         EXPECT_EQ(r.GetColorMode(), version >= 2 ? 2 : 0);
         EXPECT_EQ(r.GetPort(), 5050);
         EXPECT_EQ(r.GetPermissions().GetSize(), 2u);
-        const char* projectVersion = version >= 6 ? "26.0" : version == 5 ? "14.0.0.0 (C-107)" : "13.0.0.0";
+        const char* projectVersion = version >= 6   ? "26.0"
+                                     : version == 5 ? "14.0.0.0 (C-107)"
+                                                    : "13.0.0.0";
         EXPECT_EQ(r.GetProjectVersion(), projectVersion);
         EXPECT_EQ(r.GetProjectBuildNum(), version >= 6 ? 12 : 0);
         if (version <= 10) {
@@ -156,15 +174,19 @@ TEST_F(CachedProjectInfoTest, ReadsEveryDataVersionWithTheDefaultsOfOlderOnes) {
             // Files without the element take the file's time as the last opening.
             EXPECT_EQ(r.GetLastOpenProjectTime(), version >= 5 ? 1000 : r.GetModificationTime());
         } else {
-            EXPECT_EQ(r.GetModificationTime(), 0);  // a newer writer's file is read again at the next refresh
+            EXPECT_EQ(r.GetModificationTime(),
+                      0);  // a newer writer's file is read again at the next refresh
         }
         EXPECT_FALSE(r.IsComplete() && version < 8);
     }
 }
 
 TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
-    std::map<std::string, std::string> values = {{"LoginName", "anna"}, {"UserName", "A"}, {"ProjectPath", "/P"},
-                                                 {"PermissionCount", "3"}, {"Permission", "read"}};
+    std::map<std::string, std::string> values = {{"LoginName", "anna"},
+                                                 {"UserName", "A"},
+                                                 {"ProjectPath", "/P"},
+                                                 {"PermissionCount", "3"},
+                                                 {"Permission", "read"}};
     IO::Location bad = WriteVersion("bad", 10, values);
     EXPECT_THROW(CachedProjectInfo{bad}, KRC::ErrorReadingFile);
     EXPECT_THROW(CachedProjectInfo{krtest::Loc(temp.Sub("missing"))}, KRC::FileOpeningError);
@@ -176,7 +198,8 @@ TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
     EXPECT_FALSE(good.IsComplete());  // no user id, session, ...
 
     // Refresh of a file that turned bad keeps what was read.
-    krtest::WriteFile(temp.Sub("good/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion><LoginName>x");
+    krtest::WriteFile(temp.Sub("good/CacheInfo.xml"),
+                      "<Cache><DataVersion>10</DataVersion><LoginName>x");
     good.Refresh();
     EXPECT_EQ(good.GetLoginName(), "anna");
 }
@@ -189,7 +212,8 @@ TEST_F(CachedProjectInfoTest, FailedWriteIsAnEventAndStillReachesObservers) {
     EXPECT_EQ(counter.writes, 1);
     ASSERT_EQ(counter.errors.size(), 1u);
     EXPECT_EQ(counter.errors[0].first, KRC::FileOpeningFailed);
-    EXPECT_NE(log.GetText().find("InfoXMLsOChannel::Open file creation failed: "), std::string::npos);
+    EXPECT_NE(log.GetText().find("InfoXMLsOChannel::Open file creation failed: "),
+              std::string::npos);
 }
 
 TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {
@@ -209,7 +233,9 @@ TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) 
     {
         using KRC::UI::Login::UILoginDataStore;
         UILoginDataStore store(UILoginDataStore::ForWriting);
-        store.AddServer(ZR::Ref<UILoginDataStore::ServerInfo>::Make("https://srv", "Main office", 0, 0), "https://srv");
+        store.AddServer(
+            ZR::Ref<UILoginDataStore::ServerInfo>::Make("https://srv", "Main office", 0, 0),
+            "https://srv");
         ASSERT_TRUE(store.Write());
     }
     record.SetRefreshToken("tok-2");
@@ -227,7 +253,8 @@ TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) 
 }
 
 TEST(ProjectConnectionInfoTest, LocationRoundTripAndEquality) {
-    ProjectConnectionInfo info = Info("https://Srv:8443/x", "/A folder/Pröject@1", "anna@corp", "t:o/k%en");
+    ProjectConnectionInfo info =
+        Info("https://Srv:8443/x", "/A folder/Pröject@1", "anna@corp", "t:o/k%en");
     info.SetLockedState(true);
     IO::Location location;
     info.ToKerrowLocation(&location);

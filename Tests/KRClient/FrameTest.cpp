@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegistryFixture.h"
 #include "KRClient/UserInterface/CachedProjectCheckTask.h"
@@ -36,12 +37,15 @@ TEST(FrameTest, FileExceptionsCarryTheirLocation) {
 }
 
 TEST(FrameTest, FileFailuresAtTheEdgeBecomeEvents) {
-    KRC::krcFileErrorEventSource.SendFileOperationFailed(KRC::FileReadingFailed, IO::Location());  // nobody listens
+    KRC::krcFileErrorEventSource.SendFileOperationFailed(KRC::FileReadingFailed,
+                                                         IO::Location());  // nobody listens
     krtest::EventRecorder recorder;
-    EXPECT_FALSE(KRC::ReportFileFailures([] { throw KRC::ErrorWritingFile(krtest::Loc("/data/KRDataOptions.xml")); }));
+    EXPECT_FALSE(KRC::ReportFileFailures(
+        [] { throw KRC::ErrorWritingFile(krtest::Loc("/data/KRDataOptions.xml")); }));
     EXPECT_TRUE(KRC::ReportFileFailures([] {}));
     ASSERT_EQ(recorder.errors.size(), 1u);
-    EXPECT_EQ(recorder.errors[0], std::make_pair(KRC::FileWritingFailed, std::string("/data/KRDataOptions.xml")));
+    EXPECT_EQ(recorder.errors[0],
+              std::make_pair(KRC::FileWritingFailed, std::string("/data/KRDataOptions.xml")));
 }
 
 TEST(FrameTest, StartResultSwitchesTheCachedProjectCheck) {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegistryFixture.h"
 
 namespace {
@@ -88,7 +89,8 @@ TEST_F(KRDataOptionsTest, RefreshFollowsEveryOtherWriterAndTellsOfAMovedFolder) 
     fs::remove(Data());
     dataOptions.Refresh();
     EXPECT_EQ(dataOptions.GetPeriodTime(), 66);
-    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"), std::string::npos);
+    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"),
+              std::string::npos);
 }
 
 TEST_F(KRDataOptionsTest, DeletedFileComesBackEmptyAndMemoryKeepsItsValues) {

@@ -18,7 +18,8 @@ using Json = nlohmann::ordered_json;
 class KrctlTest : public ::testing::Test {
 protected:
     krtest::ProcessResult Run(std::vector<std::string> args) const {
-        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"), "--log-file", temp.Sub("run.log")};
+        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"),
+                                         "--log-file", temp.Sub("run.log")};
         argv.insert(argv.end(), args.begin(), args.end());
         return krtest::RunProcess(argv);
     }
@@ -30,8 +31,8 @@ protected:
 };
 
 TEST_F(KrctlTest, CreateNamesFolderByMd5AndShowReadsItBack) {
-    auto r = Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "https://srv", "--path", "/F/Tower",
-                  "--user", "anna", "--token", "SECRET-123"});
+    auto r = Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "https://srv",
+                  "--path", "/F/Tower", "--user", "anna", "--token", "SECRET-123"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     std::string md5 = MD5::Of("https://srv_/F/Tower_anna").GetAsZrString().Std();
     EXPECT_EQ(Trim(r.out), temp.Sub("P/" + md5));
@@ -45,7 +46,8 @@ TEST_F(KrctlTest, CreateNamesFolderByMd5AndShowReadsItBack) {
     EXPECT_GT(j["modificationTime"].get<int>(), 0);
 
     // An older data version is shown with the defaults of its time.
-    std::string old = krtest::WriteCacheInfo(temp.Sub("v5"), 5, {{"LoginName", "anna"}, {"ProjectName", "Tower"}});
+    std::string old = krtest::WriteCacheInfo(temp.Sub("v5"), 5,
+                                             {{"LoginName", "anna"}, {"ProjectName", "Tower"}});
     auto oldShow = Run({"--json", "cache", "show", old});
     ASSERT_EQ(oldShow.exitCode, 0) << oldShow.err;
     j = Json::parse(oldShow.out);
@@ -60,17 +62,19 @@ TEST_F(KrctlTest, CreateNamesFolderByMd5AndShowReadsItBack) {
 }
 
 TEST_F(KrctlTest, SetOfAnEqualUserNameLeavesTheFileUntouched) {
-    auto r = Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "s", "--path", "/p", "--user", "u"});
+    auto r = Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "s", "--path",
+                  "/p", "--user", "u"});
     std::string file = Trim(r.out) + "/CacheInfo.xml";
     ASSERT_EQ(Run({"cache", "set", Trim(r.out), "userName", "ärger"}).exitCode, 0);
-    struct stat before {}, after {};
+    struct stat before {
+    }, after{};
     stat(file.c_str(), &before);
 
     auto same = Run({"cache", "set", Trim(r.out), "userName", "ÄRGER"});
     EXPECT_EQ(same.exitCode, 0);
     EXPECT_NE(same.out.find("unchanged"), std::string::npos);
     stat(file.c_str(), &after);
-    EXPECT_EQ(before.st_ino, after.st_ino);  // neither replaced
+    EXPECT_EQ(before.st_ino, after.st_ino);                    // neither replaced
     EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);  // nor rewritten
 
     EXPECT_EQ(Run({"cache", "set", Trim(r.out), "visitCount", "7"}).exitCode, 0);
@@ -79,9 +83,12 @@ TEST_F(KrctlTest, SetOfAnEqualUserNameLeavesTheFileUntouched) {
 }
 
 TEST_F(KrctlTest, BadArgumentsGiveOneLineAndNonZeroExit) {
-    for (std::vector<std::string> args :
-         {std::vector<std::string>{"cache"}, {"cache", "frobnicate"}, {"cache", "show"},
-          {"cache", "set", temp.Path(), "noSuchField", "1"}, {"nosuch"}, {"cache", "create", "--server"}}) {
+    for (std::vector<std::string> args : {std::vector<std::string>{"cache"},
+                                          {"cache", "frobnicate"},
+                                          {"cache", "show"},
+                                          {"cache", "set", temp.Path(), "noSuchField", "1"},
+                                          {"nosuch"},
+                                          {"cache", "create", "--server"}}) {
         auto r = Run(args);
         EXPECT_NE(r.exitCode, 0);
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -93,10 +100,12 @@ TEST_F(KrctlTest, BadArgumentsGiveOneLineAndNonZeroExit) {
 TEST_F(KrctlTest, LoginCommandsChangeTheStoreKeepItPrivateAndNeverShowTheToken) {
     auto refused = Run({"login", "add-server", "ftp://x"});
     EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_NE(refused.err.find("Failed to add server. Invalid Unique Server URL"), std::string::npos);
+    EXPECT_NE(refused.err.find("Failed to add server. Invalid Unique Server URL"),
+              std::string::npos);
 
     ASSERT_EQ(Run({"login", "add-server", "https://srv", "--name", "Main"}).exitCode, 0);
-    auto add = Run({"login", "add-user", "https://srv", "anna", "--token", "TOKEN-XYZ", "--full-name", "Anna"});
+    auto add = Run({"login", "add-user", "https://srv", "anna", "--token", "TOKEN-XYZ",
+                    "--full-name", "Anna"});
     ASSERT_EQ(add.exitCode, 0) << add.err;
     ASSERT_EQ(Run({"login", "add-user", "https://srv", "bert"}).exitCode, 0);
     ASSERT_EQ(Run({"login", "set-active", "https://srv/", "anna"}).exitCode, 0);
@@ -109,13 +118,15 @@ TEST_F(KrctlTest, LoginCommandsChangeTheStoreKeepItPrivateAndNeverShowTheToken) 
     auto json = Run({"--json", "login", "list"});
     ASSERT_EQ(json.exitCode, 0) << json.err;
     EXPECT_NE(text.out.find("token: yes"), std::string::npos);
-    for (const std::string& out : {add.out, add.err, text.out, json.out, krtest::ReadFile(temp.Sub("run.log"))})
+    for (const std::string& out :
+         {add.out, add.err, text.out, json.out, krtest::ReadFile(temp.Sub("run.log"))})
         EXPECT_EQ(out.find("TOKEN-XYZ"), std::string::npos);
     Json servers = Json::parse(json.out)["servers"];
     ASSERT_EQ(servers.size(), 1u);
     EXPECT_EQ(servers[0]["friendlyName"], "Main");
     EXPECT_EQ(servers[0]["active"], true);
-    EXPECT_EQ(servers[0]["users"], Json::parse(R"([{"name":"anna","fullName":"Anna","hasToken":true,"active":true},
+    EXPECT_EQ(servers[0]["users"],
+              Json::parse(R"([{"name":"anna","fullName":"Anna","hasToken":true,"active":true},
                                                  {"name":"bert","fullName":"","hasToken":false,"active":false}])"));
 
     bool found = false;

@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
-#include <pugixml.hpp>
 
 #include <filesystem>
 #include <memory>
+#include <pugixml.hpp>
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegistryFixture.h"
 #include "ZR/Time.h"
 
@@ -39,7 +40,8 @@ TEST_F(RegisteredProjectsTest, FirstInitMakesOptionsWithDefaultsAndBothCacheFold
     ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
     pugi::xml_node root = doc.child("KRDataOptions");
     EXPECT_EQ(Children(root),
-              (std::vector<std::string>{"DataVersion=1", "LocalDataFolderPath=" + Data(), "CleanSchedule="}));
+              (std::vector<std::string>{"DataVersion=1", "LocalDataFolderPath=" + Data(),
+                                        "CleanSchedule="}));
     // The last run defaults to the load time of the library, which came before the test.
     const int lastRun = std::atoi(root.child("CleanSchedule").child_value("LastRunTime"));
     EXPECT_GT(lastRun, 0);
@@ -58,7 +60,8 @@ TEST_F(RegisteredProjectsTest, FirstInitMakesOptionsWithDefaultsAndBothCacheFold
 TEST_F(RegisteredProjectsTest, OlderFormOfTheOptionsFileIsRewrittenWithItsValues) {
     std::string elsewhere = temp.Sub("Other Däta %20");
     fs::create_directories(Data());
-    krtest::WriteFile(OptionsFile(), OptionsXml(Loc(elsewhere).ToObsoleteText().Std(), 12, "LocalDataFolder"));
+    krtest::WriteFile(OptionsFile(),
+                      OptionsXml(Loc(elsewhere).ToObsoleteText().Std(), 12, "LocalDataFolder"));
     Init();
 
     EXPECT_EQ(registeredProjects.GetKRDataFolder(), Loc(elsewhere));
@@ -67,9 +70,11 @@ TEST_F(RegisteredProjectsTest, OlderFormOfTheOptionsFileIsRewrittenWithItsValues
     ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
     pugi::xml_node root = doc.child("KRDataOptions");
     EXPECT_EQ(Children(root),
-              (std::vector<std::string>{"DataVersion=1", "LocalDataFolderPath=" + elsewhere, "CleanSchedule="}));
+              (std::vector<std::string>{"DataVersion=1", "LocalDataFolderPath=" + elsewhere,
+                                        "CleanSchedule="}));
     EXPECT_EQ(Children(root.child("CleanSchedule")),
-              (std::vector<std::string>{"Enable=false", "PeriodTime=12", "LastUsedDays=7", "LastRunTime=555"}));
+              (std::vector<std::string>{"Enable=false", "PeriodTime=12", "LastUsedDays=7",
+                                        "LastRunTime=555"}));
 }
 
 TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTheirNames) {
@@ -80,17 +85,20 @@ TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTh
     krtest::WriteFile(Projects() + "/no-info/other.dat", "x");
     krtest::WriteFile(Projects() + "/plain-file", "x");
     fs::create_directories(Projects() + "/broken");
-    krtest::WriteFile(Projects() + "/broken/CacheInfo.xml", "<Cache><DataVersion>10</DataVersion></Cache>");
+    krtest::WriteFile(Projects() + "/broken/CacheInfo.xml",
+                      "<Cache><DataVersion>10</DataVersion></Cache>");
 
     krtest::EventRecorder events;
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
-    EXPECT_EQ(Paths(RegisteredProjects::ProjectConstIterator()), (std::vector<std::string>{"/B", "/A"}));
+    EXPECT_EQ(Paths(RegisteredProjects::ProjectConstIterator()),
+              (std::vector<std::string>{"/B", "/A"}));
     EXPECT_TRUE(events.errors.empty());  // an unreadable record is skipped silently
 
     // Once readable, it comes in at the next refresh, after the others.
     WriteCache(Projects(), "broken", "https://srv.example", "/C", "anna");
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 3u);
-    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/C", "anna")), nullptr);
+    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/C", "anna")),
+              nullptr);
 }
 
 TEST_F(RegisteredProjectsTest, LookUpTakesFirstStrictMatchAndOnlyASingleLooseOne) {
@@ -105,26 +113,39 @@ TEST_F(RegisteredProjectsTest, LookUpTakesFirstStrictMatchAndOnlyASingleLooseOne
     // Look-ups re-read known records only; new folders come in by a refresh.
     ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 6u);
 
-    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/P1", "anna")), Loc(strict));
-    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://other.example", "/P2", "anna")), nullptr);
-    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://third.example", "/P3", "anna")), Loc(single));
-    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://fourth.example", "/P3", "anna")), nullptr);
-    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://third.example", "/P3", "bob")), nullptr);
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/P1", "anna")),
+              Loc(strict));
+    EXPECT_EQ(
+        registeredProjects.GetCachedProjectInfo(Project("https://other.example", "/P2", "anna")),
+        nullptr);
+    EXPECT_EQ(
+        registeredProjects.GetCacheDataFolder(Project("https://third.example", "/P3", "anna")),
+        Loc(single));
+    EXPECT_EQ(
+        registeredProjects.GetCachedProjectInfo(Project("https://fourth.example", "/P3", "anna")),
+        nullptr);
+    EXPECT_EQ(
+        registeredProjects.GetCachedProjectInfo(Project("https://third.example", "/P3", "bob")),
+        nullptr);
     EXPECT_EQ(registeredProjects.GetCachedProjectInfo(IO::Location()), nullptr);
 }
 
 TEST_F(RegisteredProjectsTest, PathAndUserMatchWithoutRegardToCaseBeyondAscii) {
     Init();
-    std::string folder = WriteCache(Projects(), "x", "https://srv.example", "/Ärzte/Σίσυφος", "Åsa");
+    std::string folder =
+        WriteCache(Projects(), "x", "https://srv.example", "/Ärzte/Σίσυφος", "Åsa");
     WriteCache(Projects(), "y", "https://srv.example", "/Ärzte/Other", "Bob");
     ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
 
-    EXPECT_EQ(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/ÄRZTE/ΣΊΣΥΦΟΣ", "åSA")),
+    EXPECT_EQ(registeredProjects.GetCacheDataFolder(
+                  Project("https://srv.example", "/ÄRZTE/ΣΊΣΥΦΟΣ", "åSA")),
               Loc(folder));
-    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Arzte/Σίσυφος", "Åsa")),
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(
+                  Project("https://srv.example", "/Arzte/Σίσυφος", "Åsa")),
               nullptr);
     // An iterator's login filter ignores case too.
-    EXPECT_EQ(Paths(RegisteredProjects::ProjectIterator("ÅSA")), std::vector<std::string>{"/Ärzte/Σίσυφος"});
+    EXPECT_EQ(Paths(RegisteredProjects::ProjectIterator("ÅSA")),
+              std::vector<std::string>{"/Ärzte/Σίσυφος"});
 }
 
 TEST_F(RegisteredProjectsTest, RecordsLeaveMemoryButTheFoldersBringThemBack) {
@@ -205,22 +226,28 @@ TEST_F(RegisteredProjectsTest, SetKRDataFolderReadsTheRegistryFromTheNewPlace) {
 
     registeredProjects.SetKRDataFolder(Loc(moved), false);
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
-    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/New", "anna")), nullptr);
+    EXPECT_NE(
+        registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/New", "anna")),
+        nullptr);
     EXPECT_EQ(registeredProjects.GetMainLibCacheFolderLocation(), Loc(moved + "/Libraries"));
     // The options stay where Init put them.
-    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"), std::string::npos);
+    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"),
+              std::string::npos);
     EXPECT_FALSE(fs::exists(moved + "/KRDataOptions.xml"));
 
     // With reset, the registry is read afresh as well.
     registeredProjects.SetKRDataFolder(Loc(Data()), true);
-    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Old", "anna")), nullptr);
+    EXPECT_NE(
+        registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Old", "anna")),
+        nullptr);
 }
 
 TEST_F(RegisteredProjectsTest, CreatedRecordsAndPerProjectSettersReachTheRegistryAndTheFile) {
     Init();
     IO::Location project = Project("https://srv.example", "/Folder/Tower", "anna");
     bool created = false;
-    std::unique_ptr<KRC::CachedProjectInfo> mine(registeredProjects.CreateCachedProjectInfo(project, created));
+    std::unique_ptr<KRC::CachedProjectInfo> mine(
+        registeredProjects.CreateCachedProjectInfo(project, created));
     ASSERT_TRUE(mine && created);
     EXPECT_EQ(mine->GetCacheFolderLocation().GetParent(), Loc(Projects()));
 
@@ -229,7 +256,8 @@ TEST_F(RegisteredProjectsTest, CreatedRecordsAndPerProjectSettersReachTheRegistr
     ASSERT_NE(registered, nullptr);
     EXPECT_NE(registered, mine.get());
 
-    std::unique_ptr<KRC::CachedProjectInfo> again(registeredProjects.CreateCachedProjectInfo(project, created));
+    std::unique_ptr<KRC::CachedProjectInfo> again(
+        registeredProjects.CreateCachedProjectInfo(project, created));
     ASSERT_NE(again, nullptr);
     EXPECT_FALSE(created);
     EXPECT_EQ(again->GetCacheFolderLocation(), mine->GetCacheFolderLocation());
@@ -282,7 +310,8 @@ TEST_F(RegisteredProjectsTest, AnotherWritersChangeIsSeenAtTheNextLookUpUnlessTh
     RegisteredProjects::Synchronizer lock;
     ASSERT_TRUE(RegisteredProjects::Synchronizer::IsLocked());
     WriteCache(Projects(), "a", "https://srv.example", "/A", "anna", {{"ProjectVersion", "333"}});
-    EXPECT_EQ(registeredProjects.GetProjectVersion(project), "22");  // the holder's memory is the truth
+    EXPECT_EQ(registeredProjects.GetProjectVersion(project),
+              "22");  // the holder's memory is the truth
 }
 
 TEST_F(RegisteredProjectsTest, RenameUnderWayFindsTheCacheUnderTheOtherPath) {

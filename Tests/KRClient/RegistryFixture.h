@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "KRClient/CacheInfoFileBuilder.h"
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
-#include "KRClient/KRDataOptions.h"
 #include "KRClient/ProjectConnectionInfo.h"
 #include "KRClient/RegisteredProjects.h"
 #include "Support/LibraryTest.h"
@@ -38,9 +38,12 @@ public:
     std::vector<std::pair<KRC::FileError, std::string>> errors;
 };
 
-inline IO::Location Loc(const std::string& path) { return IO::Location(ZR::UniString(path)); }
+inline IO::Location Loc(const std::string& path) {
+    return IO::Location(ZR::UniString(path));
+}
 
-inline KRC::ProjectConnectionInfo Info(const char* server, const char* path, const char* user, const char* token = "") {
+inline KRC::ProjectConnectionInfo Info(const char* server, const char* path, const char* user,
+                                       const char* token = "") {
     KRC::ProjectConnectionInfo info;
     info.SetServerUrl(server);
     info.SetProjectPath(path);
@@ -68,9 +71,11 @@ protected:
     // An options file as another writer leaves it; folderTag names the folder's element.
     static std::string OptionsXml(const std::string& folder, int periodTime,
                                   const std::string& folderTag = "LocalDataFolderPath") {
-        return "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion><" + folderTag + ">" + folder +
-               "</" + folderTag + "><CleanSchedule><Enable>false</Enable><PeriodTime>" + std::to_string(periodTime) +
-               "</PeriodTime><LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></CleanSchedule>"
+        return "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion><" + folderTag +
+               ">" + folder + "</" + folderTag +
+               "><CleanSchedule><Enable>false</Enable><PeriodTime>" + std::to_string(periodTime) +
+               "</PeriodTime><LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></"
+               "CleanSchedule>"
                "</KRDataOptions>\n";
     }
 
@@ -81,8 +86,9 @@ protected:
         return Info(server, path, user).ToKerrowLocation(&location);
     }
 
-    std::string WriteCache(const std::string& main, const std::string& name, const char* server, const char* path,
-                           const char* user, std::map<std::string, std::string> more = {}) const {
+    std::string WriteCache(const std::string& main, const std::string& name, const char* server,
+                           const char* path, const char* user,
+                           std::map<std::string, std::string> more = {}) const {
         more["PortalServerUrl"] = server;
         more["ProjectPath"] = path;
         more["LoginName"] = user;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "IO/File.h"
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegistryFixture.h"
 #include "ZR/Exceptions.h"
 #include "ZR/Thread.h"
@@ -82,7 +83,8 @@ TEST_F(SynchronizerTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
         EXPECT_TRUE(Synchronizer::IsLocked());
         // What the holder made while this guard waited is known under the lock.
         bool created = true;
-        std::unique_ptr<KRC::CachedProjectInfo> record(registeredProjects.CreateCachedProjectInfo(project, created));
+        std::unique_ptr<KRC::CachedProjectInfo> record(
+            registeredProjects.CreateCachedProjectInfo(project, created));
         EXPECT_FALSE(created);
     });
     WriteCache(Projects(), "made-by-the-holder", "https://srv.example", "/A", "anna");
@@ -155,7 +157,8 @@ TEST_F(SynchronizerTest, TemporaryModificationLivesWhileAGuardDoes) {
     ZR::UniString replacement = "untouched";
 
     modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/dropped");
-    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
+    EXPECT_FALSE(
+        modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
     EXPECT_EQ(replacement, "untouched");
 
     // Leave at 0 stays at 0: one Enter later, one Leave clears again.
@@ -163,24 +166,30 @@ TEST_F(SynchronizerTest, TemporaryModificationLivesWhileAGuardDoes) {
     modification.Enter();
     modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/first");
     modification.Leave();
-    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
+    EXPECT_FALSE(
+        modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
 
     {
         RegisteredProjects::TemporaryModifyGuard outer;
         {
             RegisteredProjects::TemporaryModifyGuard inner;
-            modification.AddCacheRenameModification("https://srv.example", "Anna", "/Ä", "/earlier");
+            modification.AddCacheRenameModification("https://srv.example", "Anna", "/Ä",
+                                                    "/earlier");
             modification.AddCacheRenameModification("https://srv.example", "anna", "/ä", "/later");
         }
         // Added in the inner guard, alive while the outer stands; the first entry answers.
-        EXPECT_TRUE(modification.GetCacheRenameModification("https://srv.example", "ANNA", "/ä", replacement));
+        EXPECT_TRUE(modification.GetCacheRenameModification("https://srv.example", "ANNA", "/ä",
+                                                            replacement));
         EXPECT_EQ(replacement, "/earlier");
         replacement = "untouched";
-        EXPECT_FALSE(modification.GetCacheRenameModification("https://other.example", "anna", "/Ä", replacement));
-        EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "bob", "/Ä", replacement));
+        EXPECT_FALSE(modification.GetCacheRenameModification("https://other.example", "anna", "/Ä",
+                                                             replacement));
+        EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "bob", "/Ä",
+                                                             replacement));
         EXPECT_EQ(replacement, "untouched");
     }
-    EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "anna", "/Ä", replacement));
+    EXPECT_FALSE(
+        modification.GetCacheRenameModification("https://srv.example", "anna", "/Ä", replacement));
 }
 
 }  // namespace

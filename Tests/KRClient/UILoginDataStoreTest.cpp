@@ -35,8 +35,10 @@ protected:
 
 TEST_F(UILoginDataStoreTest, AddServerRefusesNullInfoAndNonHttpUrlsAndStoresUrlsUnchanged) {
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    EXPECT_THROW(store.AddServer(ZR::Ref<ServerInfo>(), "https://a.example"), KRC::KRClientException);
-    EXPECT_THROW(store.AddServer(Info("ftp://a.example"), "https://a.example"), KRC::KRClientException);
+    EXPECT_THROW(store.AddServer(ZR::Ref<ServerInfo>(), "https://a.example"),
+                 KRC::KRClientException);
+    EXPECT_THROW(store.AddServer(Info("ftp://a.example"), "https://a.example"),
+                 KRC::KRClientException);
     // An empty unique URL is judged by the url argument.
     EXPECT_THROW(store.AddServer(Info(""), "a.example"), KRC::KRClientException);
     EXPECT_TRUE(store.IsEmpty());
@@ -46,7 +48,8 @@ TEST_F(UILoginDataStoreTest, AddServerRefusesNullInfoAndNonHttpUrlsAndStoresUrls
     store.AddServer(Info(""), "https://plain.example");
     EXPECT_TRUE(store.IsChanged());
     EXPECT_EQ(store.GetServer("https://srv.example").GetUniqueURL(), "HTTPS://Srv.Example/");
-    EXPECT_EQ(store.GetServer("https://srv.example").GetCommonConnections()[0], "Http://Srv.Example:443");
+    EXPECT_EQ(store.GetServer("https://srv.example").GetCommonConnections()[0],
+              "Http://Srv.Example:443");
 }
 
 TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWorkingCopy) {
@@ -71,7 +74,8 @@ TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWork
     EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
     EXPECT_TRUE(shared.Write());
     EXPECT_TRUE(shared.IsChanged());
-    EXPECT_FALSE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
+    EXPECT_FALSE(
+        UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
 
     // A failed save answers false instead of throwing.
     std::filesystem::remove(File());
@@ -101,7 +105,9 @@ TEST_F(UILoginDataStoreTest, QuestionsAnswerFromTheWorkingCopy) {
         renamer.AddServer(Info("https://a.example", "A renamed"), "https://a.example");
     }
     KRCB::LoginDataStore::LoginDataStoreCache::GetInstance().ResetForTesting();
-    EXPECT_EQ(UILoginDataStore(UILoginDataStore::ForReading).GetServerFriendlyName("https://a.example"), "A renamed");
+    EXPECT_EQ(
+        UILoginDataStore(UILoginDataStore::ForReading).GetServerFriendlyName("https://a.example"),
+        "A renamed");
 }
 
 TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
@@ -138,13 +144,17 @@ TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
 TEST_F(UILoginDataStoreTest, StatusFollowsTheFirstUrlUsedButDeleteServerClearsOnlyTheGivenOne) {
     StoreTwoServers();
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    store.SetPortalServerStatus("https://a-alias.example", LDS::PortalServerStatus::ConnectedVerifiedTls);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), LDS::PortalServerStatus::ConnectedVerifiedTls);
+    store.SetPortalServerStatus("https://a-alias.example",
+                                LDS::PortalServerStatus::ConnectedVerifiedTls);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"),
+              LDS::PortalServerStatus::ConnectedVerifiedTls);
     store.SetPortalServerStatus("https://a.example", LDS::PortalServerStatus::ConnectionFailed);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a-alias.example"), LDS::PortalServerStatus::ConnectionFailed);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a-alias.example"),
+              LDS::PortalServerStatus::ConnectionFailed);
 
     store.SetUserAccessDenied("https://a.example", "anna");
-    EXPECT_EQ(store.GetUserStatus("https://a-alias.example", "anna"), LDS::UserStatus::AccessDenied);
+    EXPECT_EQ(store.GetUserStatus("https://a-alias.example", "anna"),
+              LDS::UserStatus::AccessDenied);
     auto& raw = LDS::ConnectionStatusStore::GetInstance();
     EXPECT_TRUE(raw.ContainsUserStatus("https://a-alias.example", "anna"));
     store.ClearUserStatus("https://a.example", "anna");
@@ -153,7 +163,8 @@ TEST_F(UILoginDataStoreTest, StatusFollowsTheFirstUrlUsedButDeleteServerClearsOn
     store.ClearPortalServerStatus("https://a.example");
     EXPECT_FALSE(raw.ContainsPortalServerStatus("https://a-alias.example"));
 
-    store.SetPortalServerStatus("https://a-alias.example", LDS::PortalServerStatus::ConnectedWithoutTls);
+    store.SetPortalServerStatus("https://a-alias.example",
+                                LDS::PortalServerStatus::ConnectedWithoutTls);
     store.DeleteServer("https://a.example");
     EXPECT_TRUE(raw.ContainsPortalServerStatus("https://a-alias.example"));
     EXPECT_TRUE(store.IsChanged());
@@ -168,13 +179,16 @@ TEST_F(UILoginDataStoreTest, AnEmptyWorkingCopyThrowsExceptForIsEmptyWriteAndSta
     UILoginDataStore store(UILoginDataStore::ForReading);
     EXPECT_TRUE(store.IsEmpty());
     EXPECT_TRUE(store.Write());
-    store.SetPortalServerStatus("https://a.example", LDS::PortalServerStatus::InsecureConnectionRefused);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), LDS::PortalServerStatus::InsecureConnectionRefused);
+    store.SetPortalServerStatus("https://a.example",
+                                LDS::PortalServerStatus::InsecureConnectionRefused);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"),
+              LDS::PortalServerStatus::InsecureConnectionRefused);
     store.SetUserAccessed("https://a.example", "anna");
     EXPECT_EQ(store.GetUserStatus("https://a.example", "anna"), LDS::UserStatus::Accessed);
 
     EXPECT_THROW(store.ContainsServer("https://a.example"), ZR::NullReferenceException);
-    EXPECT_THROW(store.AddServer(Info("https://c.example"), "https://c.example"), ZR::NullReferenceException);
+    EXPECT_THROW(store.AddServer(Info("https://c.example"), "https://c.example"),
+                 ZR::NullReferenceException);
     EXPECT_THROW(store.DeleteServer("https://a.example"), ZR::NullReferenceException);
     EXPECT_THROW(store.Reload(false), ZR::NullReferenceException);
     EXPECT_FALSE(store.IsChanged());

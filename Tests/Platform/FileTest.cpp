@@ -1,10 +1,9 @@
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
@@ -15,13 +14,16 @@
 
 namespace {
 
-IO::Location At(const std::string& path) { return IO::Location(ZR::UniString(path)); }
+IO::Location At(const std::string& path) {
+    return IO::Location(ZR::UniString(path));
+}
 
 std::vector<std::string> Listing(const IO::Folder& folder, int linkProcessing = 0) {
     std::vector<std::string> names;
     folder.Enumerate(
         [](const IO::Folder&, const IO::Name& name, bool isFolder, void* arg) {
-            static_cast<std::vector<std::string>*>(arg)->push_back(name.ToString().Std() + (isFolder ? "/" : ""));
+            static_cast<std::vector<std::string>*>(arg)->push_back(name.ToString().Std() +
+                                                                   (isFolder ? "/" : ""));
             return true;
         },
         linkProcessing, 0, &names);
@@ -40,7 +42,8 @@ TEST(File, OnNotFoundModes) {
     EXPECT_EQ(made.GetStatus(), IO::kOk);
     EXPECT_EQ(krtest::ReadFile(tmp.Sub("a")), "");
 
-    EXPECT_EQ(IO::File(At(tmp.Sub("missing/a")), IO::kNotFoundCreate).GetStatus(), IO::kErrNotFound);
+    EXPECT_EQ(IO::File(At(tmp.Sub("missing/a")), IO::kNotFoundCreate).GetStatus(),
+              IO::kErrNotFound);
     EXPECT_EQ(IO::File(tmp.Location()).GetStatus(), IO::kErrIsAFolder);
 
     IO::File* file = reinterpret_cast<IO::File*>(1);
@@ -155,7 +158,8 @@ TEST(Folder, CreateQueryEnumerate) {
     EXPECT_EQ(Listing(folder, 1), (std::vector<std::string>{"Alpha", "link/", "mid/", "zeta"}));
 
     int calls = 0;
-    folder.Enumerate([](const IO::Folder&, const IO::Name&, bool, void* arg) { return ++*static_cast<int*>(arg) < 2; },
+    folder.Enumerate([](const IO::Folder&, const IO::Name&, bool,
+                        void* arg) { return ++*static_cast<int*>(arg) < 2; },
                      0, 0, &calls);
     EXPECT_EQ(calls, 2);
 

@@ -36,14 +36,17 @@ TEST(Location, NamesOfLocalPaths) {
 }
 
 TEST(Location, TextFormRoundTripsEveryKindAndCharacter) {
-    const char* const nasty[] = {"",      "plain",   "a@b:c/d", "100%",   "%3B%25", ";;;",     " lead and trail ",
-                                 "ÄÖü 😀", "krcb:x",  "file:///x", "tab\tnl\n", "a;b%c@d:e/f"};
+    const char* const nasty[] = {"",       "plain",     "a@b:c/d",          "100%",
+                                 "%3B%25", ";;;",       " lead and trail ", "ÄÖü 😀",
+                                 "krcb:x", "file:///x", "tab\tnl\n",        "a;b%c@d:e/f"};
     std::vector<Location> locations = {Location(), Location(ZR::UniString("/tmp/some where/ä;%")),
-                                       Location(ZR::UniString("krcb:a;b;c;d")), Location(ZR::UniString("rel/krcb:"))};
+                                       Location(ZR::UniString("krcb:a;b;c;d")),
+                                       Location(ZR::UniString("rel/krcb:"))};
     for (const char* url : nasty)
         for (const char* secret : nasty)
             locations.push_back(Location::ServerLocation(url, secret, secret, url));
-    locations.push_back(Location::ServerLocation("https://srv:8443/", "jo@example.org", "p@ss:w/rd%", "/F/Proj ect"));
+    locations.push_back(Location::ServerLocation("https://srv:8443/", "jo@example.org",
+                                                 "p@ss:w/rd%", "/F/Proj ect"));
 
     // All-empty fields included: still a server location, not an empty one.
     for (const Location& l : locations) {

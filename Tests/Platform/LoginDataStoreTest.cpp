@@ -16,7 +16,8 @@ using Kerrow::PortalServer::Client::Management::ServerInfo;
 
 std::vector<std::string> Entries(const std::string& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -36,12 +37,14 @@ TEST(LoginDataStoreModel, ServerIsFoundByAnyOfItsUrlsIgnoringCaseAndTrailingSlas
     client.Add("http://10.0.0.5:8080");
     store.AddClientConnections("HTTPS://A.EXAMPLE//", client);
 
-    for (const char* url : {"https://a.example/", "HTTPS://A-ALIAS.example", "http://10.0.0.5:8080/"})
+    for (const char* url :
+         {"https://a.example/", "HTTPS://A-ALIAS.example", "http://10.0.0.5:8080/"})
         EXPECT_EQ(store.GetServer(url).GetUniqueURL(), "https://a.example") << url;
     EXPECT_FALSE(store.ContainsServer("https://a.example.org"));
     EXPECT_TRUE(store.IsSameServers("https://a-alias.example", "http://10.0.0.5:8080"));
     EXPECT_FALSE(store.IsSameServers("https://a.example", "https://b.example"));
-    EXPECT_TRUE(store.IsSameServers("https://x.example/", "HTTPS://X.example"));  // unknown: plain URL compare
+    EXPECT_TRUE(store.IsSameServers("https://x.example/",
+                                    "HTTPS://X.example"));  // unknown: plain URL compare
 
     // Storing again by an alias updates the server instead of adding one.
     EXPECT_FALSE(store.StoreServer(ServerInfo("", "A2", 27, 0), "https://A-alias.example", ""));
@@ -121,11 +124,12 @@ TEST(LoginDataStoreJson, RoundTripsEverythingAndRefusesWhatItCantTake) {
     EXPECT_FALSE(sparse.HasActiveUser("https://s"));
     EXPECT_FALSE(sparse.HasActiveServer());
 
-    for (const char* bad : {"", "[]", "{\"formatVersion\":2}", "{\"servers\":[]}",
-                            R"({"formatVersion":1,"servers":[{"uniqueUrl":5}]})",
-                            R"({"formatVersion":1,"servers":[{"uniqueUrl":""}]})",
-                            R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://s","users":[{"userName":""}]}]})",
-                            R"({"formatVersion":1,"servers":{}})"})
+    for (const char* bad :
+         {"", "[]", "{\"formatVersion\":2}", "{\"servers\":[]}",
+          R"({"formatVersion":1,"servers":[{"uniqueUrl":5}]})",
+          R"({"formatVersion":1,"servers":[{"uniqueUrl":""}]})",
+          R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://s","users":[{"userName":""}]}]})",
+          R"({"formatVersion":1,"servers":{}})"})
         EXPECT_THROW(LoginDataStore::FromJson(bad), LoginDataStoreException) << bad;
 }
 
@@ -174,7 +178,8 @@ TEST_F(LoginDataStoreCacheTest, AChangeOnDiscIsSeenAndAnUnreadableFileIsSetAside
     EXPECT_TRUE(seen->ContainsServer("https://c.example"));
 
     // Garbage with a token in it: kept aside, not used, not logged.
-    const std::string garbage = R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://d","users":[{"userName":"u","refreshToken":"SECRET-TOKEN"}]}]} trailing)";
+    const std::string garbage =
+        R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://d","users":[{"userName":"u","refreshToken":"SECRET-TOKEN"}]}]} trailing)";
     krtest::WriteFile(File(), garbage);
     EXPECT_TRUE(Cache().GetLoginDataStoreCopy(OpenForReading)->IsEmpty());
     EXPECT_EQ(krtest::ReadFile(File() + ".bad"), garbage);
@@ -193,7 +198,8 @@ TEST_F(LoginDataStoreCacheTest, FriendlyNameUpdatesAreWrittenByCheckSaveOnlyWhen
     const std::string saved = krtest::ReadFile(File());
 
     Cache().UpdateFriendlyName("https://a-alias.example", "Memory only", false);
-    EXPECT_EQ(Cache().GetLoginDataStoreCopy(OpenForReading)->GetFriendlyName("https://a.example"), "Memory only");
+    EXPECT_EQ(Cache().GetLoginDataStoreCopy(OpenForReading)->GetFriendlyName("https://a.example"),
+              "Memory only");
     Cache().CheckSave();
     EXPECT_EQ(krtest::ReadFile(File()), saved);
 
@@ -260,7 +266,8 @@ TEST(LoginProcessState, ActiveConnectionAppliesOnlyWhatTheStoreKnows) {
     EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://b.example");
     EXPECT_FALSE(store.HasActiveUser("https://b.example"));
 
-    active.SetPassword(ZR::Ref<ActiveConnectionData>::Make("https://a-alias.example", "carl", "fresh"));
+    active.SetPassword(
+        ZR::Ref<ActiveConnectionData>::Make("https://a-alias.example", "carl", "fresh"));
     active.GetActiveConnection(store);
     EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://a.example");
     EXPECT_EQ(store.GetActiveUser("https://a.example").GetUserName(), "carl");

@@ -18,14 +18,17 @@ struct ODeleter {
 using IChannel = std::unique_ptr<ZR::XMLIChannel, IDeleter>;
 using OChannel = std::unique_ptr<ZR::XMLOChannel, ODeleter>;
 
-IO::Location At(const std::string& path) { return IO::Location(ZR::UniString(path)); }
+IO::Location At(const std::string& path) {
+    return IO::Location(ZR::UniString(path));
+}
 
 IChannel OpenIn(const std::string& path, const char* root = "Root") {
     return IChannel(ZRXML::CreateXMLIChannel(At(path), root, 0));
 }
 
 // Writes key/text pairs under the root, each as a string value.
-void WriteTexts(const std::string& path, std::initializer_list<std::pair<const char*, const char*>> items) {
+void WriteTexts(const std::string& path,
+                std::initializer_list<std::pair<const char*, const char*>> items) {
     OChannel out(ZRXML::CreateXMLOChannel(At(path), "Root", 0));
     ASSERT_TRUE(out);
     ASSERT_EQ(out->StartDocument(), 0);
@@ -100,8 +103,14 @@ TEST(XMLChannel, WritesAndReadsBackEveryType) {
 TEST(XMLChannel, ReadsFailOnWrongOrderAndBadValues) {
     krtest::TempFolder tmp;
     const std::string path = tmp.Sub("doc.xml");
-    WriteTexts(path, {{"a", "1"}, {"big", "70000"}, {"neg", "-1"}, {"word", "abc"}, {"one", " 1 "},
-                      {"zero", "0"}, {"maybe", "yes"}, {"last", "x"}});
+    WriteTexts(path, {{"a", "1"},
+                      {"big", "70000"},
+                      {"neg", "-1"},
+                      {"word", "abc"},
+                      {"one", " 1 "},
+                      {"zero", "0"},
+                      {"maybe", "yes"},
+                      {"last", "x"}});
     IChannel in = OpenIn(path);
     ASSERT_TRUE(in);
 

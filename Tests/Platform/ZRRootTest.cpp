@@ -22,7 +22,8 @@ TEST(UniString, CaseInsensitiveBeyondAscii) {
     EXPECT_FALSE(UniString("straße").IsEqual("STRASE", ZR::kIgnoreCase));
 
     EXPECT_EQ(UniString("ärger").Compare("ÄRGER", ZR::kIgnoreCase), 1);
-    EXPECT_EQ(UniString("ä").Compare("B", ZR::kIgnoreCase), 2);  // folded bytes, not the ASCII order of the letter
+    EXPECT_EQ(UniString("ä").Compare("B", ZR::kIgnoreCase),
+              2);  // folded bytes, not the ASCII order of the letter
     EXPECT_EQ(UniString("a").Compare("B", ZR::kIgnoreCase), 0);
     EXPECT_EQ(UniString("a").Compare("B"), 2);
     EXPECT_EQ(UniString("ÄRGER").ToLowerCase(), "ärger");
@@ -47,7 +48,8 @@ TEST(Containers, InsertionOrderSurvivesAddAndRemove) {
     ZR::HashSet<std::string> set{"z", "y", "x"};
     EXPECT_FALSE(set.Add("y"));
     EXPECT_TRUE(set.Remove("y"));
-    EXPECT_EQ(std::vector<std::string>(set.begin(), set.end()), (std::vector<std::string>{"z", "x"}));
+    EXPECT_EQ(std::vector<std::string>(set.begin(), set.end()),
+              (std::vector<std::string>{"z", "x"}));
 }
 
 TEST(Exceptions, CopyOwnsTheCauseChain) {

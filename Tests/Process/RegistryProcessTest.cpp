@@ -24,22 +24,29 @@ std::int64_t NowMillis() {
 }
 
 // "word 12345" -> 12345
-std::int64_t TimeOf(const std::string& line) { return std::stoll(line.substr(line.find(' ') + 1)); }
+std::int64_t TimeOf(const std::string& line) {
+    return std::stoll(line.substr(line.find(' ') + 1));
+}
 
 class RegistryProcessTest : public ::testing::Test {
 protected:
     std::vector<std::string> Krctl(std::vector<std::string> args) const {
-        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"), "--data-folder", temp.Sub("data")};
+        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"),
+                                         "--data-folder", temp.Sub("data")};
         argv.insert(argv.end(), args.begin(), args.end());
         return argv;
     }
-    krtest::ProcessResult Run(std::vector<std::string> args) const { return krtest::RunProcess(Krctl(std::move(args))); }
+    krtest::ProcessResult Run(std::vector<std::string> args) const {
+        return krtest::RunProcess(Krctl(std::move(args)));
+    }
     void CreateProject(const std::string& folder = "p") const {
-        krtest::WriteCacheInfo(temp.Sub("data/Projects/" + folder), 10,
-                               {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A/P"}, {"LoginName", "anna"}});
+        krtest::WriteCacheInfo(
+            temp.Sub("data/Projects/" + folder), 10,
+            {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A/P"}, {"LoginName", "anna"}});
     }
     std::vector<std::string> SetVisits(const char* count) const {
-        return Krctl({"registry", "set", "visitCount", count, "--server", "https://srv", "--user", "anna", "--path", "/A/P"});
+        return Krctl({"registry", "set", "visitCount", count, "--server", "https://srv", "--user",
+                      "anna", "--path", "/A/P"});
     }
     int VisitCount() const {
         auto r = Run({"--json", "registry", "list"});
@@ -93,8 +100,9 @@ TEST_F(RegistryProcessTest, ConcurrentHostsLoseNoRecordAndNoVisit) {
     constexpr int kWorkers = 4, kRounds = 5, kProjects = 3;
     std::vector<std::unique_ptr<krtest::ChildProcess>> workers;
     for (int i = 0; i < kWorkers; ++i)
-        workers.push_back(std::make_unique<krtest::ChildProcess>(std::vector<std::string>{
-            REGISTRY_WORKER_PATH, temp.Sub("base"), temp.Sub("data"), std::to_string(kRounds), std::to_string(kProjects)}));
+        workers.push_back(std::make_unique<krtest::ChildProcess>(
+            std::vector<std::string>{REGISTRY_WORKER_PATH, temp.Sub("base"), temp.Sub("data"),
+                                     std::to_string(kRounds), std::to_string(kProjects)}));
     for (auto& w : workers) EXPECT_EQ(w->Wait(), 0);
 
     auto r = Run({"--json", "registry", "list"});
@@ -110,7 +118,8 @@ TEST_F(RegistryProcessTest, RegistryListsExactlyTheReadableRecords) {
     CreateProject("any name at all");
     std::filesystem::create_directories(temp.Sub("data/Projects/empty"));
     std::filesystem::create_directories(temp.Sub("data/Projects/broken"));
-    krtest::WriteFile(temp.Sub("data/Projects/broken/CacheInfo.xml"), "<Cache><DataVersion>10</DataVersion></Cache>");
+    krtest::WriteFile(temp.Sub("data/Projects/broken/CacheInfo.xml"),
+                      "<Cache><DataVersion>10</DataVersion></Cache>");
     krtest::WriteFile(temp.Sub("data/Projects/plain-file"), "x");
 
     auto r = Run({"--json", "registry", "list"});
@@ -119,9 +128,11 @@ TEST_F(RegistryProcessTest, RegistryListsExactlyTheReadableRecords) {
     ASSERT_EQ(list.size(), 2u) << r.out;
     for (const auto& p : list) EXPECT_EQ(p["projectPath"], "/A/P");
 
-    auto found = Run({"registry", "find", "--server", "https://srv", "--user", "ANNA", "--path", "/a/p"});
+    auto found =
+        Run({"registry", "find", "--server", "https://srv", "--user", "ANNA", "--path", "/a/p"});
     EXPECT_EQ(found.exitCode, 0);
-    auto missing = Run({"registry", "find", "--server", "https://srv", "--user", "bob", "--path", "/A/P"});
+    auto missing =
+        Run({"registry", "find", "--server", "https://srv", "--user", "bob", "--path", "/A/P"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.err, "krctl: not found\n");
 }

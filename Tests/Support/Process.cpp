@@ -30,13 +30,16 @@ pid_t Spawn(const std::vector<std::string>& argv, int outFd, int errFd) {
     return pid;
 }
 
-int DecodeStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+int DecodeStatus(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 }  // namespace
 
 ProcessResult RunProcess(const std::vector<std::string>& argv) {
     int out[2], err[2];
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe failed");
     pid_t pid = Spawn(argv, out[1], err[1]);
     close(out[1]);
     close(err[1]);
@@ -49,7 +52,8 @@ ProcessResult RunProcess(const std::vector<std::string>& argv) {
         for (int i = 0; i < 2; ++i) {
             if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
             ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n > 0) (i == 0 ? result.out : result.err).append(buf, static_cast<std::size_t>(n));
+            if (n > 0)
+                (i == 0 ? result.out : result.err).append(buf, static_cast<std::size_t>(n));
             else {
                 close(fds[i].fd);
                 fds[i].fd = -1;
@@ -94,7 +98,9 @@ bool ChildProcess::ReadLine(std::string* line) {
     }
 }
 
-void ChildProcess::Kill(int signal) { kill(mPid, signal); }
+void ChildProcess::Kill(int signal) {
+    kill(mPid, signal);
+}
 
 int ChildProcess::Wait() {
     if (!mWaited) {

@@ -33,7 +33,9 @@ void WriteFile(const std::string& path, const std::string& content) {
     out << content;
 }
 
-bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+bool Exists(const std::string& path) {
+    return std::filesystem::exists(path);
+}
 
 unsigned int ModeOf(const std::string& path) {
     struct stat st {};

@@ -29,4 +29,3 @@ bool Exists(const std::string& path);
 unsigned int ModeOf(const std::string& path);  // permission bits; 0 if missing
 
 }  // namespace krtest
-

@@ -13,8 +13,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
-#include "KRClient/KRDataOptions.h"
 #include "KRClient/RegisteredProjects.h"
 #include "Krctl.h"
 #include "WriteWatch.h"

@@ -7,7 +7,11 @@ namespace {
 std::atomic<bool> gEnabled{true};
 }
 
-void CachedProjectCheckTask::SetEnabled(bool enabled) { gEnabled = enabled; }
-bool CachedProjectCheckTask::IsEnabled() { return gEnabled; }
+void CachedProjectCheckTask::SetEnabled(bool enabled) {
+    gEnabled = enabled;
+}
+bool CachedProjectCheckTask::IsEnabled() {
+    return gEnabled;
+}
 
 }  // namespace KRC::UI

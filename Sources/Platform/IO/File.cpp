@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "Posix.h"
+#include "IO/Internal/Posix.h"
 #include "ZR/Time.h"
 
 namespace IO {

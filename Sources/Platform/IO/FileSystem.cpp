@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "IO/File.h"
-#include "Posix.h"
+#include "IO/Internal/Posix.h"
 
 namespace IO {
 
@@ -44,7 +44,8 @@ std::string HomePath() {
     if (!home.empty()) return home;
     std::vector<char> buffer(16384);
     struct passwd entry, *found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found && found->pw_dir)
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found &&
+        found->pw_dir)
         return found->pw_dir;
     return std::string();
 }
@@ -126,10 +127,12 @@ int FileSystem::GetSpecialLocation(int which, Location* location) const {
     return kOk;
 }
 
-int FileSystem::WriteFileAtomically(const Location& location, const std::string& data, unsigned int mode) const {
+int FileSystem::WriteFileAtomically(const Location& location, const std::string& data,
+                                    unsigned int mode) const {
     std::string path;
     Name name;
-    if (!Posix::LocalPath(location, &path) || !location.GetLastLocalName(&name)) return kErrBadLocation;
+    if (!Posix::LocalPath(location, &path) || !location.GetLastLocalName(&name))
+        return kErrBadLocation;
     Location parent = location.GetParent();
     std::string folder = parent.IsEmpty() ? std::string(".") : parent.ToPath().Std();
 
@@ -147,7 +150,8 @@ int FileSystem::WriteFileAtomically(const Location& location, const std::string&
     if (fd < 0) return StatusFromErrno(errno);
     int status = Posix::WriteAll(fd, data.data(), data.size());
     if (status == kOk && fsync(fd) != 0) status = StatusFromErrno(errno);
-    if (status == kOk && fchmod(fd, static_cast<mode_t>(mode)) != 0) status = StatusFromErrno(errno);
+    if (status == kOk && fchmod(fd, static_cast<mode_t>(mode)) != 0)
+        status = StatusFromErrno(errno);
     if (close(fd) != 0 && status == kOk && errno != EINTR) status = StatusFromErrno(errno);
     if (status == kOk && rename(temp.c_str(), path.c_str()) != 0) status = StatusFromErrno(errno);
     if (status != kOk) {
@@ -165,7 +169,9 @@ int FileSystem::ReadWholeFile(const Location& location, std::string* data) const
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return StatusFromErrno(errno);
     struct stat st;
-    int status = fstat(fd, &st) != 0 ? StatusFromErrno(errno) : S_ISDIR(st.st_mode) ? kErrIsAFolder : kOk;
+    int status = fstat(fd, &st) != 0   ? StatusFromErrno(errno)
+                 : S_ISDIR(st.st_mode) ? kErrIsAFolder
+                                       : kOk;
     if (status == kOk) status = Posix::ReadAll(fd, data);
     Posix::CloseFd(fd);
     return status;

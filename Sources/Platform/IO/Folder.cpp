@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "IO/File.h"
-#include "Posix.h"
+#include "IO/Internal/Posix.h"
 
 namespace IO {
 namespace {

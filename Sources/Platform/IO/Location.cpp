@@ -19,9 +19,17 @@ constexpr std::string_view kFileScheme = "file://";
 bool IsPlain(unsigned char c, bool keepSlash) {
     if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
     switch (c) {
-        case '-': case '.': case '_': case '~': case ':': case '@': return true;
-        case '/': return keepSlash;
-        default: return false;
+        case '-':
+        case '.':
+        case '_':
+        case '~':
+        case ':':
+        case '@':
+            return true;
+        case '/':
+            return keepSlash;
+        default:
+            return false;
     }
 }
 
@@ -113,7 +121,8 @@ Location::Location(const ZR::UniString& path) {
 }
 
 Location Location::ServerLocation(const ZR::UniString& serverUrl, const ZR::UniString& userName,
-                                  const ZR::UniString& password, const ZR::UniString& resourcePath) {
+                                  const ZR::UniString& password,
+                                  const ZR::UniString& resourcePath) {
     Location l;
     l.mKind = Kind::Server;
     l.mServerUrl = serverUrl;
@@ -205,7 +214,8 @@ bool Location::Set(const ZR::UniString& text) {
         *this = Location(text);
         return true;
     }
-    std::vector<std::string_view> fields = Split(std::string_view(t).substr(kServerPrefix.size()), kSeparator);
+    std::vector<std::string_view> fields =
+        Split(std::string_view(t).substr(kServerPrefix.size()), kSeparator);
     std::string values[4];
     if (fields.size() == 1) {
         if (!Unescape(fields[0], &values[0])) return false;
@@ -215,8 +225,8 @@ bool Location::Set(const ZR::UniString& text) {
     if (fields.size() != 4) return false;
     for (std::size_t i = 0; i < 4; ++i)
         if (!Unescape(fields[i], &values[i])) return false;
-    *this = ServerLocation(ZR::UniString(values[0]), ZR::UniString(values[1]), ZR::UniString(values[2]),
-                           ZR::UniString(values[3]));
+    *this = ServerLocation(ZR::UniString(values[0]), ZR::UniString(values[1]),
+                           ZR::UniString(values[2]), ZR::UniString(values[3]));
     return true;
 }
 

@@ -1,4 +1,4 @@
-#include "Posix.h"
+#include "IO/Internal/Posix.h"
 
 #include <dirent.h>
 #include <fcntl.h>

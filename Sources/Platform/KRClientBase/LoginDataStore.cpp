@@ -4,17 +4,19 @@ namespace KRCB::LoginDataStore {
 
 namespace {
 
-[[noreturn]] void ThrowMissingServer(const char* operation, const ZR::UniString& url, const char* file,
-                                     unsigned int line) {
-    throw LoginDataStoreException(
-        ZR::UniString(std::string("Failed to ") + operation + ". Unknown server \"" + url.Std() + "\"."), file, line);
+[[noreturn]] void ThrowMissingServer(const char* operation, const ZR::UniString& url,
+                                     const char* file, unsigned int line) {
+    throw LoginDataStoreException(ZR::UniString(std::string("Failed to ") + operation +
+                                                ". Unknown server \"" + url.Std() + "\"."),
+                                  file, line);
 }
 
-[[noreturn]] void ThrowMissingUser(const char* operation, const ZR::UniString& url, const ZR::UniString& user,
-                                   const char* file, unsigned int line) {
-    throw LoginDataStoreException(ZR::UniString(std::string("Failed to ") + operation + ". Unknown user \"" +
-                                                user.Std() + "\" on server \"" + url.Std() + "\"."),
-                                  file, line);
+[[noreturn]] void ThrowMissingUser(const char* operation, const ZR::UniString& url,
+                                   const ZR::UniString& user, const char* file, unsigned int line) {
+    throw LoginDataStoreException(
+        ZR::UniString(std::string("Failed to ") + operation + ". Unknown user \"" + user.Std() +
+                      "\" on server \"" + url.Std() + "\"."),
+        file, line);
 }
 
 bool AnyMatches(const ZR::PagedArray<ZR::UniString>& urls, const ZR::UniString& url) {
@@ -44,8 +46,9 @@ bool User::IsUser(const ZR::UniString& userName) const {
 
 const User& Server::GetActiveUser() const {
     if (const User* user = FindUser(mActiveUser)) return *user;
-    throw LoginDataStoreException(
-        ZR::UniString("Failed to get the active user. Server \"" + mUniqueURL.Std() + "\" has none."), ZR_HERE);
+    throw LoginDataStoreException(ZR::UniString("Failed to get the active user. Server \"" +
+                                                mUniqueURL.Std() + "\" has none."),
+                                  ZR_HERE);
 }
 
 bool Server::HasUrl(const ZR::UniString& url) const {
@@ -78,8 +81,10 @@ bool Server::AddClientConnection(const ZR::UniString& url) {
 }
 
 void Server::PutUser(const User& user) {
-    if (User* existing = FindUser(user.GetUserName())) *existing = user;
-    else mUsers.Add(user);
+    if (User* existing = FindUser(user.GetUserName()))
+        *existing = user;
+    else
+        mUsers.Add(user);
 }
 
 bool Server::RemoveUser(const ZR::UniString& userName) {
@@ -169,7 +174,8 @@ void LoginDataStore::SetFriendlyName(const ZR::UniString& server, const ZR::UniS
 bool LoginDataStore::StoreServer(const Kerrow::PortalServer::Client::Management::ServerInfo& info,
                                  const ZR::UniString& url, const ZR::UniString& clientConnection) {
     const ZR::UniString& unique = info.uniqueURL.IsEmpty() ? url : info.uniqueURL;
-    if (unique.IsEmpty()) throw LoginDataStoreException("Failed to store server. It has no URL.", ZR_HERE);
+    if (unique.IsEmpty())
+        throw LoginDataStoreException("Failed to store server. It has no URL.", ZR_HERE);
 
     std::size_t i = IndexOf(unique);
     if (i == kNone) i = IndexOf(url);
@@ -190,12 +196,15 @@ void LoginDataStore::DeleteServer(const ZR::UniString& server) {
     std::size_t i = IndexOf(server);
     if (i == kNone) ThrowMissingServer("delete server", server, ZR_HERE);
     mServers.Remove(i);
-    if (mActiveServer == i) mActiveServer = kNone;
-    else if (mActiveServer != kNone && mActiveServer > i) --mActiveServer;
+    if (mActiveServer == i)
+        mActiveServer = kNone;
+    else if (mActiveServer != kNone && mActiveServer > i)
+        --mActiveServer;
 }
 
 void LoginDataStore::DeleteUser(const ZR::UniString& server, const ZR::UniString& user) {
-    if (!ServerFor(server, "delete user").RemoveUser(user)) ThrowMissingUser("delete user", server, user, ZR_HERE);
+    if (!ServerFor(server, "delete user").RemoveUser(user))
+        ThrowMissingUser("delete user", server, user, ZR_HERE);
 }
 
 bool LoginDataStore::ContainsUser(const ZR::UniString& server, const ZR::UniString& user) const {
@@ -224,21 +233,27 @@ const User& LoginDataStore::GetActiveUser(const ZR::UniString& server) const {
     return ServerFor(server, "get the active user").GetActiveUser();
 }
 
-const Server& LoginDataStore::GetServer(const ZR::UniString& server) const { return ServerFor(server, "get server"); }
+const Server& LoginDataStore::GetServer(const ZR::UniString& server) const {
+    return ServerFor(server, "get server");
+}
 
-void LoginDataStore::GetServers(ZR::PagedArray<Server>& out) const { out = mServers; }
+void LoginDataStore::GetServers(ZR::PagedArray<Server>& out) const {
+    out = mServers;
+}
 
 void LoginDataStore::GetUsers(const ZR::UniString& server, ZR::PagedArray<User>& out) const {
     out = ServerFor(server, "get users").GetUsers();
 }
 
-const ZR::UniString& LoginDataStore::GetFullName(const ZR::UniString& server, const ZR::UniString& user) const {
+const ZR::UniString& LoginDataStore::GetFullName(const ZR::UniString& server,
+                                                 const ZR::UniString& user) const {
     const User* found = ServerFor(server, "get the full name").FindUser(user);
     if (!found) ThrowMissingUser("get the full name", server, user, ZR_HERE);
     return found->GetFullName();
 }
 
-const ZR::UniString& LoginDataStore::GetRefreshToken(const ZR::UniString& server, const ZR::UniString& user) const {
+const ZR::UniString& LoginDataStore::GetRefreshToken(const ZR::UniString& server,
+                                                     const ZR::UniString& user) const {
     const User* found = ServerFor(server, "get the refresh token").FindUser(user);
     if (!found) ThrowMissingUser("get the refresh token", server, user, ZR_HERE);
     return found->GetRefreshToken();

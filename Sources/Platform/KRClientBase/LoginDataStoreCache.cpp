@@ -11,12 +11,16 @@ namespace {
 
 // Never log file content: it holds refresh tokens.
 const ZR::WarningLogLine kReadFailed("Login data file % could not be read (status %).", "KRCB");
-const ZR::WarningLogLine kUnreadable("Login data file % was set aside as % and not used: %", "KRCB");
-const ZR::WarningLogLine kProtectFailed("Login data: could not restrict the permissions of %.", "KRCB");
+const ZR::WarningLogLine kUnreadable("Login data file % was set aside as % and not used: %",
+                                     "KRCB");
+const ZR::WarningLogLine kProtectFailed("Login data: could not restrict the permissions of %.",
+                                        "KRCB");
 
 const char* const kSetAsideName = "LoginData.json.bad";
 
-ZR::UniString PendingKey(const ZR::UniString& url) { return NormalizeServerUrl(url).FoldCase(); }
+ZR::UniString PendingKey(const ZR::UniString& url) {
+    return NormalizeServerUrl(url).FoldCase();
+}
 
 // The file layer has no permission call; the one place that needs it asks
 // POSIX directly. A folder or file that can't be restricted is still used.
@@ -110,14 +114,16 @@ void LoginDataStoreCache::WriteLocked(const LoginDataStore& store) {
     int status = IO::fileSystem.CreateFolderTree(mFolder, 0700);
     if (status != IO::kOk)
         throw LoginDataStoreException(
-            ZR::UniString::Format("Failed to save the login data. The folder can't be made (status %d).", status),
+            ZR::UniString::Format(
+                "Failed to save the login data. The folder can't be made (status %d).", status),
             ZR_HERE, status);
     Restrict(mFolder, 0700);
     IO::Location file = mFolder + IO::Name(kFileName);
     status = IO::fileSystem.WriteFileAtomically(file, store.ToJson(), 0600);
     if (status != IO::kOk)
         throw LoginDataStoreException(
-            ZR::UniString::Format("Failed to save the login data. The file can't be written (status %d).", status),
+            ZR::UniString::Format(
+                "Failed to save the login data. The file can't be written (status %d).", status),
             ZR_HERE, status);
     // An existing file keeps its mode through the rename; tokens need 0600.
     Restrict(file, 0600);
@@ -154,7 +160,8 @@ void LoginDataStoreCache::CheckSave() {
     mDirty = false;
 }
 
-void LoginDataStoreCache::UpdateFriendlyName(const ZR::UniString& url, const ZR::UniString& name, bool persist) {
+void LoginDataStoreCache::UpdateFriendlyName(const ZR::UniString& url, const ZR::UniString& name,
+                                             bool persist) {
     if (url.IsEmpty() || name.IsEmpty()) return;
     std::lock_guard<std::mutex> lock(mMutex);
     if (!RefreshLocked() || !mData.ContainsServer(url)) return;
@@ -175,7 +182,8 @@ bool LoginDataStoreCache::GetFriendlyName(const ZR::UniString& url, ZR::UniStrin
     return true;
 }
 
-bool LoginDataStoreCache::GetFullName(const ZR::UniString& url, const ZR::UniString& user, ZR::UniString& fullName) {
+bool LoginDataStoreCache::GetFullName(const ZR::UniString& url, const ZR::UniString& user,
+                                      ZR::UniString& fullName) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (!RefreshLocked()) return false;
     const Server* server = mData.FindServer(url);

@@ -24,7 +24,8 @@ std::string TextMember(const Json& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return std::string();
     if (!it->is_string())
-        throw LoginDataStoreException(ZR::UniString(std::string("Login data: \"") + key + "\" is not a text."), ZR_HERE);
+        throw LoginDataStoreException(
+            ZR::UniString(std::string("Login data: \"") + key + "\" is not a text."), ZR_HERE);
     return it->get<std::string>();
 }
 
@@ -32,8 +33,8 @@ int IntMember(const Json& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return 0;
     if (!it->is_number_integer())
-        throw LoginDataStoreException(ZR::UniString(std::string("Login data: \"") + key + "\" is not a number."),
-                                      ZR_HERE);
+        throw LoginDataStoreException(
+            ZR::UniString(std::string("Login data: \"") + key + "\" is not a number."), ZR_HERE);
     return it->get<int>();
 }
 
@@ -42,14 +43,15 @@ const Json& ArrayMember(const Json& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return empty;
     if (!it->is_array())
-        throw LoginDataStoreException(ZR::UniString(std::string("Login data: \"") + key + "\" is not a list."), ZR_HERE);
+        throw LoginDataStoreException(
+            ZR::UniString(std::string("Login data: \"") + key + "\" is not a list."), ZR_HERE);
     return *it;
 }
 
 void RequireObject(const Json& value, const char* what) {
     if (!value.is_object())
-        throw LoginDataStoreException(ZR::UniString(std::string("Login data: a ") + what + " is not an object."),
-                                      ZR_HERE);
+        throw LoginDataStoreException(
+            ZR::UniString(std::string("Login data: a ") + what + " is not an object."), ZR_HERE);
 }
 
 }  // namespace
@@ -57,7 +59,8 @@ void RequireObject(const Json& value, const char* what) {
 std::string LoginDataStore::ToJson() const {
     Json root = Json::object();
     root["formatVersion"] = kFormatVersion;
-    root["activeServer"] = HasActiveServer() ? mServers[mActiveServer].GetUniqueURL().Std() : std::string();
+    root["activeServer"] =
+        HasActiveServer() ? mServers[mActiveServer].GetUniqueURL().Std() : std::string();
     Json servers = Json::array();
     for (const Server& server : mServers) {
         Json s = Json::object();
@@ -86,32 +89,37 @@ std::string LoginDataStore::ToJson() const {
 
 LoginDataStore LoginDataStore::FromJson(const std::string& text) {
     Json root = Json::parse(text, nullptr, false);
-    if (root.is_discarded()) throw LoginDataStoreException("Login data: the file is not valid JSON.", ZR_HERE);
+    if (root.is_discarded())
+        throw LoginDataStoreException("Login data: the file is not valid JSON.", ZR_HERE);
     RequireObject(root, "file");
     int version = IntMember(root, "formatVersion");
     if (version != kFormatVersion)
-        throw LoginDataStoreException(ZR::UniString::Format("Login data: unsupported format version %d.", version),
-                                      ZR_HERE);
+        throw LoginDataStoreException(
+            ZR::UniString::Format("Login data: unsupported format version %d.", version), ZR_HERE);
 
     LoginDataStore store;
     for (const Json& s : ArrayMember(root, "servers")) {
         RequireObject(s, "server");
         ZR::UniString unique(TextMember(s, "uniqueUrl"));
-        if (unique.IsEmpty()) throw LoginDataStoreException("Login data: a server has no unique URL.", ZR_HERE);
-        Server server(unique, ZR::UniString(TextMember(s, "friendlyName")), IntMember(s, "majorVersion"),
-                      IntMember(s, "minorVersion"));
+        if (unique.IsEmpty())
+            throw LoginDataStoreException("Login data: a server has no unique URL.", ZR_HERE);
+        Server server(unique, ZR::UniString(TextMember(s, "friendlyName")),
+                      IntMember(s, "majorVersion"), IntMember(s, "minorVersion"));
         for (const Json& url : ArrayMember(s, "commonConnections")) {
-            if (!url.is_string()) throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
+            if (!url.is_string())
+                throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
             server.AddCommonConnection(ZR::UniString(url.get<std::string>()));
         }
         for (const Json& url : ArrayMember(s, "clientConnections")) {
-            if (!url.is_string()) throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
+            if (!url.is_string())
+                throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
             server.AddClientConnection(ZR::UniString(url.get<std::string>()));
         }
         for (const Json& u : ArrayMember(s, "users")) {
             RequireObject(u, "user");
             ZR::UniString name(TextMember(u, "userName"));
-            if (name.IsEmpty()) throw LoginDataStoreException("Login data: a user has no name.", ZR_HERE);
+            if (name.IsEmpty())
+                throw LoginDataStoreException("Login data: a user has no name.", ZR_HERE);
             server.PutUser(User(name, ZR::UniString(TextMember(u, "refreshToken")),
                                 ZR::UniString(TextMember(u, "fullName"))));
         }

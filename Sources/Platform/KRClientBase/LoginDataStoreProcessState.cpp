@@ -67,12 +67,14 @@ bool ConnectionStatusStore::ContainsPortalServerStatus(const ZR::UniString& url)
     return mServers.Contains(url);
 }
 
-void ConnectionStatusStore::SetPortalServerStatus(const ZR::UniString& url, PortalServerStatus::Status status) {
+void ConnectionStatusStore::SetPortalServerStatus(const ZR::UniString& url,
+                                                  PortalServerStatus::Status status) {
     std::lock_guard<std::mutex> lock(mMutex);
     mServers.Set(url, status);
 }
 
-PortalServerStatus::Status ConnectionStatusStore::GetPortalServerStatus(const ZR::UniString& url) const {
+PortalServerStatus::Status ConnectionStatusStore::GetPortalServerStatus(
+    const ZR::UniString& url) const {
     std::lock_guard<std::mutex> lock(mMutex);
     const PortalServerStatus::Status* status = mServers.Find(url);
     return status ? *status : PortalServerStatus::Unknown;
@@ -83,7 +85,8 @@ void ConnectionStatusStore::ClearPortalServerStatus(const ZR::UniString& url) {
     mServers.Remove(url);
 }
 
-bool ConnectionStatusStore::ContainsUserStatus(const ZR::UniString& url, const ZR::UniString& user) const {
+bool ConnectionStatusStore::ContainsUserStatus(const ZR::UniString& url,
+                                               const ZR::UniString& user) const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mUsers.Contains(UserKey(url, user));
 }
@@ -94,7 +97,8 @@ void ConnectionStatusStore::SetUserStatus(const ZR::UniString& url, const ZR::Un
     mUsers.Set(UserKey(url, user), status);
 }
 
-UserStatus::Status ConnectionStatusStore::GetUserStatus(const ZR::UniString& url, const ZR::UniString& user) const {
+UserStatus::Status ConnectionStatusStore::GetUserStatus(const ZR::UniString& url,
+                                                        const ZR::UniString& user) const {
     std::lock_guard<std::mutex> lock(mMutex);
     const UserStatus::Status* status = mUsers.Find(UserKey(url, user));
     return status ? *status : UserStatus::Unknown;

@@ -4,8 +4,8 @@
 
 namespace KRCB {
 
-void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl, const ZR::UniString& userName,
-                          const ZR::UniString& refreshToken) {
+void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
+                          const ZR::UniString& userName, const ZR::UniString& refreshToken) {
     location = IO::Location::ServerLocation(serverUrl, userName, refreshToken, ZR::UniString());
 }
 
@@ -44,17 +44,20 @@ UrlParts Split(const ZR::UniString& url) {
         rest = at + 3;
     }
     std::size_t slash = s.find('/', rest);
-    std::string authority = s.substr(rest, slash == std::string::npos ? std::string::npos : slash - rest);
+    std::string authority =
+        s.substr(rest, slash == std::string::npos ? std::string::npos : slash - rest);
     parts.path = slash == std::string::npos ? std::string() : s.substr(slash);
     while (!parts.path.empty() && parts.path.back() == '/') parts.path.pop_back();
-    if (std::size_t userEnd = authority.rfind('@'); userEnd != std::string::npos) authority = authority.substr(userEnd + 1);
+    if (std::size_t userEnd = authority.rfind('@'); userEnd != std::string::npos)
+        authority = authority.substr(userEnd + 1);
     std::size_t colon = authority.rfind(':');
     if (colon != std::string::npos && authority.find(']', colon) == std::string::npos) {
         parts.port = authority.substr(colon + 1);
         authority = authority.substr(0, colon);
     }
     parts.host = ZR::UniString(authority).ToLowerCase().Std();
-    if ((parts.scheme == "http" && parts.port == "80") || (parts.scheme == "https" && parts.port == "443"))
+    if ((parts.scheme == "http" && parts.port == "80") ||
+        (parts.scheme == "https" && parts.port == "443"))
         parts.port.clear();
     return parts;
 }
@@ -73,7 +76,16 @@ namespace {
 bool MustEscape(unsigned char c, const ZR::UniString* extra) {
     if (c < 0x20 || c == 0x7F) return true;
     switch (c) {
-        case '%': case '/': case '\\': case ':': case '*': case '?': case '"': case '<': case '>': case '|':
+        case '%':
+        case '/':
+        case '\\':
+        case ':':
+        case '*':
+        case '?':
+        case '"':
+        case '<':
+        case '>':
+        case '|':
             return true;
         default:
             break;
@@ -88,7 +100,8 @@ void Escape(std::string& out, unsigned char c) {
 }
 }  // namespace
 
-bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded, const ZR::UniString* extraCharacters) {
+bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded,
+                    const ZR::UniString* extraCharacters) {
     const std::string& s = name.Std();
     if (s.empty()) {
         encoded = "%00";
@@ -99,8 +112,10 @@ bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded, const ZR:
     for (std::size_t i = 0; i < s.size(); ++i) {
         unsigned char c = static_cast<unsigned char>(s[i]);
         bool edge = (i == 0 || i + 1 == s.size()) && (c == ' ' || c == '.');
-        if (edge || MustEscape(c, extraCharacters)) Escape(out, c);
-        else out += static_cast<char>(c);
+        if (edge || MustEscape(c, extraCharacters))
+            Escape(out, c);
+        else
+            out += static_cast<char>(c);
     }
     bool changed = out != s;
     encoded = ZR::UniString(std::move(out));

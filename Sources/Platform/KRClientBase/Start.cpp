@@ -44,7 +44,8 @@ bool InitKRClientBase(const ZR::PagedArray<ZR::UniString, 8>& arguments) {
     IO::Location folder;
     for (const ZR::UniString& arg : arguments) {
         const std::string& text = arg.Std();
-        if (text.rfind("BaseFolder=", 0) == 0) folder = IO::Location(ZR::UniString(text.substr(11)));
+        if (text.rfind("BaseFolder=", 0) == 0)
+            folder = IO::Location(ZR::UniString(text.substr(11)));
     }
     if (folder.IsEmpty()) folder = KRCB::DefaultBaseFolder();
 

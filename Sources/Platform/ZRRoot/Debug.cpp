@@ -7,7 +7,9 @@ namespace {
 std::atomic<ZR::DebugOutput> gOutput{nullptr};
 }
 
-void ZR::SetDebugOutput(DebugOutput output) { gOutput = output; }
+void ZR::SetDebugOutput(DebugOutput output) {
+    gOutput = output;
+}
 
 void DBPrintf(const char* format, ...) {
     va_list args;
@@ -19,6 +21,8 @@ void DBPrintf(const char* format, ...) {
     std::string text(n > 0 ? static_cast<std::size_t>(n) : 0, '\0');
     if (n > 0) std::vsnprintf(text.data(), text.size() + 1, format, args);
     va_end(args);
-    if (auto out = gOutput.load()) out(text);
-    else std::fputs(text.c_str(), stderr);
+    if (auto out = gOutput.load())
+        out(text);
+    else
+        std::fputs(text.c_str(), stderr);
 }

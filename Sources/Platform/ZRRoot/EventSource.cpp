@@ -27,7 +27,8 @@ void EventSource::Attach(EventObserver& observer) {
 }
 
 void EventSource::Detach(EventObserver& observer) {
-    auto it = std::find_if(mObservers.begin(), mObservers.end(), [&](const Entry& e) { return e.observer == &observer; });
+    auto it = std::find_if(mObservers.begin(), mObservers.end(),
+                           [&](const Entry& e) { return e.observer == &observer; });
     if (it == mObservers.end()) return;
     mObservers.erase(it);
     auto& list = observer.mSources;
@@ -35,7 +36,8 @@ void EventSource::Detach(EventObserver& observer) {
 }
 
 bool EventSource::IsAttached(const EventObserver& observer) const {
-    return std::any_of(mObservers.begin(), mObservers.end(), [&](const Entry& e) { return e.observer == &observer; });
+    return std::any_of(mObservers.begin(), mObservers.end(),
+                       [&](const Entry& e) { return e.observer == &observer; });
 }
 
 namespace TS {
@@ -76,7 +78,8 @@ void EventSource::Attach(EventObserver& observer) {
 
 void EventSource::Detach(EventObserver& observer) {
     std::lock_guard<std::recursive_mutex> lock(mMutex);
-    auto it = std::find_if(mObservers.begin(), mObservers.end(), [&](const Entry& e) { return e.observer == &observer; });
+    auto it = std::find_if(mObservers.begin(), mObservers.end(),
+                           [&](const Entry& e) { return e.observer == &observer; });
     if (it == mObservers.end()) return;
     mObservers.erase(it);
     std::lock_guard<std::mutex> olock(observer.mMutex);

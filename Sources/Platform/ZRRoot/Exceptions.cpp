@@ -5,8 +5,8 @@ namespace ZR {
 ZRException::ZRException(const UniString& message, const char* file, unsigned int line, int error)
     : mMessage(message), mFile(file), mLine(line), mError(error) {}
 
-ZRException::ZRException(const UniString& message, const char* file, unsigned int line, const ZRException& cause,
-                         int error)
+ZRException::ZRException(const UniString& message, const char* file, unsigned int line,
+                         const ZRException& cause, int error)
     : mMessage(message), mFile(file), mLine(line), mCause(cause.Clone()), mError(error) {}
 
 ZRException::ZRException(const ZRException& other)

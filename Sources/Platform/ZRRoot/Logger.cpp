@@ -7,7 +7,8 @@ namespace ZR {
 
 FastLogger logger;
 
-LogLine::LogLine(LogLevel level, const char* format, const char* component, const void* /*reserved*/)
+LogLine::LogLine(LogLevel level, const char* format, const char* component,
+                 const void* /*reserved*/)
     : mLevel(level), mFormat(format), mComponent(component) {}
 
 void CaptureLogSink::Write(const LogRecord& record) {
@@ -69,7 +70,9 @@ FastLogger::LogComposer& FastLogger::LogComposer::Append(long long number) {
     return *this;
 }
 
-void FastLogger::Append(const LogLine& line) { Emit(line, {}); }
+void FastLogger::Append(const LogLine& line) {
+    Emit(line, {});
+}
 
 void FastLogger::Append(const LogLine& line, LogComposer& composer) {
     composer.mLogger = this;

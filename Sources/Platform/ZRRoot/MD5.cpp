@@ -16,9 +16,13 @@ Generator::Generator() : mImpl(std::make_unique<Impl>()) {
         throw std::runtime_error("MD5 initialisation failed");
 }
 
-Generator::~Generator() { EVP_MD_CTX_free(mImpl->ctx); }
+Generator::~Generator() {
+    EVP_MD_CTX_free(mImpl->ctx);
+}
 
-void Generator::Update(const void* data, std::size_t length) { EVP_DigestUpdate(mImpl->ctx, data, length); }
+void Generator::Update(const void* data, std::size_t length) {
+    EVP_DigestUpdate(mImpl->ctx, data, length);
+}
 
 FingerPrint Generator::GetFingerPrint() {
     std::array<std::uint8_t, 16> bytes{};

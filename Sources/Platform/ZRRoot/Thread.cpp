@@ -7,7 +7,8 @@
 namespace ZR {
 namespace {
 std::shared_ptr<ThreadHandle::State>& CurrentState() {
-    thread_local std::shared_ptr<ThreadHandle::State> state = std::make_shared<ThreadHandle::State>();
+    thread_local std::shared_ptr<ThreadHandle::State> state =
+        std::make_shared<ThreadHandle::State>();
     return state;
 }
 }  // namespace
@@ -30,7 +31,9 @@ void ThreadHandle::ClearInterrupt() {
     mState->interrupted = false;
 }
 
-ThreadHandle Thread::GetCurrent() { return ThreadHandle(CurrentState()); }
+ThreadHandle Thread::GetCurrent() {
+    return ThreadHandle(CurrentState());
+}
 
 void Thread::Sleep(int ms, bool interruptible) {
     auto& state = *CurrentState();

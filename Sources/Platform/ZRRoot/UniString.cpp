@@ -25,7 +25,8 @@ UCaseMap* CaseMap() {
     // One per thread: UCaseMap is not safe to share across threads.
     thread_local std::unique_ptr<UCaseMap, CaseMapDeleter> map = [] {
         UErrorCode status = U_ZERO_ERROR;
-        return std::unique_ptr<UCaseMap, CaseMapDeleter>(ucasemap_open("", U_FOLD_CASE_DEFAULT, &status));
+        return std::unique_ptr<UCaseMap, CaseMapDeleter>(
+            ucasemap_open("", U_FOLD_CASE_DEFAULT, &status));
     }();
     return map.get();
 }
@@ -58,9 +59,13 @@ int32_t UpperFn(const UCaseMap* m, char* d, int32_t dc, const char* s, int32_t s
     return ucasemap_utf8ToUpper(m, d, dc, s, sl, e);
 }
 
-char AsciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+char AsciiLower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+}
 
-int Order(int c) { return c < 0 ? 0 : (c == 0 ? 1 : 2); }
+int Order(int c) {
+    return c < 0 ? 0 : (c == 0 ? 1 : 2);
+}
 
 }  // namespace
 
@@ -115,7 +120,8 @@ std::size_t UniString::FindFirst(const UniString& what, std::size_t from) const 
 
 bool UniString::BeginsWith(const UniString& prefix, CaseComparison cc) const {
     if (prefix.mText.size() > mText.size() && cc == CaseComparison::Sensitive) return false;
-    if (cc == CaseComparison::Sensitive) return mText.compare(0, prefix.mText.size(), prefix.mText) == 0;
+    if (cc == CaseComparison::Sensitive)
+        return mText.compare(0, prefix.mText.size(), prefix.mText) == 0;
     std::string folded = FoldCase().mText;
     std::string p = prefix.FoldCase().mText;
     return folded.compare(0, p.size(), p) == 0;

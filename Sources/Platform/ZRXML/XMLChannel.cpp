@@ -2,11 +2,10 @@
 
 #include <charconv>
 #include <limits>
+#include <pugixml.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <pugixml.hpp>
 
 #include "IO/File.h"
 
@@ -19,7 +18,8 @@ constexpr unsigned int kNewFileMode = 0600;
 
 // Line ends and blank values must come back exactly as written: no line-end
 // conversion, and a blank text that is an element's only child is kept.
-constexpr unsigned int kParseFlags = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
+constexpr unsigned int kParseFlags =
+    (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
 
 bool IsNameStart(unsigned char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
@@ -56,7 +56,8 @@ bool ParseInteger(std::string_view text, T* value) {
 
 class OChannel final : public ZR::XMLOChannel {
 public:
-    OChannel(const IO::Location& location, const char* rootName) : mLocation(location), mRootName(rootName) {}
+    OChannel(const IO::Location& location, const char* rootName)
+        : mLocation(location), mRootName(rootName) {}
 
     int StartDocument() override {
         if (mState != State::Fresh) return ZR::kXMLErrState;
@@ -69,13 +70,15 @@ public:
     }
 
     int EndDocument() override {
-        if (mState != State::Open || mCurrent != mDocument.document_element()) return ZR::kXMLErrState;
+        if (mState != State::Open || mCurrent != mDocument.document_element())
+            return ZR::kXMLErrState;
         mState = State::Done;
         std::ostringstream text;
         mDocument.save(text, "  ", pugi::format_indent, pugi::encoding_utf8);
         if (!text) return ZR::kXMLErrIO;
-        return IO::fileSystem.WriteFileAtomically(mLocation, text.str(), kNewFileMode) == IO::kOk ? 0
-                                                                                                  : ZR::kXMLErrIO;
+        return IO::fileSystem.WriteFileAtomically(mLocation, text.str(), kNewFileMode) == IO::kOk
+                   ? 0
+                   : ZR::kXMLErrIO;
     }
 
     int StartElement(const char* name) override {
@@ -86,17 +89,30 @@ public:
     }
 
     int EndElement() override {
-        if (mState != State::Open || mCurrent == mDocument.document_element()) return ZR::kXMLErrState;
+        if (mState != State::Open || mCurrent == mDocument.document_element())
+            return ZR::kXMLErrState;
         mCurrent = mCurrent.parent();
         return 0;
     }
 
-    int Write(const char* key, const ZR::UniString& value) override { return Add(key, value.Std()); }
-    int Write(const char* key, const char* text, int /*reserved*/) override { return Add(key, text ? text : ""); }
-    int Write(const char* key, std::uint32_t value) override { return Add(key, std::to_string(value)); }
-    int Write(const char* key, std::int32_t value) override { return Add(key, std::to_string(value)); }
-    int Write(const char* key, std::uint16_t value) override { return Add(key, std::to_string(value)); }
-    int Write(const char* key, std::int16_t value) override { return Add(key, std::to_string(value)); }
+    int Write(const char* key, const ZR::UniString& value) override {
+        return Add(key, value.Std());
+    }
+    int Write(const char* key, const char* text, int /*reserved*/) override {
+        return Add(key, text ? text : "");
+    }
+    int Write(const char* key, std::uint32_t value) override {
+        return Add(key, std::to_string(value));
+    }
+    int Write(const char* key, std::int32_t value) override {
+        return Add(key, std::to_string(value));
+    }
+    int Write(const char* key, std::uint16_t value) override {
+        return Add(key, std::to_string(value));
+    }
+    int Write(const char* key, std::int16_t value) override {
+        return Add(key, std::to_string(value));
+    }
     int Write(const char* key, bool value) override { return Add(key, value ? "true" : "false"); }
 
 private:
@@ -122,7 +138,8 @@ public:
     // False if the file cannot be read or parsed, or its root has another name.
     bool Load(const IO::Location& location, const char* rootName) {
         if (!location.IsLocal() || !rootName) return false;
-        if (!mDocument.load_file(location.ToPath().ToCString(), kParseFlags, pugi::encoding_utf8)) return false;
+        if (!mDocument.load_file(location.ToPath().ToCString(), kParseFlags, pugi::encoding_utf8))
+            return false;
         pugi::xml_node root = mDocument.document_element();
         if (!root || std::string_view(root.name()) != rootName) return false;
         mLevels.push_back({root, NextElement(root.first_child())});
@@ -144,9 +161,12 @@ public:
         std::string text;
         if (int status = Take(key, &text); status != 0) return status;
         std::string_view t = Trim(text);
-        if (t == "true" || t == "1") *value = true;
-        else if (t == "false" || t == "0") *value = false;
-        else return ZR::kXMLErrBadValue;
+        if (t == "true" || t == "1")
+            *value = true;
+        else if (t == "false" || t == "0")
+            *value = false;
+        else
+            return ZR::kXMLErrBadValue;
         return 0;
     }
 
@@ -159,7 +179,8 @@ public:
 
     int EnterElement(const char* name) override {
         Level& level = mLevels.back();
-        if (!level.next || !name || std::string_view(level.next.name()) != name) return ZR::kXMLErrNotFound;
+        if (!level.next || !name || std::string_view(level.next.name()) != name)
+            return ZR::kXMLErrNotFound;
         pugi::xml_node entered = level.next;
         level.next = NextElement(entered.next_sibling());
         mLevels.push_back({entered, NextElement(entered.first_child())});
@@ -187,10 +208,12 @@ private:
     // for the next call; a bad value still consumes it.
     int Take(const char* key, std::string* text) {
         Level& level = mLevels.back();
-        if (!level.next || !key || std::string_view(level.next.name()) != key) return ZR::kXMLErrNotFound;
+        if (!level.next || !key || std::string_view(level.next.name()) != key)
+            return ZR::kXMLErrNotFound;
         pugi::xml_node element = level.next;
         level.next = NextElement(element.next_sibling());
-        if (NextElement(element.first_child())) return ZR::kXMLErrBadValue;  // not a value but a group
+        if (NextElement(element.first_child()))
+            return ZR::kXMLErrBadValue;  // not a value but a group
         *text = element.text().get();
         return 0;
     }
@@ -208,7 +231,8 @@ private:
 
 }  // namespace
 
-ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName, int /*exceptionPolicy*/) {
+ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName,
+                                   int /*exceptionPolicy*/) {
     auto* channel = new IChannel;
     if (!channel->Load(location, rootName)) {
         delete channel;
@@ -217,15 +241,20 @@ ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* roo
     return channel;
 }
 
-ZR::XMLOChannel* CreateXMLOChannel(const IO::Location& location, const char* rootName, int /*exceptionPolicy*/) {
+ZR::XMLOChannel* CreateXMLOChannel(const IO::Location& location, const char* rootName,
+                                   int /*exceptionPolicy*/) {
     if (!location.IsLocal() || !IsValidName(rootName)) return nullptr;
     IO::Location parent = location.GetParent();
     if (!parent.IsEmpty() && IO::Folder(parent).GetStatus() != IO::kOk) return nullptr;
     return new OChannel(location, rootName);
 }
 
-void DisposeXMLIChannel(ZR::XMLIChannel* channel) { delete channel; }
+void DisposeXMLIChannel(ZR::XMLIChannel* channel) {
+    delete channel;
+}
 
-void DisposeXMLOChannel(ZR::XMLOChannel* channel) { delete channel; }
+void DisposeXMLOChannel(ZR::XMLOChannel* channel) {
+    delete channel;
+}
 
 }  // namespace ZRXML

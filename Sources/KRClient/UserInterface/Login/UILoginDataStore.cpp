@@ -9,10 +9,15 @@ namespace LDS = KRCB::LoginDataStore;
 
 namespace {
 
-const ZR::WarningLogLine kCheckSaveFailed("Login data store: saving the cached login data failed: %");
+const ZR::WarningLogLine kCheckSaveFailed(
+    "Login data store: saving the cached login data failed: %");
 
-LDS::LoginDataStoreCache& Cache() { return LDS::LoginDataStoreCache::GetInstance(); }
-LDS::ConnectionStatusStore& Status() { return LDS::ConnectionStatusStore::GetInstance(); }
+LDS::LoginDataStoreCache& Cache() {
+    return LDS::LoginDataStoreCache::GetInstance();
+}
+LDS::ConnectionStatusStore& Status() {
+    return LDS::ConnectionStatusStore::GetInstance();
+}
 
 }  // namespace
 
@@ -21,7 +26,8 @@ int UILoginDataStore::ToCacheOpenMethod(OpenMethod method) {
 }
 
 UILoginDataStore::UILoginDataStore(OpenMethod openMethod)
-    : mStore(Cache().GetLoginDataStoreCopy(ToCacheOpenMethod(openMethod))), mOpenMethod(openMethod) {
+    : mStore(Cache().GetLoginDataStoreCopy(ToCacheOpenMethod(openMethod))),
+      mOpenMethod(openMethod) {
     if (mStore) LDS::ActiveConnection::GetInstance().GetActiveConnection(*mStore);
 }
 
@@ -68,13 +74,17 @@ void UILoginDataStore::SetUserRefreshToken(const ZR::UniString& server, const ZR
     mChanged = true;
 }
 
-void UILoginDataStore::AddServer(const ZR::Ref<ServerInfo, ZR::AtomicCounter>& serverInfo, const ZR::UniString& url) {
+void UILoginDataStore::AddServer(const ZR::Ref<ServerInfo, ZR::AtomicCounter>& serverInfo,
+                                 const ZR::UniString& url) {
     if (serverInfo.IsNull())
-        throw KRClientException("Failed to add server. Server information is nullptr", ZR_HERE, ZR::kGeneralErrorCode);
+        throw KRClientException("Failed to add server. Server information is nullptr", ZR_HERE,
+                                ZR::kGeneralErrorCode);
     // The test works on a lower-cased copy; the store gets the URLs unchanged.
-    ZR::UniString checked = (serverInfo->uniqueURL.IsEmpty() ? url : serverInfo->uniqueURL).ToLowerCase();
+    ZR::UniString checked =
+        (serverInfo->uniqueURL.IsEmpty() ? url : serverInfo->uniqueURL).ToLowerCase();
     if (!checked.BeginsWith("http://") && !checked.BeginsWith("https://"))
-        throw KRClientException("Failed to add server. Invalid Unique Server URL", ZR_HERE, ZR::kGeneralErrorCode);
+        throw KRClientException("Failed to add server. Invalid Unique Server URL", ZR_HERE,
+                                ZR::kGeneralErrorCode);
     Store().StoreServer(*serverInfo, url, ZR::UniString());
     Cache().UpdateFriendlyName(serverInfo->uniqueURL, serverInfo->friendlyName, true);
     mChanged = true;
@@ -92,13 +102,17 @@ void UILoginDataStore::DeleteUser(const ZR::UniString& server, const ZR::UniStri
     mChanged = true;
 }
 
-bool UILoginDataStore::ContainsServer(const ZR::UniString& server) const { return Store().ContainsServer(server); }
+bool UILoginDataStore::ContainsServer(const ZR::UniString& server) const {
+    return Store().ContainsServer(server);
+}
 
 bool UILoginDataStore::ContainsUser(const ZR::UniString& server, const ZR::UniString& user) const {
     return Store().ContainsUser(server, user);
 }
 
-const UILoginDataStore::Server& UILoginDataStore::GetActiveServer() const { return Store().GetActiveServer(); }
+const UILoginDataStore::Server& UILoginDataStore::GetActiveServer() const {
+    return Store().GetActiveServer();
+}
 
 const UILoginDataStore::User& UILoginDataStore::GetActiveUser(const ZR::UniString& server) const {
     return Store().GetActiveUser(server);
@@ -108,13 +122,16 @@ const UILoginDataStore::Server& UILoginDataStore::GetServer(const ZR::UniString&
     return Store().GetServer(server);
 }
 
-void UILoginDataStore::GetServers(ZR::PagedArray<Server>& servers) const { Store().GetServers(servers); }
+void UILoginDataStore::GetServers(ZR::PagedArray<Server>& servers) const {
+    Store().GetServers(servers);
+}
 
 void UILoginDataStore::GetUsers(const ZR::UniString& server, ZR::PagedArray<User>& users) const {
     Store().GetUsers(server, users);
 }
 
-const ZR::UniString& UILoginDataStore::GetUserFullName(const ZR::UniString& server, const ZR::UniString& user) const {
+const ZR::UniString& UILoginDataStore::GetUserFullName(const ZR::UniString& server,
+                                                       const ZR::UniString& user) const {
     return Store().GetFullName(server, user);
 }
 
@@ -123,23 +140,33 @@ const ZR::UniString& UILoginDataStore::GetUserRefreshToken(const ZR::UniString& 
     return Store().GetRefreshToken(server, user);
 }
 
-bool UILoginDataStore::HasActiveServer() const { return Store().HasActiveServer(); }
+bool UILoginDataStore::HasActiveServer() const {
+    return Store().HasActiveServer();
+}
 
-bool UILoginDataStore::HasActiveUser(const ZR::UniString& server) const { return Store().HasActiveUser(server); }
+bool UILoginDataStore::HasActiveUser(const ZR::UniString& server) const {
+    return Store().HasActiveUser(server);
+}
 
 bool UILoginDataStore::IsSameServers(const ZR::UniString& a, const ZR::UniString& b) const {
     return Store().IsSameServers(a, b);
 }
 
-bool UILoginDataStore::HasServer() const { return Store().GetServerCount() != 0; }
+bool UILoginDataStore::HasServer() const {
+    return Store().GetServerCount() != 0;
+}
 
-bool UILoginDataStore::HasAnyUsers() const { return HasActiveServer(); }
+bool UILoginDataStore::HasAnyUsers() const {
+    return HasActiveServer();
+}
 
 bool UILoginDataStore::HasActiveConnection() const {
     return Store().HasActiveServer() && Store().GetActiveServer().HasActiveUser();
 }
 
-bool UILoginDataStore::IsEmpty() const { return mStore.IsNull() || mStore->IsEmpty(); }
+bool UILoginDataStore::IsEmpty() const {
+    return mStore.IsNull() || mStore->IsEmpty();
+}
 
 int UILoginDataStore::GetServerVersion(const ZR::UniString& server) const {
     const Server& s = Store().GetServer(server);
@@ -156,12 +183,14 @@ const ZR::UniString& UILoginDataStore::GetServerFriendlyName(const ZR::UniString
 void UILoginDataStore::Reload(bool keepActiveServer) {
     const LDS::LoginDataStore& old = Store();
     ZR::UniString remembered;
-    if (keepActiveServer && old.HasActiveServer()) remembered = old.GetActiveServer().GetUniqueURL();
+    if (keepActiveServer && old.HasActiveServer())
+        remembered = old.GetActiveServer().GetUniqueURL();
 
     mStore = Cache().GetLoginDataStoreCopy(ToCacheOpenMethod(mOpenMethod));
     if (mStore.IsNull()) return;
     LDS::ActiveConnection::GetInstance().GetActiveConnection(*mStore);
-    if (!remembered.IsEmpty() && mStore->ContainsServer(remembered)) mStore->SetServerActive(remembered);
+    if (!remembered.IsEmpty() && mStore->ContainsServer(remembered))
+        mStore->SetServerActive(remembered);
 }
 
 bool UILoginDataStore::Write() const {
@@ -190,8 +219,8 @@ ZR::UniString UILoginDataStore::GetStatusStoredPortalServerUrl(const ZR::UniStri
     return url;
 }
 
-void UILoginDataStore::SetPortalServerStatus(const ZR::UniString& server,
-                                             KRCB::LoginDataStore::PortalServerStatus::Status status) {
+void UILoginDataStore::SetPortalServerStatus(
+    const ZR::UniString& server, KRCB::LoginDataStore::PortalServerStatus::Status status) {
     Status().SetPortalServerStatus(GetStatusStoredPortalServerUrl(server), status);
 }
 
@@ -209,11 +238,12 @@ void UILoginDataStore::SetUserAccessed(const ZR::UniString& server, const ZR::Un
 }
 
 void UILoginDataStore::SetUserAccessDenied(const ZR::UniString& server, const ZR::UniString& user) {
-    Status().SetUserStatus(GetStatusStoredPortalServerUrl(server), user, LDS::UserStatus::AccessDenied);
+    Status().SetUserStatus(GetStatusStoredPortalServerUrl(server), user,
+                           LDS::UserStatus::AccessDenied);
 }
 
-KRCB::LoginDataStore::UserStatus::Status UILoginDataStore::GetUserStatus(const ZR::UniString& server,
-                                                                         const ZR::UniString& user) const {
+KRCB::LoginDataStore::UserStatus::Status UILoginDataStore::GetUserStatus(
+    const ZR::UniString& server, const ZR::UniString& user) const {
     return Status().GetUserStatus(GetStatusStoredPortalServerUrl(server), user);
 }
 
@@ -221,6 +251,8 @@ void UILoginDataStore::ClearUserStatus(const ZR::UniString& server, const ZR::Un
     Status().ClearUserStatus(GetStatusStoredPortalServerUrl(server), user);
 }
 
-void UILoginDataStore::ClearConnectionStatusStore() { Status().Clear(); }
+void UILoginDataStore::ClearConnectionStatusStore() {
+    Status().Clear();
+}
 
 }  // namespace KRC::UI::Login

@@ -32,15 +32,19 @@ public:
     virtual ~UILoginDataStore();
 
     // Changes of the working copy; each sets changed.
-    void AddClientConnections(const ZR::UniString& server, const ZR::PagedArray<ZR::UniString>& connections);
+    void AddClientConnections(const ZR::UniString& server,
+                              const ZR::PagedArray<ZR::UniString>& connections);
     void AddUser(const ZR::UniString& server, const User& user);
     void SetActiveUser(const ZR::UniString& server, const ZR::UniString& user);
     void SetServerActive(const ZR::UniString& server);
-    void SetUserFullName(const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& fullName);
-    void SetUserRefreshToken(const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& token);
+    void SetUserFullName(const ZR::UniString& server, const ZR::UniString& user,
+                         const ZR::UniString& fullName);
+    void SetUserRefreshToken(const ZR::UniString& server, const ZR::UniString& user,
+                             const ZR::UniString& token);
     // Throws KRClientException for a null serverInfo or a unique URL (else url)
     // that is no http(s) URL; the store is then unchanged.
-    void AddServer(const ZR::Ref<ServerInfo, ZR::AtomicCounter>& serverInfo, const ZR::UniString& url);
+    void AddServer(const ZR::Ref<ServerInfo, ZR::AtomicCounter>& serverInfo,
+                   const ZR::UniString& url);
     // Clear the status under the URL as given, unlike the status operations.
     void DeleteServer(const ZR::UniString& server);
     void DeleteUser(const ZR::UniString& server, const ZR::UniString& user);
@@ -53,8 +57,10 @@ public:
     const Server& GetServer(const ZR::UniString& server) const;
     void GetServers(ZR::PagedArray<Server>& servers) const;
     void GetUsers(const ZR::UniString& server, ZR::PagedArray<User>& users) const;
-    const ZR::UniString& GetUserFullName(const ZR::UniString& server, const ZR::UniString& user) const;
-    const ZR::UniString& GetUserRefreshToken(const ZR::UniString& server, const ZR::UniString& user) const;
+    const ZR::UniString& GetUserFullName(const ZR::UniString& server,
+                                         const ZR::UniString& user) const;
+    const ZR::UniString& GetUserRefreshToken(const ZR::UniString& server,
+                                             const ZR::UniString& user) const;
     bool HasActiveServer() const;
     bool HasActiveUser(const ZR::UniString& server) const;
     bool IsSameServers(const ZR::UniString& a, const ZR::UniString& b) const;
@@ -80,8 +86,10 @@ public:
 
     // Per-process connection status; kept outside the working copy, so these
     // never set changed and accept an empty working copy.
-    void SetPortalServerStatus(const ZR::UniString& server, KRCB::LoginDataStore::PortalServerStatus::Status status);
-    KRCB::LoginDataStore::PortalServerStatus::Status GetPortalServerStatus(const ZR::UniString& server) const;
+    void SetPortalServerStatus(const ZR::UniString& server,
+                               KRCB::LoginDataStore::PortalServerStatus::Status status);
+    KRCB::LoginDataStore::PortalServerStatus::Status GetPortalServerStatus(
+        const ZR::UniString& server) const;
     void ClearPortalServerStatus(const ZR::UniString& server);
     void SetUserAccessed(const ZR::UniString& server, const ZR::UniString& user);
     void SetUserAccessDenied(const ZR::UniString& server, const ZR::UniString& user);

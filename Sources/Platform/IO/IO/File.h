@@ -56,7 +56,8 @@ private:
 class Folder {
 public:
     // Called for each entry; answer false to stop the walk.
-    using EnumCallback = bool (*)(const Folder& folder, const Name& name, bool isFolder, void* argument);
+    using EnumCallback = bool (*)(const Folder& folder, const Name& name, bool isFolder,
+                                  void* argument);
 
     Folder(const Location& location, int onNotFound = kNotFoundFail);
 
@@ -75,7 +76,8 @@ public:
     int Delete(const Name& name, int dataSafety, int accessDenied) const;
     // A name not present in the folder: base, else base + "-1", "-2", ...,
     // each followed by the extension.
-    int GenerateUnusedName(Name* name, const ZR::UniString& base, const ZR::UniString& extension) const;
+    int GenerateUnusedName(Name* name, const ZR::UniString& base,
+                           const ZR::UniString& extension) const;
 
 private:
     Location mLocation;
@@ -100,7 +102,8 @@ public:
     // Stored files: written to a temporary file in the same folder, flushed
     // and renamed over the old one, so a crash leaves the old or the new file.
     // mode applies, as given, to a new file; an existing file keeps its permissions.
-    int WriteFileAtomically(const Location& location, const std::string& data, unsigned int mode = 0644) const;
+    int WriteFileAtomically(const Location& location, const std::string& data,
+                            unsigned int mode = 0644) const;
     int ReadWholeFile(const Location& location, std::string* data) const;
 };
 

@@ -34,7 +34,8 @@ public:
     explicit Location(const ZR::UniString& path);
     static Location FromPath(const ZR::UniString& path) { return Location(path); }
     static Location ServerLocation(const ZR::UniString& serverUrl, const ZR::UniString& userName,
-                                   const ZR::UniString& password, const ZR::UniString& resourcePath);
+                                   const ZR::UniString& password,
+                                   const ZR::UniString& resourcePath);
 
     Kind GetKind() const { return mKind; }
     bool IsEmpty() const { return mKind == Kind::Empty; }
@@ -45,7 +46,11 @@ public:
     // Local paths.
     ZR::UniString ToPath() const;  // the path text; a server location gives its text form
     Location& AppendName(const Name& name);
-    Location operator+(const Name& name) const { Location l(*this); l.AppendName(name); return l; }
+    Location operator+(const Name& name) const {
+        Location l(*this);
+        l.AppendName(name);
+        return l;
+    }
     bool GetLastLocalName(Name* name) const;
     // Splits off the last name into *name; false if there is none.
     bool MoveLastLocalName(Name* name);
@@ -85,5 +90,7 @@ private:
 
 template <>
 struct std::hash<IO::Location> {
-    std::size_t operator()(const IO::Location& l) const noexcept { return std::hash<std::string>()(l.ToText().Std()); }
+    std::size_t operator()(const IO::Location& l) const noexcept {
+        return std::hash<std::string>()(l.ToText().Std());
+    }
 };

@@ -60,7 +60,8 @@ bool IsSameServerUrl(const ZR::UniString& a, const ZR::UniString& b);
 class User {
 public:
     User() = default;
-    User(const ZR::UniString& userName, const ZR::UniString& refreshToken, const ZR::UniString& fullName)
+    User(const ZR::UniString& userName, const ZR::UniString& refreshToken,
+         const ZR::UniString& fullName)
         : mUserName(userName), mRefreshToken(refreshToken), mFullName(fullName) {}
 
     const ZR::UniString& GetUserName() const { return mUserName; }
@@ -85,7 +86,9 @@ public:
     Server() = default;
     Server(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName, int majorVersion = 0,
            int minorVersion = 0)
-        : mUniqueURL(uniqueURL), mFriendlyName(friendlyName), mMajorVersion(majorVersion),
+        : mUniqueURL(uniqueURL),
+          mFriendlyName(friendlyName),
+          mMajorVersion(majorVersion),
           mMinorVersion(minorVersion) {}
 
     const ZR::UniString& GetUniqueURL() const { return mUniqueURL; }
@@ -109,7 +112,10 @@ public:
     User* FindUser(const ZR::UniString& userName);
 
     void SetFriendlyName(const ZR::UniString& name) { mFriendlyName = name; }
-    void SetVersion(int major, int minor) { mMajorVersion = major; mMinorVersion = minor; }
+    void SetVersion(int major, int minor) {
+        mMajorVersion = major;
+        mMinorVersion = minor;
+    }
     // Adds a common connection unless the server already answers to it.
     bool AddCommonConnection(const ZR::UniString& url);
     bool AddClientConnection(const ZR::UniString& url);
@@ -135,21 +141,24 @@ private:
 class LoginDataStore {
 public:
     // Changes. A missing server or user throws LoginDataStoreException.
-    void AddClientConnections(const ZR::UniString& server, const ZR::PagedArray<ZR::UniString>& connections);
+    void AddClientConnections(const ZR::UniString& server,
+                              const ZR::PagedArray<ZR::UniString>& connections);
     // Replaces the data of a user of that name.
     void AddUser(const ZR::UniString& server, const User& user);
     // Also makes the server the active one: a login selects both.
     void SetActiveUser(const ZR::UniString& server, const ZR::UniString& user);
     void SetServerActive(const ZR::UniString& server);
-    void SetFullName(const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& fullName);
-    void SetRefreshToken(const ZR::UniString& server, const ZR::UniString& user, const ZR::UniString& token);
+    void SetFullName(const ZR::UniString& server, const ZR::UniString& user,
+                     const ZR::UniString& fullName);
+    void SetRefreshToken(const ZR::UniString& server, const ZR::UniString& user,
+                         const ZR::UniString& token);
     void SetFriendlyName(const ZR::UniString& server, const ZR::UniString& name);
     // Adds the server of info, or updates the one that answers to its unique
     // URL or to url: friendly name (if info has one), version, and url and
     // clientConnection (if not empty) as further URLs. An info without unique
     // URL takes url as its unique URL. True if the server is new.
-    bool StoreServer(const Kerrow::PortalServer::Client::Management::ServerInfo& info, const ZR::UniString& url,
-                     const ZR::UniString& clientConnection);
+    bool StoreServer(const Kerrow::PortalServer::Client::Management::ServerInfo& info,
+                     const ZR::UniString& url, const ZR::UniString& clientConnection);
     void DeleteServer(const ZR::UniString& server);
     void DeleteUser(const ZR::UniString& server, const ZR::UniString& user);
 
@@ -171,7 +180,8 @@ public:
     void GetServers(ZR::PagedArray<Server>& out) const;
     void GetUsers(const ZR::UniString& server, ZR::PagedArray<User>& out) const;
     const ZR::UniString& GetFullName(const ZR::UniString& server, const ZR::UniString& user) const;
-    const ZR::UniString& GetRefreshToken(const ZR::UniString& server, const ZR::UniString& user) const;
+    const ZR::UniString& GetRefreshToken(const ZR::UniString& server,
+                                         const ZR::UniString& user) const;
     const ZR::UniString& GetFriendlyName(const ZR::UniString& server) const;
 
     const Server* FindServer(const ZR::UniString& url) const;
@@ -205,7 +215,9 @@ public:
 
     // A fresh copy of the data; empty while the base client isn't started.
     ZR::Ref<LoginDataStore> GetLoginDataStoreCopy(int openMethod);
-    ZR::Ref<LoginDataStore> GetLoginDataStore(int openMethod) { return GetLoginDataStoreCopy(openMethod); }
+    ZR::Ref<LoginDataStore> GetLoginDataStore(int openMethod) {
+        return GetLoginDataStoreCopy(openMethod);
+    }
 
     // Writes store to the file (atomically, mode 0600, folder 0700) and takes it
     // as the cached data, with pending friendly names laid over it. False if
@@ -305,7 +317,8 @@ public:
     void ClearPortalServerStatus(const ZR::UniString& url);
 
     bool ContainsUserStatus(const ZR::UniString& url, const ZR::UniString& user) const;
-    void SetUserStatus(const ZR::UniString& url, const ZR::UniString& user, UserStatus::Status status);
+    void SetUserStatus(const ZR::UniString& url, const ZR::UniString& user,
+                       UserStatus::Status status);
     UserStatus::Status GetUserStatus(const ZR::UniString& url, const ZR::UniString& user) const;
     void ClearUserStatus(const ZR::UniString& url, const ZR::UniString& user);
 

@@ -8,8 +8,8 @@
 namespace KRCB {
 
 // A project location of a server, user and refresh token, with no project path yet.
-void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl, const ZR::UniString& userName,
-                          const ZR::UniString& refreshToken);
+void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
+                          const ZR::UniString& userName, const ZR::UniString& refreshToken);
 void SetProjectPath(IO::Location& location, const ZR::UniString& projectPath);
 // Empty for a location that is not a project location.
 ZR::UniString GetPortalServerUrl(const IO::Location& location);
@@ -28,7 +28,8 @@ bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool stri
 // "<", ">", "|" and control characters become "%XX"; so do a leading or
 // trailing blank or dot. An empty name becomes "%00". Answers true if the
 // name was changed. extraCharacters, if given, are escaped too.
-bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded, const ZR::UniString* extraCharacters);
+bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded,
+                    const ZR::UniString* extraCharacters);
 // The reverse; false on a malformed escape.
 bool FileNameDecode(const ZR::UniString& encoded, ZR::UniString& name);
 

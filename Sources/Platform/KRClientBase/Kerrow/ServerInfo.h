@@ -8,9 +8,12 @@ namespace Kerrow::PortalServer::Client::Management {
 class ServerInfo {
 public:
     ServerInfo() = default;
-    ServerInfo(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName, int majorVersion = 0,
-               int minorVersion = 0)
-        : uniqueURL(uniqueURL), friendlyName(friendlyName), majorVersion(majorVersion), minorVersion(minorVersion) {}
+    ServerInfo(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName,
+               int majorVersion = 0, int minorVersion = 0)
+        : uniqueURL(uniqueURL),
+          friendlyName(friendlyName),
+          majorVersion(majorVersion),
+          minorVersion(minorVersion) {}
     virtual ~ServerInfo() = default;
 
     // The one URL under which the server knows itself, whatever address a

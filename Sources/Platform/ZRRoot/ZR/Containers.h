@@ -31,8 +31,12 @@ public:
     void Add(const T& item) { mItems.push_back(item); }
     void Add(T&& item) { mItems.push_back(std::move(item)); }
     template <typename... A>
-    T& Emplace(A&&... args) { return mItems.emplace_back(std::forward<A>(args)...); }
-    void Insert(std::size_t at, const T& item) { mItems.insert(mItems.begin() + static_cast<std::ptrdiff_t>(at), item); }
+    T& Emplace(A&&... args) {
+        return mItems.emplace_back(std::forward<A>(args)...);
+    }
+    void Insert(std::size_t at, const T& item) {
+        mItems.insert(mItems.begin() + static_cast<std::ptrdiff_t>(at), item);
+    }
     // Removes one element; the others keep their order.
     void Remove(std::size_t at) { mItems.erase(mItems.begin() + static_cast<std::ptrdiff_t>(at)); }
     void Clear() { mItems.clear(); }
@@ -66,9 +70,14 @@ public:
     using const_iterator = typename std::list<Entry>::const_iterator;
 
     HashTable() = default;
-    HashTable(const HashTable& other) { for (const auto& e : other) Add(e.first, e.second); }
+    HashTable(const HashTable& other) {
+        for (const auto& e : other) Add(e.first, e.second);
+    }
     HashTable& operator=(const HashTable& other) {
-        if (this != &other) { Clear(); for (const auto& e : other) Add(e.first, e.second); }
+        if (this != &other) {
+            Clear();
+            for (const auto& e : other) Add(e.first, e.second);
+        }
         return *this;
     }
     HashTable(HashTable&&) noexcept = default;
@@ -83,8 +92,10 @@ public:
     }
     void Set(const K& key, const V& value) {
         auto it = mIndex.find(key);
-        if (it != mIndex.end()) it->second->second = value;
-        else Add(key, value);
+        if (it != mIndex.end())
+            it->second->second = value;
+        else
+            Add(key, value);
     }
     bool Remove(const K& key) {
         auto it = mIndex.find(key);
@@ -104,7 +115,10 @@ public:
     }
     std::size_t GetSize() const { return mEntries.size(); }
     bool IsEmpty() const { return mEntries.empty(); }
-    void Clear() { mIndex.clear(); mEntries.clear(); }
+    void Clear() {
+        mIndex.clear();
+        mEntries.clear();
+    }
 
     iterator begin() { return mEntries.begin(); }
     iterator end() { return mEntries.end(); }
@@ -122,10 +136,17 @@ public:
     using const_iterator = typename std::list<K>::const_iterator;
 
     HashSet() = default;
-    HashSet(std::initializer_list<K> items) { for (const auto& k : items) Add(k); }
-    HashSet(const HashSet& other) { for (const auto& k : other) Add(k); }
+    HashSet(std::initializer_list<K> items) {
+        for (const auto& k : items) Add(k);
+    }
+    HashSet(const HashSet& other) {
+        for (const auto& k : other) Add(k);
+    }
     HashSet& operator=(const HashSet& other) {
-        if (this != &other) { Clear(); for (const auto& k : other) Add(k); }
+        if (this != &other) {
+            Clear();
+            for (const auto& k : other) Add(k);
+        }
         return *this;
     }
     HashSet(HashSet&&) noexcept = default;
@@ -147,7 +168,10 @@ public:
     bool Contains(const K& key) const { return mIndex.count(key) != 0; }
     std::size_t GetSize() const { return mItems.size(); }
     bool IsEmpty() const { return mItems.empty(); }
-    void Clear() { mIndex.clear(); mItems.clear(); }
+    void Clear() {
+        mIndex.clear();
+        mItems.clear();
+    }
 
     const_iterator begin() const { return mItems.begin(); }
     const_iterator end() const { return mItems.end(); }

@@ -106,7 +106,10 @@ protected:
         while (true) {
             const Entry* next = nullptr;
             for (auto it = mObservers.rbegin(); it != mObservers.rend(); ++it)
-                if (it->seq < lastSeq) { next = &*it; break; }
+                if (it->seq < lastSeq) {
+                    next = &*it;
+                    break;
+                }
             if (!next) break;
             lastSeq = next->seq;
             EventObserver* observer = next->observer;

@@ -14,9 +14,10 @@ inline constexpr int kIllegalArgumentCode = -50;
 class ZRException {
 public:
     ZRException() = default;
-    ZRException(const UniString& message, const char* file, unsigned int line, int error = kGeneralErrorCode);
-    ZRException(const UniString& message, const char* file, unsigned int line, const ZRException& cause,
+    ZRException(const UniString& message, const char* file, unsigned int line,
                 int error = kGeneralErrorCode);
+    ZRException(const UniString& message, const char* file, unsigned int line,
+                const ZRException& cause, int error = kGeneralErrorCode);
     ZRException(const ZRException& other);
     ZRException(ZRException&&) noexcept = default;
     ZRException& operator=(const ZRException& other);
@@ -33,7 +34,10 @@ public:
     int GetErrorCode() const { return mError; }
 
     void SetMessage(const UniString& message) { mMessage = message; }
-    void SetPosition(const char* file, unsigned int line) { mFile = file; mLine = line; }
+    void SetPosition(const char* file, unsigned int line) {
+        mFile = file;
+        mLine = line;
+    }
     void SetCause(const ZRException& cause) { mCause.reset(cause.Clone()); }
     void SetErrorCode(int error) { mError = error; }
 
@@ -45,17 +49,18 @@ private:
     int mError = kGeneralErrorCode;
 };
 
-#define ZR_DECLARE_EXCEPTION(Name, Base, DefaultCode)                                              \
-    class Name : public virtual Base {                                                             \
-    public:                                                                                        \
-        Name() : ZRException(UniString(), nullptr, 0, DefaultCode) {}                             \
-        Name(const UniString& message, const char* file, unsigned int line, int error = DefaultCode) \
-            : ZRException(message, file, line, error) {}                                           \
-        Name(const UniString& message, const char* file, unsigned int line, const ZRException& cause, \
-             int error = DefaultCode)                                                              \
-            : ZRException(message, file, line, cause, error) {}                                    \
-        UniString GetName() const override { return #Name; }                                       \
-        ZRException* Clone() const override { return new Name(*this); }                            \
+#define ZR_DECLARE_EXCEPTION(Name, Base, DefaultCode)                       \
+    class Name : public virtual Base {                                      \
+    public:                                                                 \
+        Name() : ZRException(UniString(), nullptr, 0, DefaultCode) {}       \
+        Name(const UniString& message, const char* file, unsigned int line, \
+             int error = DefaultCode)                                       \
+            : ZRException(message, file, line, error) {}                    \
+        Name(const UniString& message, const char* file, unsigned int line, \
+             const ZRException& cause, int error = DefaultCode)             \
+            : ZRException(message, file, line, cause, error) {}             \
+        UniString GetName() const override { return #Name; }                \
+        ZRException* Clone() const override { return new Name(*this); }     \
     };
 
 ZR_DECLARE_EXCEPTION(GeneralException, ZRException, kGeneralErrorCode)

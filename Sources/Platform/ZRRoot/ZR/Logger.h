@@ -17,7 +17,8 @@ enum class LogLevel { Info, Warning, Error };
 
 class LogLine {
 public:
-    LogLine(LogLevel level, const char* format, const char* component = nullptr, const void* reserved = nullptr);
+    LogLine(LogLevel level, const char* format, const char* component = nullptr,
+            const void* reserved = nullptr);
     LogLevel GetLevel() const { return mLevel; }
     const char* GetFormat() const { return mFormat; }
     const char* GetComponent() const { return mComponent; }
@@ -35,12 +36,14 @@ public:
 };
 class WarningLogLine : public LogLine {
 public:
-    WarningLogLine(const char* format, const char* component = nullptr, const void* reserved = nullptr)
+    WarningLogLine(const char* format, const char* component = nullptr,
+                   const void* reserved = nullptr)
         : LogLine(LogLevel::Warning, format, component, reserved) {}
 };
 class ErrorLogLine : public LogLine {
 public:
-    ErrorLogLine(const char* format, const char* component = nullptr, const void* reserved = nullptr)
+    ErrorLogLine(const char* format, const char* component = nullptr,
+                 const void* reserved = nullptr)
         : LogLine(LogLevel::Error, format, component, reserved) {}
 };
 

@@ -24,7 +24,9 @@ public:
     Ref(const Ref<U, C>& other) : mPtr(other.Std()) {}
 
     template <typename... A>
-    static Ref Make(A&&... args) { return Ref(std::make_shared<T>(std::forward<A>(args)...)); }
+    static Ref Make(A&&... args) {
+        return Ref(std::make_shared<T>(std::forward<A>(args)...));
+    }
 
     T* operator->() const { return &Deref(); }
     T& operator*() const { return Deref(); }

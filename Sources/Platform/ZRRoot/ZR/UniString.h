@@ -64,10 +64,22 @@ public:
     void Clear() { mText.clear(); }
     void Reserve(std::size_t n) { mText.reserve(n); }
 
-    UniString& Append(const UniString& other) { mText += other.mText; return *this; }
-    UniString& operator+=(const UniString& other) { mText += other.mText; return *this; }
-    UniString& operator+=(const char* other) { mText += other; return *this; }
-    friend UniString operator+(UniString a, const UniString& b) { a += b; return a; }
+    UniString& Append(const UniString& other) {
+        mText += other.mText;
+        return *this;
+    }
+    UniString& operator+=(const UniString& other) {
+        mText += other.mText;
+        return *this;
+    }
+    UniString& operator+=(const char* other) {
+        mText += other;
+        return *this;
+    }
+    friend UniString operator+(UniString a, const UniString& b) {
+        a += b;
+        return a;
+    }
 
     // Text in the default character code (UTF-8).
     const char* ToCString() const { return mText.c_str(); }
@@ -84,9 +96,13 @@ private:
 
 template <>
 struct std::hash<ZR::UniString> {
-    std::size_t operator()(const ZR::UniString& s) const noexcept { return std::hash<std::string>()(s.Std()); }
+    std::size_t operator()(const ZR::UniString& s) const noexcept {
+        return std::hash<std::string>()(s.Std());
+    }
 };
 template <>
 struct std::hash<ZR::String> {
-    std::size_t operator()(const ZR::String& s) const noexcept { return std::hash<std::string>()(s.Std()); }
+    std::size_t operator()(const ZR::String& s) const noexcept {
+        return std::hash<std::string>()(s.Std());
+    }
 };

@@ -14,10 +14,10 @@
 
 namespace ZR {
 
-inline constexpr int kXMLErrNotFound = -40;   // no next element, or another name
-inline constexpr int kXMLErrBadValue = -41;   // the value is not of the asked type or range
-inline constexpr int kXMLErrState = -42;      // call out of order (end without start, ...)
-inline constexpr int kXMLErrIO = -43;         // the file could not be stored
+inline constexpr int kXMLErrNotFound = -40;  // no next element, or another name
+inline constexpr int kXMLErrBadValue = -41;  // the value is not of the asked type or range
+inline constexpr int kXMLErrState = -42;     // call out of order (end without start, ...)
+inline constexpr int kXMLErrIO = -43;        // the file could not be stored
 
 class XMLOChannel {
 public:
@@ -58,9 +58,11 @@ public:
 namespace ZRXML {
 
 // Null if the file can't be read or parsed, or its root element has another name.
-ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName, int exceptionPolicy);
+ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName,
+                                   int exceptionPolicy);
 // Null if the folder of the file doesn't exist. Nothing is written before EndDocument.
-ZR::XMLOChannel* CreateXMLOChannel(const IO::Location& location, const char* rootName, int exceptionPolicy);
+ZR::XMLOChannel* CreateXMLOChannel(const IO::Location& location, const char* rootName,
+                                   int exceptionPolicy);
 void DisposeXMLIChannel(ZR::XMLIChannel* channel);
 void DisposeXMLOChannel(ZR::XMLOChannel* channel);
 

@@ -11,16 +11,11 @@
 #include <cstdint>
 
 #include "IO/Location.h"
+#include "KRClient/KRDataOptionsObserver.h"
 #include "ZR/EventSource.h"
 #include "ZR/UniString.h"
 
 namespace KRC {
-
-class KRDataOptionsObserver : public ZR::EventObserver {
-public:
-    ~KRDataOptionsObserver() override = default;
-    virtual void KRDataFolderChanged() {}
-};
 
 class KRDataOptions : public ZR::EventSource {
 public:

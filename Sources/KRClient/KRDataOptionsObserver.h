@@ -1,0 +1,16 @@
+#pragma once
+// What the data options tell their observers. The options themselves are
+// internal; the registry hears through this interface when the local data
+// folder moves.
+
+#include "ZR/EventSource.h"
+
+namespace KRC {
+
+class KRDataOptionsObserver : public ZR::EventObserver {
+public:
+    ~KRDataOptionsObserver() override = default;
+    virtual void KRDataFolderChanged() {}
+};
+
+}  // namespace KRC
