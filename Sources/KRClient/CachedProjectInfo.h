@@ -1,13 +1,15 @@
 #pragma once
-// The in-memory record of one project cache folder and its "CacheInfo.xml".
-// Every change of a field is written to the file at once, or at the end of an
-// update bracket; observers of cachedProjectInfoObserver hear of every write
-// attempt. The refresh token is not a field: it lives in the login data store.
+/// @file
+/// The in-memory record of one project cache folder and its "CacheInfo.xml".
+/// Every change of a field is written to the file at once, or at the end of an
+/// update bracket; observers of cachedProjectInfoObserver hear of every write
+/// attempt. The refresh token is not a field: it lives in the login data store.
 
 #include <cstdint>
 
 #include "IO/Location.h"
 #include "KRCB/CachedProjectInfo.h"
+#include "KRClient/KRClientExport.h"
 #include "KRClient/ProjectConnectionInfo.h"
 #include "ZR/Containers.h"
 #include "ZR/EventSource.h"
@@ -17,8 +19,8 @@ namespace KRC {
 
 class CachedProjectInfo;
 
-// Both the listener's base and, as its one instance, the sender.
-class CachedProjectInfoObserver : public ZR::EventObserver, public ZR::EventSource {
+/// Both the listener's base and, as its one instance, the sender.
+class KRCLIENT_EXPORT CachedProjectInfoObserver : public ZR::EventObserver, public ZR::EventSource {
 public:
     ~CachedProjectInfoObserver() override = default;
     virtual void ContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) {
@@ -35,30 +37,30 @@ protected:
     void SendContentWrittenToDisc(const CachedProjectInfo* cachedProjectInfo) const;
 };
 
-extern CachedProjectInfoObserver& cachedProjectInfoObserver;
+extern KRCLIENT_EXPORT CachedProjectInfoObserver& cachedProjectInfoObserver;
 
 inline constexpr const char* kCacheInfoFileName = "CacheInfo.xml";
 inline constexpr std::uint16_t kCacheInfoDataVersion = 10;
 
-class CachedProjectInfo : public KRCB::CachedProjectInfo {
+class KRCLIENT_EXPORT CachedProjectInfo : public KRCB::CachedProjectInfo {
 public:
-    // Reads an existing cache folder; file exceptions leave the constructor.
+    /// Reads an existing cache folder; file exceptions leave the constructor.
     explicit CachedProjectInfo(const IO::Location& cacheFolder);
-    // Makes a new cache folder under mainCacheFolder and writes its first file.
+    /// Makes a new cache folder under mainCacheFolder and writes its first file.
     CachedProjectInfo(const ProjectConnectionInfo& connectionInfo,
                       const IO::Location& mainCacheFolder);
     CachedProjectInfo(const CachedProjectInfo& other);
     CachedProjectInfo& operator=(const CachedProjectInfo& other);
-    // Takes the other record's content but keeps this one's update state, so a
-    // copy that was caught inside its own update bracket doesn't hold this one
-    // in an update that nobody will end.
+    /// Takes the other record's content but keeps this one's update state, so a
+    /// copy that was caught inside its own update bracket doesn't hold this one
+    /// in an update that nobody will end.
     void AssignContent(const CachedProjectInfo& other);
-    // Writes if an update was left open with a write pending.
+    /// Writes if an update was left open with a write pending.
     ~CachedProjectInfo() override;
 
     static bool CachedProjectInfoExist(const IO::Location& cacheFolder);
 
-    // Update bracket; doesn't nest.
+    /// Update bracket; doesn't nest.
     void BeginUpdate();
     void EndUpdate();
     bool IsUpdating() const { return updating; }
@@ -96,9 +98,9 @@ public:
     void SetSessionId(const ZR::UniString& value);
     void SetUnsentChanges(bool value);
     void SetUserId(const ZR::UniString& value);
-    void SetUserName(const ZR::UniString& value);  // compared without regard to case
+    void SetUserName(const ZR::UniString& value);  ///< compared without regard to case
 
-    // Fields that only the file sets; read access for tools and tests.
+    /// Fields that only the file sets; read access for tools and tests.
     ZR::UniString GetProjectName() const { return projectName; }
     ZR::UniString GetRoleName() const { return roleName; }
     ZR::UniString GetProjectCategoryName() const { return projectCategoryName; }
@@ -113,13 +115,13 @@ public:
     const ProjectConnectionInfo& GetProjectConnectionInfo(ProjectConnectionInfo* info) const;
     bool SetProjectConnectionInfo(const ProjectConnectionInfo& info);
 
-    // The token is kept in the login data store under server and login name.
+    /// The token is kept in the login data store under server and login name.
     ZR::UniString GetRefreshToken() const;
     void SetRefreshToken(const ZR::UniString& token);
 
-    // Re-reads the file if it changed since this object last saw it.
+    /// Re-reads the file if it changed since this object last saw it.
     void Refresh();
-    // Writes even inside an update.
+    /// Writes even inside an update.
     void WriteToDisc() { WriteToDiscIfComplete(true); }
 
 protected:
@@ -155,8 +157,8 @@ private:
     bool SetProjectConnectionInfoInner(const ProjectConnectionInfo& info);
     void ReadFromDisc(bool keepValuesOnFailure);
     void WriteToDiscIfComplete(bool force) const;
-    void WriteFile() const;  // steps that may throw, used by WriteToDiscIfComplete
-    void ReadFile();         // steps that may throw, used by ReadFromDisc
+    void WriteFile() const;  ///< steps that may throw, used by WriteToDiscIfComplete
+    void ReadFile();         ///< steps that may throw, used by ReadFromDisc
     void SetModificationTime() const;
 
     std::int16_t port = 0;
@@ -192,8 +194,8 @@ private:
     bool updating = false;
     mutable bool writePending = false;
     std::int32_t xmlVersion = 0;
-    // Finer than modificationTime (seconds): two writes within one second
-    // by different processes must still be told apart by Refresh.
+    /// Finer than modificationTime (seconds): two writes within one second
+    /// by different processes must still be told apart by Refresh.
     mutable std::uint64_t fileStamp = 0;
 };
 

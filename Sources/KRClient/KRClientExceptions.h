@@ -1,15 +1,17 @@
 #pragma once
-// Exceptions of the library and the event by which a file failure reaches the
-// host without an exception.
+/// @file
+/// Exceptions of the library and the event by which a file failure reaches the
+/// host without an exception.
 
 #include "IO/Location.h"
+#include "KRClient/KRClientExport.h"
 #include "ZR/EventSource.h"
 #include "ZR/Exceptions.h"
 
 namespace KRC {
 
-// A caller's broken precondition or an internal failure, with a fixed text.
-class KRClientException : public virtual ZR::GeneralException {
+/// A caller's broken precondition or an internal failure, with a fixed text.
+class KRCLIENT_EXPORT KRClientException : public virtual ZR::GeneralException {
 public:
     KRClientException(const ZR::UniString& message, const char* file, unsigned int line,
                       int error = ZR::kGeneralErrorCode);
@@ -26,8 +28,8 @@ public:
     ZR::ZRException* Clone() const override { return new KRClientException(*this); }
 };
 
-// A failure on one of the library's small files. Prints under the base name.
-class FileException : public ZR::ZRException {
+/// A failure on one of the library's small files. Prints under the base name.
+class KRCLIENT_EXPORT FileException : public ZR::ZRException {
 public:
     FileException() = default;
     explicit FileException(const IO::Location& location) : mLocation(location) {}
@@ -42,38 +44,38 @@ private:
     IO::Location mLocation;
 };
 
-class FileOpeningError : public FileException {
+class KRCLIENT_EXPORT FileOpeningError : public FileException {
 public:
     using FileException::FileException;
 };
-class ErrorReadingFile : public FileException {
+class KRCLIENT_EXPORT ErrorReadingFile : public FileException {
 public:
     using FileException::FileException;
 };
-class ErrorWritingFile : public FileException {
+class KRCLIENT_EXPORT ErrorWritingFile : public FileException {
 public:
     using FileException::FileException;
 };
 
 enum FileError { FileOpeningFailed = 0, FileReadingFailed = 1, FileWritingFailed = 2 };
 
-class KRCFileErrorObserver : public ZR::EventObserver {
+class KRCLIENT_EXPORT KRCFileErrorObserver : public ZR::EventObserver {
 public:
     ~KRCFileErrorObserver() override = default;
     virtual void FileOperationFailed(FileError error, const IO::Location& location) = 0;
 };
 
-class KRCFileErrorEventSource : public ZR::EventSource {
+class KRCLIENT_EXPORT KRCFileErrorEventSource : public ZR::EventSource {
 public:
     void Attach(KRCFileErrorObserver& observer) { ZR::EventSource::Attach(observer); }
     void Detach(KRCFileErrorObserver& observer) { ZR::EventSource::Detach(observer); }
     void SendFileOperationFailed(FileError error, const IO::Location& location);
 };
 
-extern KRCFileErrorEventSource krcFileErrorEventSource;
+extern KRCLIENT_EXPORT KRCFileErrorEventSource krcFileErrorEventSource;
 
-// Runs body; a file exception out of it becomes a failure event and is dropped.
-// Answers true if body ended normally.
+/// Runs body; a file exception out of it becomes a failure event and is dropped.
+/// Answers true if body ended normally.
 template <typename F>
 bool ReportFileFailures(F&& body) {
     try {

@@ -1,25 +1,27 @@
 #pragma once
-// Which project on which server a user means. Converts to and from a project
-// location: the user name is the location's user, the refresh token its password.
+/// @file
+/// Which project on which server a user means. Converts to and from a project
+/// location: the user name is the location's user, the refresh token its password.
 
 #include "IO/Location.h"
+#include "KRClient/KRClientExport.h"
 #include "ZR/UniString.h"
 
 namespace KRC {
 
-class ProjectConnectionInfo {
+class KRCLIENT_EXPORT ProjectConnectionInfo {
 public:
     ProjectConnectionInfo() = default;
     explicit ProjectConnectionInfo(const IO::Location& location) { *this = location; }
     ProjectConnectionInfo& operator=(const IO::Location& location);
 
-    // Server URL and user name compare without regard to case; path and token exactly.
+    /// Server URL and user name compare without regard to case; path and token exactly.
     bool operator==(const ProjectConnectionInfo& other) const;
     bool operator!=(const ProjectConnectionInfo& other) const { return !(*this == other); }
 
     void Clear();
     void Init() { Clear(); }
-    // Server URL, project path and user name are set; the token doesn't count.
+    /// Server URL, project path and user name are set; the token doesn't count.
     bool IsComplete() const;
     bool IsCompleteForKerrowLocation() const { return IsComplete(); }
     const IO::Location& ToKerrowLocation(IO::Location* location) const;

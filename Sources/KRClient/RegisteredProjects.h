@@ -1,10 +1,11 @@
 #pragma once
-// The process-wide registry of the cached projects of the local data folder.
-// There is no index file: the registry is what the folders on disc say, read
-// into memory and kept in step by the files' times. Several processes of one
-// user share the folder and take turns through the lock file of Synchronizer.
-//
-// No lock within the process: one thread at a time uses the registry.
+/// @file
+/// The process-wide registry of the cached projects of the local data folder.
+/// There is no index file: the registry is what the folders on disc say, read
+/// into memory and kept in step by the files' times. Several processes of one
+/// user share the folder and take turns through the lock file of Synchronizer.
+///
+/// No lock within the process: one thread at a time uses the registry.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include "IO/File.h"
 #include "IO/Location.h"
 #include "KRClient/CachedProjectInfo.h"
+#include "KRClient/KRClientExport.h"
 #include "KRClient/KRDataOptionsObserver.h"
 #include "ZR/Containers.h"
 #include "ZR/Thread.h"
@@ -20,9 +22,9 @@
 
 namespace KRC {
 
-// What an iterator hands out: a non-owning view of one record, possibly null.
-// A null record answers empty text, 0, false or an empty location.
-class RegisteredProject {
+/// What an iterator hands out: a non-owning view of one record, possibly null.
+/// A null record answers empty text, 0, false or an empty location.
+class KRCLIENT_EXPORT RegisteredProject {
 public:
     RegisteredProject() = default;
     explicit RegisteredProject(const CachedProjectInfo* info) : info(info) {}
@@ -32,7 +34,7 @@ public:
     ZR::UniString GetProjectPath() const;
     ZR::UniString GetModelServerPath() const;
     IO::Location GetCacheDataFolderLocation() const;
-    // Carries the refresh token, so it opens the login data store.
+    /// Carries the refresh token, so it opens the login data store.
     IO::Location GetKerrowLocation() const;
     int GetLastOpenedTime() const;
     int GetTravelPackageCreationTime() const;
@@ -45,9 +47,10 @@ private:
     const CachedProjectInfo* info = nullptr;
 };
 
-class RegisteredProjects : public KRDataOptionsObserver, public CachedProjectInfoObserver {
+class KRCLIENT_EXPORT RegisteredProjects : public KRDataOptionsObserver,
+                                           public CachedProjectInfoObserver {
 public:
-    // One entry of the registry; owns its record, and a copy copies it.
+    /// One entry of the registry; owns its record, and a copy copies it.
     struct CacheInfoRecord {
         CacheInfoRecord() = default;
         explicit CacheInfoRecord(CachedProjectInfo* owned) : info(owned) {}
@@ -60,11 +63,11 @@ public:
         std::unique_ptr<CachedProjectInfo> info;
     };
 
-    // Scoped guard of the lock file "@DataOptions.Lock" in the local data
-    // folder. The first living guard of the process takes the file, the last
-    // one lets it go; guards are counted by object, so a nested guard on the
-    // same thread neither waits nor takes the file again. Taking the lock is
-    // best effort: a guard always comes into being, with or without it.
+    /// Scoped guard of the lock file "@DataOptions.Lock" in the local data
+    /// folder. The first living guard of the process takes the file, the last
+    /// one lets it go; guards are counted by object, so a nested guard on the
+    /// same thread neither waits nor takes the file again. Taking the lock is
+    /// best effort: a guard always comes into being, with or without it.
     class Synchronizer {
     public:
         Synchronizer();
@@ -72,7 +75,7 @@ public:
         Synchronizer(const Synchronizer&) = delete;
         Synchronizer& operator=(const Synchronizer&) = delete;
 
-        // This process holds the lock file.
+        /// This process holds the lock file.
         static bool IsLocked();
 
     private:
@@ -87,21 +90,21 @@ public:
         static ZR::Array<const Synchronizer*> mOwnLockCounter;
     };
 
-    // While a project is renamed on the server, look-ups find its cache under
-    // a second path too. Entries live while any TemporaryModifyGuard does.
+    /// While a project is renamed on the server, look-ups find its cache under
+    /// a second path too. Entries live while any TemporaryModifyGuard does.
     class TemporaryModification {
     public:
         static TemporaryModification& GetInstance();
 
         void Enter();
         void Leave();
-        // Dropped unless a guard is in force.
+        /// Dropped unless a guard is in force.
         void AddCacheRenameModification(const ZR::UniString& server, const ZR::UniString& user,
                                         const ZR::UniString& path,
                                         const ZR::UniString& replacement);
-        // The first entry for server, user and path gives replacement; false
-        // and replacement untouched if there is none. Free while no guard is
-        // in force: the login data store is opened only with entries possible.
+        /// The first entry for server, user and path gives replacement; false
+        /// and replacement untouched if there is none. Free while no guard is
+        /// in force: the login data store is opened only with entries possible.
         bool GetCacheRenameModification(const ZR::UniString& server, const ZR::UniString& user,
                                         const ZR::UniString& path, ZR::UniString& replacement);
 
@@ -130,17 +133,17 @@ public:
         TemporaryModifyGuard& operator=(const TemporaryModifyGuard&) = delete;
     };
 
-    // Common part of the two iterators. Over the registry, the projects are
-    // valid until the registry changes; over searched folders, as long as
-    // the iterator lives.
+    /// Common part of the two iterators. Over the registry, the projects are
+    /// valid until the registry changes; over searched folders, as long as
+    /// the iterator lives.
     class ProjectIteratorBase {
     public:
         bool operator==(std::nullptr_t) const { return position >= projects.GetSize(); }
         bool operator!=(std::nullptr_t) const { return position < projects.GetSize(); }
 
     protected:
-        // Empty texts don't filter; with folders, those are searched instead
-        // of the registry, which is then left alone.
+        /// Empty texts don't filter; with folders, those are searched instead
+        /// of the registry, which is then left alone.
         ProjectIteratorBase(const ZR::UniString& loginName, const ZR::UniString& serverUrl,
                             const ZR::Array<IO::Location>* folders);
         ProjectIteratorBase(const ProjectIteratorBase& other);
@@ -157,13 +160,13 @@ public:
     private:
         void FillProjects(const ZR::UniString& loginName, const ZR::UniString& serverUrl,
                           const ZR::Array<IO::Location>* folders);
-        // Points the projects at this iterator's own records after a copy.
+        /// Points the projects at this iterator's own records after a copy.
         void Repoint(const ProjectIteratorBase& other);
 
         ZR::Array<CacheInfoRecord> records;
         ZR::Array<RegisteredProject> projects;
         std::size_t position = 0;
-        RegisteredProject none;  // what the end hands out
+        RegisteredProject none;  ///< what the end hands out
     };
 
     class ProjectIterator : public ProjectIteratorBase {
@@ -208,26 +211,26 @@ public:
 
     ~RegisteredProjects() override;
 
-    // Start: options folder and cache folder names, then the first reading.
+    /// Start: options folder and cache folder names, then the first reading.
     static void Init(const IO::Location& folder, const ZR::UniString& projectCacheName,
                      const ZR::UniString& libCacheName);
 
-    // Brings the registry up to date with the folders; a record of
-    // excludedFolder (one being deleted, say) goes even if the folder is intact.
+    /// Brings the registry up to date with the folders; a record of
+    /// excludedFolder (one being deleted, say) goes even if the folder is intact.
     void RefreshData(bool force, const IO::Location* excludedFolder);
-    // Lets the lock go and empties the registry; the next look-up reads again.
+    /// Lets the lock go and empties the registry; the next look-up reads again.
     void Reset();
     std::size_t GetCacheDataFolderNum();
-    // From memory only; the folder stays, so the next refresh brings it back.
+    /// From memory only; the folder stays, so the next refresh brings it back.
     void RemoveProject(const IO::Location& location);
-    // Into the registry; valid until the registry next changes.
+    /// Into the registry; valid until the registry next changes.
     const CachedProjectInfo* GetCachedProjectInfo(const IO::Location& location);
-    // A heap record the caller owns: a copy of the registered one, or a new
-    // cache folder (created true). Null if anything failed.
+    /// A heap record the caller owns: a copy of the registered one, or a new
+    /// cache folder (created true). Null if anything failed.
     CachedProjectInfo* CreateCachedProjectInfo(const IO::Location& location, bool& created);
 
-    // One project by location. Getters answer 0, false, empty text or an
-    // empty location for an unknown project; setters then do nothing.
+    /// One project by location. Getters answer 0, false, empty text or an
+    /// empty location for an unknown project; setters then do nothing.
     IO::Location GetCacheDataFolder(const IO::Location& location);
     int GetLastOpenedTime(const IO::Location& location);
     int GetProjectBuildNum(const IO::Location& location);
@@ -250,8 +253,8 @@ public:
     void SetTravelPackageCreationTime(const IO::Location& location, int time);
     void SetVisitCount(const IO::Location& location, unsigned int count);
 
-    // Options. Getters follow the file unless this process holds the lock;
-    // setters change memory and the lock's release writes the file.
+    /// Options. Getters follow the file unless this process holds the lock;
+    /// setters change memory and the lock's release writes the file.
     bool GetEnableAutoClean();
     int GetPeriodTime();
     int GetLastUsedDays();
@@ -265,9 +268,9 @@ public:
     IO::Location GetMainProjectCacheFolderLocation();
     IO::Location GetMainLibCacheFolderLocation();
 
-    // For tests only: Reset, detach from the options and the record writes,
-    // and bring the options back to their state at load, so that the next
-    // Init starts as the first one of a process did.
+    /// For tests only: Reset, detach from the options and the record writes,
+    /// and bring the options back to their state at load, so that the next
+    /// Init starts as the first one of a process did.
     static void ResetForTesting();
 
     static RegisteredProjects mSingleton;
@@ -301,10 +304,10 @@ private:
 
     static ZR::Array<CacheInfoRecord> mCacheInforegister;
     bool registryLoaded = false;
-    // A folder walk is under way; a write heard meanwhile must not start another.
+    /// A folder walk is under way; a write heard meanwhile must not start another.
     bool walking = false;
 };
 
-extern RegisteredProjects& registeredProjects;
+extern KRCLIENT_EXPORT RegisteredProjects& registeredProjects;
 
 }  // namespace KRC

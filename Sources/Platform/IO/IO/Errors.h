@@ -1,12 +1,13 @@
 #pragma once
+#include "IO/IOExport.h"
 // Status codes of the file layer: 0 is success, everything else a failure.
 
 namespace IO {
 
 inline constexpr int kOk = 0;
 inline constexpr int kErrNotFound = static_cast<int>(0x81010201u);
-// The file is held by another open file description (another process, or
-// another holder in this one); a delete answers this and leaves the file.
+/// The file is held by another open file description (another process, or
+/// another holder in this one); a delete answers this and leaves the file.
 inline constexpr int kErrInUse = static_cast<int>(0x81010202u);
 inline constexpr int kErrAccessDenied = static_cast<int>(0x81010203u);
 inline constexpr int kErrIO = static_cast<int>(0x81010204u);
@@ -17,7 +18,7 @@ inline constexpr int kErrBadLocation = static_cast<int>(0x81010208u);
 inline constexpr int kErrNotOpen = static_cast<int>(0x81010209u);
 inline constexpr int kErrNoName = static_cast<int>(0x8101020Au);
 
-// Maps an errno value to one of the codes above.
-int StatusFromErrno(int error);
+/// Maps an errno value to one of the codes above.
+IO_EXPORT int StatusFromErrno(int error);
 
 }  // namespace IO

@@ -1,15 +1,17 @@
 #pragma once
-// Files and folders over POSIX. Every call answers a status (IO/Errors.h).
-//
-// On-not-found modes: 0 fail, 1 create, 2 ignore (status not found, nothing made).
-// Open modes: 0 read, 2 write, 1 hold. Hold takes an exclusive open-file-description
-// lock (F_OFD_SETLK) on the file, so that while it is held a Delete from any other
-// holder or process answers kErrInUse; a file nobody holds is deleted.
+/// @file
+/// Files and folders over POSIX. Every call answers a status (IO/Errors.h).
+///
+/// On-not-found modes: 0 fail, 1 create, 2 ignore (status not found, nothing made).
+/// Open modes: 0 read, 2 write, 1 hold. Hold takes an exclusive open-file-description
+/// lock (F_OFD_SETLK) on the file, so that while it is held a Delete from any other
+/// holder or process answers kErrInUse; a file nobody holds is deleted.
 
 #include <cstdint>
 #include <string>
 
 #include "IO/Errors.h"
+#include "IO/IOExport.h"
 #include "IO/Location.h"
 
 namespace IO {
@@ -17,29 +19,29 @@ namespace IO {
 enum OnNotFound : int { kNotFoundFail = 0, kNotFoundCreate = 1, kNotFoundIgnore = 2 };
 enum OpenMode : int { kOpenRead = 0, kOpenHold = 1, kOpenWrite = 2 };
 
-class File {
+class IO_EXPORT File {
 public:
     File(const Location& location, int onNotFound = kNotFoundFail);
     ~File();
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
-    // Makes a heap File; *file is null unless the status is 0.
+    /// Makes a heap File; *file is null unless the status is 0.
     static int New(File** file, const Location& location, int onNotFound);
 
     int GetStatus() const { return mStatus; }
     const Location& GetLocation() const { return mLocation; }
-    // Modification time on the TIGetTime scale.
+    /// Modification time on the TIGetTime scale.
     int GetModificationTime(std::int32_t* time) const;
-    // Nanosecond-resolution modification stamp, for callers that must see
-    // two writes within one second apart.
+    /// Nanosecond-resolution modification stamp, for callers that must see
+    /// two writes within one second apart.
     int GetModificationStamp(std::int64_t* stamp) const;
     int GetDataLength(std::uint64_t* length) const;
-    // Changes with every write or replacement of the file, also within one
-    // second: a mix of modification and change times, inode and size.
+    /// Changes with every write or replacement of the file, also within one
+    /// second: a mix of modification and change times, inode and size.
     int GetChangeStamp(std::uint64_t* stamp) const;
 
-    // Answers kErrInUse on a File that is already open.
+    /// Answers kErrInUse on a File that is already open.
     int Open(int openMode, int accessDenied = 0);
     int Close();
     bool IsOpen() const { return mFd >= 0; }
@@ -53,9 +55,9 @@ private:
     int mFd = -1;
 };
 
-class Folder {
+class IO_EXPORT Folder {
 public:
-    // Called for each entry; answer false to stop the walk.
+    /// Called for each entry; answer false to stop the walk.
     using EnumCallback = bool (*)(const Folder& folder, const Name& name, bool isFolder,
                                   void* argument);
 
@@ -67,15 +69,15 @@ public:
     int Contains(const Name& name, bool* contains) const;
     bool IsEmpty() const;
     std::size_t CountFolders() const;
-    // One level, entries in name order. linkProcessing 1 follows symbolic
-    // links when telling folders from files, 0 reports links as files.
-    // Flags are reserved.
+    /// One level, entries in name order. linkProcessing 1 follows symbolic
+    /// links when telling folders from files, 0 reports links as files.
+    /// Flags are reserved.
     int Enumerate(EnumCallback callback, int linkProcessing, int flags, void* argument) const;
-    // Deletes an entry (a folder with all it holds). dataSafety and
-    // accessDenied are accepted for the interface and not used.
+    /// Deletes an entry (a folder with all it holds). dataSafety and
+    /// accessDenied are accepted for the interface and not used.
     int Delete(const Name& name, int dataSafety, int accessDenied) const;
-    // A name not present in the folder: base, else base + "-1", "-2", ...,
-    // each followed by the extension.
+    /// A name not present in the folder: base, else base + "-1", "-2", ...,
+    /// each followed by the extension.
     int GenerateUnusedName(Name* name, const ZR::UniString& base,
                            const ZR::UniString& extension) const;
 
@@ -86,27 +88,27 @@ private:
 
 enum SpecialLocation : int { kTemporaryFolder = 0, kHomeFolder = 1, kUserDataFolder = 2 };
 
-class FileSystem {
+class IO_EXPORT FileSystem {
 public:
     int Contains(const Location& location, bool* contains) const;
     int CountSize(const Location& location, std::uint64_t* bytes) const;
-    // Makes the folder and any missing parents (mode before the umask); 0 if
-    // it exists already, kErrNotAFolder if a file is in the way.
+    /// Makes the folder and any missing parents (mode before the umask); 0 if
+    /// it exists already, kErrNotAFolder if a file is in the way.
     int CreateFolderTree(const Location& location, unsigned int mode = 0777) const;
-    // A folder goes with all it holds, except held files: those stay and the
-    // answer is kErrInUse. dataSafety and accessDenied are not used.
+    /// A folder goes with all it holds, except held files: those stay and the
+    /// answer is kErrInUse. dataSafety and accessDenied are not used.
     int Delete(const Location& location, int dataSafety, int accessDenied) const;
-    // Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or ~/.local/share).
+    /// Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or ~/.local/share).
     int GetSpecialLocation(int which, Location* location) const;
 
-    // Stored files: written to a temporary file in the same folder, flushed
-    // and renamed over the old one, so a crash leaves the old or the new file.
-    // mode applies, as given, to a new file; an existing file keeps its permissions.
+    /// Stored files: written to a temporary file in the same folder, flushed
+    /// and renamed over the old one, so a crash leaves the old or the new file.
+    /// mode applies, as given, to a new file; an existing file keeps its permissions.
     int WriteFileAtomically(const Location& location, const std::string& data,
                             unsigned int mode = 0644) const;
     int ReadWholeFile(const Location& location, std::string* data) const;
 };
 
-extern FileSystem fileSystem;
+extern IO_EXPORT FileSystem fileSystem;
 
 }  // namespace IO

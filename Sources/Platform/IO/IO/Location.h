@@ -1,15 +1,17 @@
 #pragma once
-// One value type for a local path and for a project location. A project
-// location carries server URL, user name, password (the refresh token) and a
-// resource path (the project path). Its text form round-trips all four exactly,
-// whatever characters they hold; its display text never shows the password.
+/// @file
+/// One value type for a local path and for a project location. A project
+/// location carries server URL, user name, password (the refresh token) and a
+/// resource path (the project path). Its text form round-trips all four exactly,
+/// whatever characters they hold; its display text never shows the password.
 
+#include "IO/IOExport.h"
 #include "ZR/UniString.h"
 
 namespace IO {
 
-// One name of a path.
-class Name {
+/// One name of a path.
+class IO_EXPORT Name {
 public:
     Name() = default;
     Name(const ZR::UniString& text) : mText(text) {}
@@ -24,13 +26,13 @@ private:
     ZR::UniString mText;
 };
 
-class Location {
+class IO_EXPORT Location {
 public:
     enum class Kind { Empty, Local, Server };
 
     Location() = default;
-    // A local path. Repeated and trailing slashes are dropped; a relative
-    // path is kept relative.
+    /// A local path. Repeated and trailing slashes are dropped; a relative
+    /// path is kept relative.
     explicit Location(const ZR::UniString& path);
     static Location FromPath(const ZR::UniString& path) { return Location(path); }
     static Location ServerLocation(const ZR::UniString& serverUrl, const ZR::UniString& userName,
@@ -43,8 +45,8 @@ public:
     bool IsServer() const { return mKind == Kind::Server; }
     void Clear() { *this = Location(); }
 
-    // Local paths.
-    ZR::UniString ToPath() const;  // the path text; a server location gives its text form
+    /// Local paths.
+    ZR::UniString ToPath() const;  ///< the path text; a server location gives its text form
     Location& AppendName(const Name& name);
     Location operator+(const Name& name) const {
         Location l(*this);
@@ -52,11 +54,11 @@ public:
         return l;
     }
     bool GetLastLocalName(Name* name) const;
-    // Splits off the last name into *name; false if there is none.
+    /// Splits off the last name into *name; false if there is none.
     bool MoveLastLocalName(Name* name);
     Location GetParent() const;
 
-    // Project locations.
+    /// Project locations.
     const ZR::UniString& GetServerUrl() const { return mServerUrl; }
     const ZR::UniString& GetUserName() const { return mUserName; }
     const ZR::UniString& GetPassword() const { return mPassword; }
@@ -66,13 +68,13 @@ public:
     void SetPassword(const ZR::UniString& password) { mPassword = password; }
     void SetResourcePath(const ZR::UniString& path) { mPath = path; }
 
-    // Text forms. ToText/Set round-trip every kind; Set also takes a plain path.
+    /// Text forms. ToText/Set round-trip every kind; Set also takes a plain path.
     ZR::UniString ToText() const;
     bool Set(const ZR::UniString& text);
-    // The older text form of a local path: a "file://" URL with %XX escapes.
+    /// The older text form of a local path: a "file://" URL with %XX escapes.
     bool SetObsolete(const ZR::UniString& text);
     ZR::UniString ToObsoleteText() const;
-    // For people: the path, or the server location without its password.
+    /// For people: the path, or the server location without its password.
     ZR::UniString ToDisplayText() const;
 
     bool operator==(const Location& other) const;
@@ -80,7 +82,7 @@ public:
 
 private:
     Kind mKind = Kind::Empty;
-    ZR::UniString mPath;  // local path, or the resource path of a server location
+    ZR::UniString mPath;  ///< local path, or the resource path of a server location
     ZR::UniString mServerUrl;
     ZR::UniString mUserName;
     ZR::UniString mPassword;

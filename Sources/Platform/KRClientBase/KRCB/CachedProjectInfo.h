@@ -1,17 +1,19 @@
 #pragma once
-// The base client's view of a cached project record. It reads and changes the
-// record only through the protected virtual operations, which the library's
-// record implements.
+/// @file
+/// The base client's view of a cached project record. It reads and changes the
+/// record only through the protected virtual operations, which the library's
+/// record implements.
 
 #include <cstdint>
 
 #include "IO/Location.h"
+#include "KRCB/KRClientBaseExport.h"
 #include "ZR/Containers.h"
 #include "ZR/UniString.h"
 
 namespace KRCB {
 
-class CachedProjectInfo {
+class KRCB_EXPORT CachedProjectInfo {
 public:
     virtual ~CachedProjectInfo() = default;
 

@@ -1,22 +1,24 @@
 #pragma once
-// The remembered login data: servers a user has logged in to, their users with
-// refresh tokens, the active server and user. Kept in "LoginData.json" in the
-// base data folder (format in docs/LOGIN_DATA.md), mode 0600 in a 0700 folder,
-// since it holds tokens.
-//
-// A server is found by any of its URLs: the unique URL, the common connections
-// (addresses a client used to reach it) and the client connections. URLs match
-// without regard to case and to trailing slashes. User names match without
-// regard to case as well. Operations that need a server or user that isn't
-// there throw LoginDataStoreException.
-//
-// LoginDataStore is a plain value without a lock; the singletons below lock
-// themselves.
+/// @file
+/// The remembered login data: servers a user has logged in to, their users with
+/// refresh tokens, the active server and user. Kept in "LoginData.json" in the
+/// base data folder (format in docs/LOGIN_DATA.md), mode 0600 in a 0700 folder,
+/// since it holds tokens.
+///
+/// A server is found by any of its URLs: the unique URL, the common connections
+/// (addresses a client used to reach it) and the client connections. URLs match
+/// without regard to case and to trailing slashes. User names match without
+/// regard to case as well. Operations that need a server or user that isn't
+/// there throw LoginDataStoreException.
+///
+/// LoginDataStore is a plain value without a lock; the singletons below lock
+/// themselves.
 
 #include <cstdint>
 #include <mutex>
 
 #include "IO/Location.h"
+#include "KRCB/KRClientBaseExport.h"
 #include "Kerrow/ServerInfo.h"
 #include "ZR/Containers.h"
 #include "ZR/Exceptions.h"
@@ -25,14 +27,14 @@
 
 namespace KRCB::LoginDataStore {
 
-class LoginDataStoreException : public ZR::ZRException {
+class KRCB_EXPORT LoginDataStoreException : public ZR::ZRException {
 public:
     using ZR::ZRException::ZRException;
     ZR::UniString GetName() const override { return "LoginDataStoreException"; }
     ZR::ZRException* Clone() const override { return new LoginDataStoreException(*this); }
 };
 
-// How this process last reached a management server.
+/// How this process last reached a management server.
 namespace PortalServerStatus {
 enum Status : int {
     Unknown = 0,
@@ -44,20 +46,20 @@ enum Status : int {
 };
 }  // namespace PortalServerStatus
 
-// How this process last fared with one user of a server.
+/// How this process last fared with one user of a server.
 namespace UserStatus {
 enum Status : int { Unknown = 0, Accessed = 1, AccessDenied = 2 };
 }  // namespace UserStatus
 
-// Both methods see the latest data on disc; the method tells readers from
-// writers for callers that care.
+/// Both methods see the latest data on disc; the method tells readers from
+/// writers for callers that care.
 enum OpenMethod : int { OpenForReading = 0, OpenForWriting = 1 };
 
-// Drops trailing slashes; the form in which URLs are compared.
-ZR::UniString NormalizeServerUrl(const ZR::UniString& url);
-bool IsSameServerUrl(const ZR::UniString& a, const ZR::UniString& b);
+/// Drops trailing slashes; the form in which URLs are compared.
+KRCB_EXPORT ZR::UniString NormalizeServerUrl(const ZR::UniString& url);
+KRCB_EXPORT bool IsSameServerUrl(const ZR::UniString& a, const ZR::UniString& b);
 
-class User {
+class KRCB_EXPORT User {
 public:
     User() = default;
     User(const ZR::UniString& userName, const ZR::UniString& refreshToken,
@@ -81,7 +83,7 @@ private:
     ZR::UniString mFullName;
 };
 
-class Server {
+class KRCB_EXPORT Server {
 public:
     Server() = default;
     Server(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName, int majorVersion = 0,
@@ -97,15 +99,15 @@ public:
     const ZR::PagedArray<ZR::UniString>& GetClientConnections() const { return mClientConnections; }
     int GetMajorVersion() const { return mMajorVersion; }
     int GetMinorVersion() const { return mMinorVersion; }
-    // Users in the order they were added.
+    /// Users in the order they were added.
     const ZR::PagedArray<User>& GetUsers() const { return mUsers; }
 
     bool HasActiveUser() const { return !mActiveUser.IsEmpty(); }
-    // Empty if there is none.
+    /// Empty if there is none.
     const ZR::UniString& GetActiveUserName() const { return mActiveUser; }
-    const User& GetActiveUser() const;  // throws without one
+    const User& GetActiveUser() const;  ///< throws without one
 
-    // True if url is any of the server's URLs.
+    /// True if url is any of the server's URLs.
     bool HasUrl(const ZR::UniString& url) const;
     bool ContainsUser(const ZR::UniString& userName) const { return FindUser(userName) != nullptr; }
     const User* FindUser(const ZR::UniString& userName) const;
@@ -116,13 +118,13 @@ public:
         mMajorVersion = major;
         mMinorVersion = minor;
     }
-    // Adds a common connection unless the server already answers to it.
+    /// Adds a common connection unless the server already answers to it.
     bool AddCommonConnection(const ZR::UniString& url);
     bool AddClientConnection(const ZR::UniString& url);
-    // Replaces a user of the same name in place, else appends.
+    /// Replaces a user of the same name in place, else appends.
     void PutUser(const User& user);
     bool RemoveUser(const ZR::UniString& userName);
-    // userName must be a user of this server, or empty for none.
+    /// userName must be a user of this server, or empty for none.
     void SetActiveUserName(const ZR::UniString& userName) { mActiveUser = userName; }
 
     bool operator==(const Server& other) const = default;
@@ -138,14 +140,14 @@ private:
     ZR::UniString mActiveUser;
 };
 
-class LoginDataStore {
+class KRCB_EXPORT LoginDataStore {
 public:
-    // Changes. A missing server or user throws LoginDataStoreException.
+    /// Changes. A missing server or user throws LoginDataStoreException.
     void AddClientConnections(const ZR::UniString& server,
                               const ZR::PagedArray<ZR::UniString>& connections);
-    // Replaces the data of a user of that name.
+    /// Replaces the data of a user of that name.
     void AddUser(const ZR::UniString& server, const User& user);
-    // Also makes the server the active one: a login selects both.
+    /// Also makes the server the active one: a login selects both.
     void SetActiveUser(const ZR::UniString& server, const ZR::UniString& user);
     void SetServerActive(const ZR::UniString& server);
     void SetFullName(const ZR::UniString& server, const ZR::UniString& user,
@@ -153,30 +155,30 @@ public:
     void SetRefreshToken(const ZR::UniString& server, const ZR::UniString& user,
                          const ZR::UniString& token);
     void SetFriendlyName(const ZR::UniString& server, const ZR::UniString& name);
-    // Adds the server of info, or updates the one that answers to its unique
-    // URL or to url: friendly name (if info has one), version, and url and
-    // clientConnection (if not empty) as further URLs. An info without unique
-    // URL takes url as its unique URL. True if the server is new.
+    /// Adds the server of info, or updates the one that answers to its unique
+    /// URL or to url: friendly name (if info has one), version, and url and
+    /// clientConnection (if not empty) as further URLs. An info without unique
+    /// URL takes url as its unique URL. True if the server is new.
     bool StoreServer(const Kerrow::PortalServer::Client::Management::ServerInfo& info,
                      const ZR::UniString& url, const ZR::UniString& clientConnection);
     void DeleteServer(const ZR::UniString& server);
     void DeleteUser(const ZR::UniString& server, const ZR::UniString& user);
 
-    // Questions; these never throw.
+    /// Questions; these never throw.
     bool ContainsServer(const ZR::UniString& server) const { return FindServer(server) != nullptr; }
     bool ContainsUser(const ZR::UniString& server, const ZR::UniString& user) const;
     bool HasActiveServer() const { return mActiveServer != kNone; }
     bool HasActiveUser(const ZR::UniString& server) const;
-    // Both URLs belong to one stored server, or are the same URL.
+    /// Both URLs belong to one stored server, or are the same URL.
     bool IsSameServers(const ZR::UniString& a, const ZR::UniString& b) const;
     std::size_t GetServerCount() const { return mServers.GetSize(); }
     bool IsEmpty() const { return mServers.IsEmpty(); }
 
-    // Look-ups; a missing server, user or active entry throws.
+    /// Look-ups; a missing server, user or active entry throws.
     const Server& GetActiveServer() const;
     const User& GetActiveUser(const ZR::UniString& server) const;
     const Server& GetServer(const ZR::UniString& server) const;
-    // Both replace the content of out; order is insertion order.
+    /// Both replace the content of out; order is insertion order.
     void GetServers(ZR::PagedArray<Server>& out) const;
     void GetUsers(const ZR::UniString& server, ZR::PagedArray<User>& out) const;
     const ZR::UniString& GetFullName(const ZR::UniString& server, const ZR::UniString& user) const;
@@ -185,13 +187,13 @@ public:
     const ZR::UniString& GetFriendlyName(const ZR::UniString& server) const;
 
     const Server* FindServer(const ZR::UniString& url) const;
-    // All servers in order, for serialisation.
+    /// All servers in order, for serialisation.
     const ZR::PagedArray<Server>& Servers() const { return mServers; }
 
     bool operator==(const LoginDataStore& other) const = default;
 
-    // The stored form; see docs/LOGIN_DATA.md. Parse throws
-    // LoginDataStoreException on text it can't take.
+    /// The stored form; see docs/LOGIN_DATA.md. Parse throws
+    /// LoginDataStoreException on text it can't take.
     std::string ToJson() const;
     static LoginDataStore FromJson(const std::string& text);
 
@@ -205,38 +207,38 @@ private:
     std::size_t mActiveServer = kNone;
 };
 
-// The login data of this process, backed by "LoginData.json" in the base data
-// folder. Hands out copies; the file is re-read only when its change stamp
-// (modification times, inode, size) moved since it was last read or written.
-// Saving is last writer wins: a save writes the whole store it is given.
-class LoginDataStoreCache {
+/// The login data of this process, backed by "LoginData.json" in the base data
+/// folder. Hands out copies; the file is re-read only when its change stamp
+/// (modification times, inode, size) moved since it was last read or written.
+/// Saving is last writer wins: a save writes the whole store it is given.
+class KRCB_EXPORT LoginDataStoreCache {
 public:
     static LoginDataStoreCache& GetInstance();
 
-    // A fresh copy of the data; empty while the base client isn't started.
+    /// A fresh copy of the data; empty while the base client isn't started.
     ZR::Ref<LoginDataStore> GetLoginDataStoreCopy(int openMethod);
     ZR::Ref<LoginDataStore> GetLoginDataStore(int openMethod) {
         return GetLoginDataStoreCopy(openMethod);
     }
 
-    // Writes store to the file (atomically, mode 0600, folder 0700) and takes it
-    // as the cached data, with pending friendly names laid over it. False if
-    // the base client isn't started; LoginDataStoreException if the write fails.
+    /// Writes store to the file (atomically, mode 0600, folder 0700) and takes it
+    /// as the cached data, with pending friendly names laid over it. False if
+    /// the base client isn't started; LoginDataStoreException if the write fails.
     bool SaveToFile(const LoginDataStore& store);
-    // Writes the cached data if it holds changes not yet on disc.
+    /// Writes the cached data if it holds changes not yet on disc.
     void CheckSave();
-    // Sets the friendly name of a known server in the cached data. With
-    // persist, the change is written at the next CheckSave and survives a
-    // re-read from disc until then; without, it lives until the next re-read.
+    /// Sets the friendly name of a known server in the cached data. With
+    /// persist, the change is written at the next CheckSave and survives a
+    /// re-read from disc until then; without, it lives until the next re-read.
     void UpdateFriendlyName(const ZR::UniString& url, const ZR::UniString& name, bool persist);
 
-    // Answer whether the name is known (and not empty).
+    /// Answer whether the name is known (and not empty).
     bool GetFriendlyName(const ZR::UniString& url, ZR::UniString& name);
     bool GetFullName(const ZR::UniString& url, const ZR::UniString& user, ZR::UniString& fullName);
 
     IO::Location GetFileLocation() const;
-    // Forgets everything cached, so the next copy reads the current base data
-    // folder afresh. For tests that switch folders.
+    /// Forgets everything cached, so the next copy reads the current base data
+    /// folder afresh. For tests that switch folders.
     void ResetForTesting();
 
     static constexpr const char* kFileName = "LoginData.json";
@@ -245,30 +247,30 @@ private:
     LoginDataStoreCache() = default;
     struct FileStamp {
         bool exists = false;
-        bool known = true;  // false: the stamp couldn't be taken, matches nothing
+        bool known = true;  ///< false: the stamp couldn't be taken, matches nothing
         std::uint64_t change = 0;
         bool operator==(const FileStamp& o) const {
             return known && o.known && exists == o.exists && change == o.change;
         }
     };
-    // All under mMutex.
+    /// All under mMutex.
     bool RefreshLocked();
     void ApplyPendingLocked();
     void WriteLocked(const LoginDataStore& store);
     static FileStamp StampOf(const IO::Location& file);
 
     std::mutex mMutex;
-    IO::Location mFolder;  // the folder the cached data came from
+    IO::Location mFolder;  ///< the folder the cached data came from
     bool mLoaded = false;
     FileStamp mStamp;
     LoginDataStore mData;
-    ZR::HashTable<ZR::UniString, ZR::UniString> mPendingNames;  // by normalised URL
+    ZR::HashTable<ZR::UniString, ZR::UniString> mPendingNames;  ///< by normalised URL
     bool mDirty = false;
 };
 
-// What the login data should say is active in this process, whatever the
-// file says: another process may have logged in elsewhere since.
-class ActiveConnectionData {
+/// What the login data should say is active in this process, whatever the
+/// file says: another process may have logged in elsewhere since.
+class KRCB_EXPORT ActiveConnectionData {
 public:
     ActiveConnectionData(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                          const ZR::UniString& refreshToken)
@@ -283,19 +285,19 @@ private:
     ZR::UniString mRefreshToken;
 };
 
-class ActiveConnection {
+class KRCB_EXPORT ActiveConnection {
 public:
     static ActiveConnection& GetInstance();
 
     void Set(const ZR::UniString& serverUrl, const ZR::UniString& userName);
-    // As Set, and a newer refresh token for that user (empty: keep the stored one).
+    /// As Set, and a newer refresh token for that user (empty: keep the stored one).
     void SetPassword(const ZR::Ref<ActiveConnectionData>& data);
     void Clear();
     bool IsSet() const;
     ZR::Ref<ActiveConnectionData> Get() const;
 
-    // Makes the active server and user of this process active in store, as far
-    // as store knows them; a newer token replaces the stored one.
+    /// Makes the active server and user of this process active in store, as far
+    /// as store knows them; a newer token replaces the stored one.
     void GetActiveConnection(LoginDataStore& store) const;
 
 private:
@@ -304,15 +306,15 @@ private:
     ZR::Ref<ActiveConnectionData> mData;
 };
 
-// Per process, never stored: how each server URL and each of its users fared
-// at the last attempt. Keys are the URL texts exactly as given.
-class ConnectionStatusStore {
+/// Per process, never stored: how each server URL and each of its users fared
+/// at the last attempt. Keys are the URL texts exactly as given.
+class KRCB_EXPORT ConnectionStatusStore {
 public:
     static ConnectionStatusStore& GetInstance();
 
     bool ContainsPortalServerStatus(const ZR::UniString& url) const;
     void SetPortalServerStatus(const ZR::UniString& url, PortalServerStatus::Status status);
-    // Unknown if none is set.
+    /// Unknown if none is set.
     PortalServerStatus::Status GetPortalServerStatus(const ZR::UniString& url) const;
     void ClearPortalServerStatus(const ZR::UniString& url);
 

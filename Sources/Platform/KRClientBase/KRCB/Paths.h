@@ -1,45 +1,49 @@
 #pragma once
-// Project locations and server URLs.
+/// @file
+/// Project locations and server URLs.
 
 #include "IO/Location.h"
+#include "KRCB/KRClientBaseExport.h"
 #include "ZR/Containers.h"
 #include "ZR/UniString.h"
 
 namespace KRCB {
 
-// A project location of a server, user and refresh token, with no project path yet.
-void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
-                          const ZR::UniString& userName, const ZR::UniString& refreshToken);
-void SetProjectPath(IO::Location& location, const ZR::UniString& projectPath);
-// Empty for a location that is not a project location.
-ZR::UniString GetPortalServerUrl(const IO::Location& location);
-ZR::UniString GetProjectPath(const IO::Location& location);
+/// A project location of a server, user and refresh token, with no project path yet.
+KRCB_EXPORT void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
+                                      const ZR::UniString& userName,
+                                      const ZR::UniString& refreshToken);
+KRCB_EXPORT void SetProjectPath(IO::Location& location, const ZR::UniString& projectPath);
+/// Empty for a location that is not a project location.
+KRCB_EXPORT ZR::UniString GetPortalServerUrl(const IO::Location& location);
+KRCB_EXPORT ZR::UniString GetProjectPath(const IO::Location& location);
 
-// Compares two management server URLs.
-//  strict: the same URL: scheme, host and port equal (host without regard to
-//          case, a default port counting as absent), and the same path
-//          without regard to case and to a trailing "/".
-//  loose:  the same host without regard to case, whatever the scheme, port
-//          and path ("http://Srv:8080/a" and "https://srv" match loosely).
-// A text without a scheme is taken as a host name.
-bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool strict);
+/// Compares two management server URLs.
+///  strict: the same URL: scheme, host and port equal (host without regard to
+///          case, a default port counting as absent), and the same path
+///          without regard to case and to a trailing "/".
+///  loose:  the same host without regard to case, whatever the scheme, port
+///          and path ("http://Srv:8080/a" and "https://srv" match loosely).
+/// A text without a scheme is taken as a host name.
+KRCB_EXPORT bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool strict);
 
-// Makes a text usable as one file name: "%", "/", "\", ":", "*", "?", '"',
-// "<", ">", "|" and control characters become "%XX"; so do a leading or
-// trailing blank or dot. An empty name becomes "%00". Answers true if the
-// name was changed. extraCharacters, if given, are escaped too.
-bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded,
-                    const ZR::UniString* extraCharacters);
-// The reverse; false on a malformed escape.
-bool FileNameDecode(const ZR::UniString& encoded, ZR::UniString& name);
+/// Makes a text usable as one file name: "%", "/", "\", ":", "*", "?", '"',
+/// "<", ">", "|" and control characters become "%XX"; so do a leading or
+/// trailing blank or dot. An empty name becomes "%00". Answers true if the
+/// name was changed. extraCharacters, if given, are escaped too.
+KRCB_EXPORT bool FileNameEncode(const ZR::UniString& name, ZR::UniString& encoded,
+                                const ZR::UniString* extraCharacters);
+/// The reverse; false on a malformed escape.
+KRCB_EXPORT bool FileNameDecode(const ZR::UniString& encoded, ZR::UniString& name);
 
-// A project path's elements: "/a/b/c" gives "a", "b", "c".
-void GetProjectPathElements(const ZR::UniString& path, ZR::Array<ZR::UniString>& elements);
-ZR::UniString GetParentFolderPath(const ZR::UniString& path);
+/// A project path's elements: "/a/b/c" gives "a", "b", "c".
+KRCB_EXPORT void GetProjectPathElements(const ZR::UniString& path,
+                                        ZR::Array<ZR::UniString>& elements);
+KRCB_EXPORT ZR::UniString GetParentFolderPath(const ZR::UniString& path);
 
 namespace Management {
-// The last element of a project path.
-ZR::UniString GetProjectName(const ZR::UniString& projectPath);
+/// The last element of a project path.
+KRCB_EXPORT ZR::UniString GetProjectName(const ZR::UniString& projectPath);
 }  // namespace Management
 
 }  // namespace KRCB

@@ -1,11 +1,13 @@
 #pragma once
-// What a management server tells about itself when a client logs in.
+/// @file
+/// What a management server tells about itself when a client logs in.
 
+#include "KRCB/KRClientBaseExport.h"
 #include "ZR/UniString.h"
 
 namespace Kerrow::PortalServer::Client::Management {
 
-class ServerInfo {
+class KRCB_EXPORT ServerInfo {
 public:
     ServerInfo() = default;
     ServerInfo(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName,
@@ -16,10 +18,10 @@ public:
           minorVersion(minorVersion) {}
     virtual ~ServerInfo() = default;
 
-    // The one URL under which the server knows itself, whatever address a
-    // client used to reach it. May be empty for servers that don't say.
+    /// The one URL under which the server knows itself, whatever address a
+    /// client used to reach it. May be empty for servers that don't say.
     ZR::UniString uniqueURL;
-    // The name shown to people; may be empty.
+    /// The name shown to people; may be empty.
     ZR::UniString friendlyName;
     int majorVersion = 0;
     int minorVersion = 0;

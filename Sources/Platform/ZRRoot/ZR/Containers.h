@@ -1,6 +1,7 @@
 #pragma once
-// Containers of the foundation. HashTable and HashSet enumerate in insertion
-// order; removal keeps the order of the rest; look-ups are O(1).
+/// @file
+/// Containers of the foundation. HashTable and HashSet enumerate in insertion
+/// order; removal keeps the order of the rest; look-ups are O(1).
 
 #include <cstddef>
 #include <functional>
@@ -37,7 +38,7 @@ public:
     void Insert(std::size_t at, const T& item) {
         mItems.insert(mItems.begin() + static_cast<std::ptrdiff_t>(at), item);
     }
-    // Removes one element; the others keep their order.
+    /// Removes one element; the others keep their order.
     void Remove(std::size_t at) { mItems.erase(mItems.begin() + static_cast<std::ptrdiff_t>(at)); }
     void Clear() { mItems.clear(); }
     void EnsureCapacity(std::size_t n) { mItems.reserve(n); }
@@ -55,7 +56,7 @@ private:
     std::vector<T> mItems;
 };
 
-// The paged form differs only in allocation strategy, which callers never see.
+/// The paged form differs only in allocation strategy, which callers never see.
 template <typename T, int PageBits = 8>
 class PagedArray : public Array<T> {
 public:
@@ -83,7 +84,7 @@ public:
     HashTable(HashTable&&) noexcept = default;
     HashTable& operator=(HashTable&&) noexcept = default;
 
-    // Keeps an existing key and answers false.
+    /// Keeps an existing key and answers false.
     bool Add(const K& key, const V& value) {
         if (mIndex.count(key)) return false;
         mEntries.emplace_back(key, value);

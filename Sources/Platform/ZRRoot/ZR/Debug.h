@@ -1,13 +1,16 @@
 #pragma once
-// The foundation's debug output: standard error unless redirected.
+/// @file
+/// The foundation's debug output: standard error unless redirected.
 
 #include <cstdio>
 #include <string>
 
+#include "ZR/ZRRootExport.h"
+
 namespace ZR {
-// Redirects debug output to a function (tests); null restores standard error.
+/// Redirects debug output to a function (tests); null restores standard error.
 using DebugOutput = void (*)(const std::string& text);
-void SetDebugOutput(DebugOutput output);
+ZRROOT_EXPORT void SetDebugOutput(DebugOutput output);
 }  // namespace ZR
 
-void DBPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+ZRROOT_EXPORT void DBPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));

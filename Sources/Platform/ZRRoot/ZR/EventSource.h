@@ -1,18 +1,21 @@
 #pragma once
-// Observers. A source calls its observers on the sender's thread, the last
-// attached first. An observer attached during a walk is not called by it; an
-// observer may detach itself or others from inside its call. A destroyed
-// observer is never touched: it detaches itself from every source it knows.
+/// @file
+/// Observers. A source calls its observers on the sender's thread, the last
+/// attached first. An observer attached during a walk is not called by it; an
+/// observer may detach itself or others from inside its call. A destroyed
+/// observer is never touched: it detaches itself from every source it knows.
 
 #include <cstdint>
 #include <mutex>
 #include <vector>
 
+#include "ZR/ZRRootExport.h"
+
 namespace ZR {
 
 class EventSource;
 
-class EventObserver {
+class ZRROOT_EXPORT EventObserver {
 public:
     EventObserver() = default;
     EventObserver(const EventObserver&) : EventObserver() {}
@@ -25,7 +28,7 @@ private:
     std::vector<EventSource*> mSources;
 };
 
-class EventSource {
+class ZRROOT_EXPORT EventSource {
 public:
     EventSource() = default;
     EventSource(const EventSource&) : EventSource() {}
@@ -38,14 +41,14 @@ public:
     std::size_t GetObserverCount() const { return mObservers.size(); }
 
 protected:
-    // Walks the observers as described above and calls f on each.
+    /// Walks the observers as described above and calls f on each.
     template <typename F>
     void ForEachObserver(F&& f) const {
         std::uint64_t lastSeq = mNextSeq;
         std::size_t index = mObservers.size();
         while (true) {
             if (index > mObservers.size()) index = mObservers.size();
-            // Pass over entries not older than the last one visited (or new since the walk began).
+            /// Pass over entries not older than the last one visited (or new since the walk began).
             while (index > 0 && mObservers[index - 1].seq >= lastSeq) --index;
             if (index == 0) break;
             --index;
@@ -69,12 +72,12 @@ private:
 
 namespace TS {
 
-// The same walk, safe to attach, detach and send from several threads. The
-// walk holds a recursive lock, so an observer may attach or detach from its
-// call, and a detach from another thread waits for the walk to end.
+/// The same walk, safe to attach, detach and send from several threads. The
+/// walk holds a recursive lock, so an observer may attach or detach from its
+/// call, and a detach from another thread waits for the walk to end.
 class EventSource;
 
-class EventObserver {
+class ZRROOT_EXPORT EventObserver {
 public:
     EventObserver() = default;
     EventObserver(const EventObserver&) = delete;
@@ -88,7 +91,7 @@ private:
     std::vector<EventSource*> mSources;
 };
 
-class EventSource {
+class ZRROOT_EXPORT EventSource {
 public:
     EventSource() = default;
     EventSource(const EventSource&) = delete;
@@ -113,7 +116,7 @@ protected:
             if (!next) break;
             lastSeq = next->seq;
             EventObserver* observer = next->observer;
-            // Recursive: the observer may attach or detach from its call.
+            /// Recursive: the observer may attach or detach from its call.
             f(observer);
         }
     }

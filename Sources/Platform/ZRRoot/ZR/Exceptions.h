@@ -1,17 +1,19 @@
 #pragma once
-// The exception family. Every exception carries message, throw position, an
-// owned clone of its cause and an error code.
+/// @file
+/// The exception family. Every exception carries message, throw position, an
+/// owned clone of its cause and an error code.
 
 #include <memory>
 
 #include "ZR/UniString.h"
+#include "ZR/ZRRootExport.h"
 
 namespace ZR {
 
 inline constexpr int kGeneralErrorCode = -7003;
 inline constexpr int kIllegalArgumentCode = -50;
 
-class ZRException {
+class ZRROOT_EXPORT ZRException {
 public:
     ZRException() = default;
     ZRException(const UniString& message, const char* file, unsigned int line,
@@ -50,7 +52,7 @@ private:
 };
 
 #define ZR_DECLARE_EXCEPTION(Name, Base, DefaultCode)                       \
-    class Name : public virtual Base {                                      \
+    class ZRROOT_EXPORT Name : public virtual Base {                        \
     public:                                                                 \
         Name() : ZRException(UniString(), nullptr, 0, DefaultCode) {}       \
         Name(const UniString& message, const char* file, unsigned int line, \

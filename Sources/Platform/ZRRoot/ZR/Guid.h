@@ -4,15 +4,16 @@
 #include <cstdint>
 
 #include "ZR/UniString.h"
+#include "ZR/ZRRootExport.h"
 
 namespace ZR {
 
-class Guid {
+class ZRROOT_EXPORT Guid {
 public:
     Guid() { mBytes.fill(0); }
-    // A random (version 4) GUID; throws GeneralException if no random bytes can be had.
+    /// A random (version 4) GUID; throws GeneralException if no random bytes can be had.
     static Guid Generate();
-    // Parses "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx"; false on malformed text.
+    /// Parses "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx"; false on malformed text.
     static bool Parse(const UniString& text, Guid* out);
 
     UniString ToString() const;

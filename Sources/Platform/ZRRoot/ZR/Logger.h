@@ -1,7 +1,8 @@
 #pragma once
-// Log lines are declared once from a fixed format in which each '%' stands for
-// one argument. A record is composed by a LogComposer and ends when the composer
-// goes out of scope. With no sink installed the logger is silent.
+/// @file
+/// Log lines are declared once from a fixed format in which each '%' stands for
+/// one argument. A record is composed by a LogComposer and ends when the composer
+/// goes out of scope. With no sink installed the logger is silent.
 
 #include <cstdio>
 #include <memory>
@@ -10,12 +11,13 @@
 #include <vector>
 
 #include "ZR/UniString.h"
+#include "ZR/ZRRootExport.h"
 
 namespace ZR {
 
 enum class LogLevel { Info, Warning, Error };
 
-class LogLine {
+class ZRROOT_EXPORT LogLine {
 public:
     LogLine(LogLevel level, const char* format, const char* component = nullptr,
             const void* reserved = nullptr);
@@ -29,42 +31,42 @@ private:
     const char* mComponent;
 };
 
-class InfoLogLine : public LogLine {
+class ZRROOT_EXPORT InfoLogLine : public LogLine {
 public:
     InfoLogLine(const char* format, const char* component = nullptr, const void* reserved = nullptr)
         : LogLine(LogLevel::Info, format, component, reserved) {}
 };
-class WarningLogLine : public LogLine {
+class ZRROOT_EXPORT WarningLogLine : public LogLine {
 public:
     WarningLogLine(const char* format, const char* component = nullptr,
                    const void* reserved = nullptr)
         : LogLine(LogLevel::Warning, format, component, reserved) {}
 };
-class ErrorLogLine : public LogLine {
+class ZRROOT_EXPORT ErrorLogLine : public LogLine {
 public:
     ErrorLogLine(const char* format, const char* component = nullptr,
                  const void* reserved = nullptr)
         : LogLine(LogLevel::Error, format, component, reserved) {}
 };
 
-struct LogRecord {
+struct ZRROOT_EXPORT LogRecord {
     LogLevel level;
-    std::string component;  // empty if the line has none
-    std::string text;       // the format with its arguments put in
+    std::string component;  ///< empty if the line has none
+    std::string text;       ///< the format with its arguments put in
 };
 
-class LogSink {
+class ZRROOT_EXPORT LogSink {
 public:
     virtual ~LogSink() = default;
     virtual void Write(const LogRecord& record) = 0;
 };
 
-// Keeps every record in memory; for tests.
-class CaptureLogSink : public LogSink {
+/// Keeps every record in memory; for tests.
+class ZRROOT_EXPORT CaptureLogSink : public LogSink {
 public:
     void Write(const LogRecord& record) override;
     std::vector<LogRecord> GetRecords() const;
-    std::string GetText() const;  // all texts, one line each
+    std::string GetText() const;  ///< all texts, one line each
     void Clear();
 
 private:
@@ -72,8 +74,8 @@ private:
     std::vector<LogRecord> mRecords;
 };
 
-// Appends one line per record to a file: "LEVEL [component] text".
-class FileLogSink : public LogSink {
+/// Appends one line per record to a file: "LEVEL [component] text".
+class ZRROOT_EXPORT FileLogSink : public LogSink {
 public:
     explicit FileLogSink(const std::string& path);
     ~FileLogSink() override;
@@ -85,7 +87,7 @@ private:
     std::FILE* mFile = nullptr;
 };
 
-class FastLogger {
+class ZRROOT_EXPORT FastLogger {
 public:
     class LogComposer {
     public:
@@ -118,10 +120,10 @@ private:
     std::vector<LogSink*> mSinks;
 };
 
-extern FastLogger logger;
+extern ZRROOT_EXPORT FastLogger logger;
 
-// Installs a sink for the life of the object.
-class ScopedLogSink {
+/// Installs a sink for the life of the object.
+class ZRROOT_EXPORT ScopedLogSink {
 public:
     explicit ScopedLogSink(LogSink& sink) : mSink(sink) { logger.AddSink(&mSink); }
     ~ScopedLogSink() { logger.RemoveSink(&mSink); }

@@ -1,5 +1,6 @@
 #pragma once
-// MD5 fingerprints; the text form is lower-case hex.
+/// @file
+/// MD5 fingerprints; the text form is lower-case hex.
 
 #include <array>
 #include <cstddef>
@@ -7,10 +8,11 @@
 #include <memory>
 
 #include "ZR/UniString.h"
+#include "ZR/ZRRootExport.h"
 
 namespace MD5 {
 
-class FingerPrint {
+class ZRROOT_EXPORT FingerPrint {
 public:
     FingerPrint() { mBytes.fill(0); }
     explicit FingerPrint(const std::array<std::uint8_t, 16>& bytes) : mBytes(bytes) {}
@@ -22,7 +24,7 @@ private:
     std::array<std::uint8_t, 16> mBytes;
 };
 
-class Generator {
+class ZRROOT_EXPORT Generator {
 public:
     Generator();
     ~Generator();
@@ -37,7 +39,7 @@ private:
     std::unique_ptr<Impl> mImpl;
 };
 
-// Fingerprint of the bytes of a text (its UTF-8 form, no closing zero).
-FingerPrint Of(const ZR::UniString& text);
+/// Fingerprint of the bytes of a text (its UTF-8 form, no closing zero).
+ZRROOT_EXPORT FingerPrint Of(const ZR::UniString& text);
 
 }  // namespace MD5

@@ -1,17 +1,19 @@
 #pragma once
-// Shared ownership. A thin wrapper over shared_ptr whose dereference of an
-// empty reference throws instead of crashing.
+/// @file
+/// Shared ownership. A thin wrapper over shared_ptr whose dereference of an
+/// empty reference throws instead of crashing.
 
 #include <memory>
 
 #include "ZR/Exceptions.h"
+#include "ZR/ZRRootExport.h"
 
 namespace ZR {
 
 struct AtomicCounter {};
 struct Counter {};
 
-[[noreturn]] void ThrowNullReference(const char* file, unsigned int line);
+[[noreturn]] ZRROOT_EXPORT void ThrowNullReference(const char* file, unsigned int line);
 
 template <typename T, typename C = AtomicCounter>
 class Ref {

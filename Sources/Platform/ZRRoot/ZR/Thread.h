@@ -1,17 +1,20 @@
 #pragma once
-// Threads and locks. A sleep may be interruptible: another thread interrupts
-// it through the sleeper's ThreadHandle, and the sleep then throws
-// InterruptedException.
+/// @file
+/// Threads and locks. A sleep may be interruptible: another thread interrupts
+/// it through the sleeper's ThreadHandle, and the sleep then throws
+/// InterruptedException.
 
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 
+#include "ZR/ZRRootExport.h"
+
 namespace ZR {
 
-class ThreadHandle {
+class ZRROOT_EXPORT ThreadHandle {
 public:
-    // Wakes an interruptible sleep of that thread, now or at its next one.
+    /// Wakes an interruptible sleep of that thread, now or at its next one.
     void Interrupt();
     bool IsInterrupted() const;
     void ClearInterrupt();
@@ -27,15 +30,15 @@ private:
     std::shared_ptr<State> mState;
 };
 
-class Thread {
+class ZRROOT_EXPORT Thread {
 public:
-    // Sleeps ms milliseconds. If interruptible and the thread is (or gets)
-    // interrupted, clears the mark and throws InterruptedException.
+    /// Sleeps ms milliseconds. If interruptible and the thread is (or gets)
+    /// interrupted, clears the mark and throws InterruptedException.
     static void Sleep(int ms, bool interruptible = false);
     static ThreadHandle GetCurrent();
 };
 
-class Lock {
+class ZRROOT_EXPORT Lock {
 public:
     void Acquire() { mMutex.lock(); }
     void Release() { mMutex.unlock(); }
@@ -46,7 +49,7 @@ private:
     std::mutex mMutex;
 };
 
-class ReentrantLock {
+class ZRROOT_EXPORT ReentrantLock {
 public:
     void Acquire() { mMutex.lock(); }
     void Release() { mMutex.unlock(); }
@@ -69,7 +72,7 @@ private:
     L& mLock;
 };
 
-// The process-wide lock under which singletons are made.
-Lock& SingletonLock();
+/// The process-wide lock under which singletons are made.
+ZRROOT_EXPORT Lock& SingletonLock();
 
 }  // namespace ZR

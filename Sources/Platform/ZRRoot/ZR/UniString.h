@@ -1,6 +1,7 @@
 #pragma once
-// Text types of the foundation. UniString holds UTF-8; comparisons that ignore
-// case use Unicode full case folding, with an ASCII fast path.
+/// @file
+/// Text types of the foundation. UniString holds UTF-8; comparisons that ignore
+/// case use Unicode full case folding, with an ASCII fast path.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,13 +10,15 @@
 #include <string>
 #include <string_view>
 
+#include "ZR/ZRRootExport.h"
+
 namespace ZR {
 
 enum class CaseComparison : int { Sensitive = 0, Insensitive = 1 };
 inline constexpr CaseComparison kIgnoreCase = CaseComparison::Insensitive;
 
-// 8-bit text, no encoding implied.
-class String {
+/// 8-bit text, no encoding implied.
+class ZRROOT_EXPORT String {
 public:
     String() = default;
     String(const char* text) : mText(text ? text : "") {}
@@ -32,7 +35,7 @@ private:
     std::string mText;
 };
 
-class UniString {
+class ZRROOT_EXPORT UniString {
 public:
     static constexpr std::size_t npos = std::numeric_limits<std::size_t>::max();
 
@@ -42,21 +45,21 @@ public:
     UniString(std::string_view utf8) : mText(utf8) {}
     UniString(const String& text) : mText(text.Std()) {}
 
-    // Exact, byte-wise equality.
+    /// Exact, byte-wise equality.
     bool operator==(const UniString& other) const { return mText == other.mText; }
     bool operator==(const char* other) const { return mText == (other ? other : ""); }
     bool operator<(const UniString& other) const { return mText < other.mText; }
 
     bool IsEqual(const UniString& other, CaseComparison cc = CaseComparison::Sensitive) const;
-    // 0 less, 1 equal, 2 greater.
+    /// 0 less, 1 equal, 2 greater.
     int Compare(const UniString& other, CaseComparison cc = CaseComparison::Sensitive) const;
-    // Byte offset of the first occurrence, or npos.
+    /// Byte offset of the first occurrence, or npos.
     std::size_t FindFirst(const UniString& what, std::size_t from = 0) const;
     bool BeginsWith(const UniString& prefix, CaseComparison cc = CaseComparison::Sensitive) const;
 
     UniString ToLowerCase() const;
     UniString ToUpperCase() const;
-    // Full case fold; the key for hashing case-insensitively.
+    /// Full case fold; the key for hashing case-insensitively.
     UniString FoldCase() const;
 
     bool IsEmpty() const { return mText.empty(); }
@@ -81,7 +84,7 @@ public:
         return a;
     }
 
-    // Text in the default character code (UTF-8).
+    /// Text in the default character code (UTF-8).
     const char* ToCString() const { return mText.c_str(); }
     const std::string& Std() const { return mText; }
     String ToString() const { return String(mText); }
