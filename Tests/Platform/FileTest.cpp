@@ -232,12 +232,13 @@ TEST(FileSystem, WriteFileAtomically) {
     EXPECT_EQ(krtest::ReadFile(path), "first");
     EXPECT_EQ(krtest::ModeOf(path), 0600u);
 
-    chmod(path.c_str(), 0640);
+    // A replacement is a new file: it does not inherit a looser mode.
+    chmod(path.c_str(), 0644);
     ASSERT_EQ(IO::fileSystem.WriteFileAtomically(At(path), std::string("second\0x", 8)), IO::kOk);
     std::string data;
     ASSERT_EQ(IO::fileSystem.ReadWholeFile(At(path), &data), IO::kOk);
     EXPECT_EQ(data, std::string("second\0x", 8));
-    EXPECT_EQ(krtest::ModeOf(path), 0640u);
+    EXPECT_EQ(krtest::ModeOf(path), 0600u);
 
     EXPECT_EQ(IO::fileSystem.ReadWholeFile(At(tmp.Sub("none")), &data), IO::kErrNotFound);
     EXPECT_EQ(IO::fileSystem.ReadWholeFile(tmp.Location(), &data), IO::kErrIsAFolder);

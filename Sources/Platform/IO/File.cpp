@@ -1,9 +1,5 @@
 #include "IO/File.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 
 #include "IO/Internal/Posix.h"
@@ -13,10 +9,10 @@ namespace IO {
 namespace {
 
 int StatFile(const File& file, int fd, struct stat* st) {
-    if (fd >= 0) return fstat(fd, st) == 0 ? kOk : StatusFromErrno(errno);
+    if (fd >= 0) return Sys::Fstat(fd, st) == 0 ? kOk : StatusFromErrno(errno);
     std::string path;
     if (!Posix::LocalPath(file.GetLocation(), &path)) return kErrBadLocation;
-    return stat(path.c_str(), st) == 0 ? kOk : StatusFromErrno(errno);
+    return Sys::Stat(path.c_str(), st) == 0 ? kOk : StatusFromErrno(errno);
 }
 
 }  // namespace
@@ -25,13 +21,9 @@ File::File(const Location& location, int onNotFound) : mLocation(location) {
     std::string path;
     mStatus = Posix::Probe(mLocation, false, &path);
     if (mStatus != kErrNotFound || onNotFound != kNotFoundCreate) return;
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0) {
-        mStatus = StatusFromErrno(errno);
-        return;
-    }
-    Posix::CloseFd(fd);
-    mStatus = kOk;
+    int fd = -1;
+    mStatus = Posix::OpenOrCreate(path, O_WRONLY, kNewFileMode, &fd);
+    if (mStatus == kOk) Posix::CloseFd(fd);
 }
 
 File::~File() {
@@ -76,24 +68,23 @@ int File::Open(int openMode, int /*accessDenied*/) {
     if (IsOpen()) return kErrInUse;
     std::string path;
     if (!Posix::LocalPath(mLocation, &path)) return kErrBadLocation;
-    int flags;
+    int fd = -1;
     switch (openMode) {
         case kOpenRead:
-            flags = O_RDONLY;
-            break;
         case kOpenHold:
-            flags = O_RDWR;
+            fd = Sys::Open(path.c_str(), (openMode == kOpenRead ? O_RDONLY : O_RDWR) | O_CLOEXEC);
+            if (fd < 0) return StatusFromErrno(errno);
             break;
         case kOpenWrite:
-            flags = O_WRONLY | O_CREAT | O_TRUNC;
+            if (int status = Posix::OpenOrCreate(path, O_WRONLY | O_TRUNC, kNewFileMode, &fd);
+                status != kOk)
+                return status;
             break;
         default:
             return kErrBadLocation;
     }
-    int fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
-    if (fd < 0) return StatusFromErrno(errno);
     struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+    if (Sys::Fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
         Posix::CloseFd(fd);
         return kErrIsAFolder;
     }
@@ -114,7 +105,7 @@ int File::Open(int openMode, int /*accessDenied*/) {
 int File::Close() {
     if (!IsOpen()) return kErrNotOpen;
     // Closing the only descriptor of the description releases its lock.
-    int status = close(mFd) == 0 || errno == EINTR ? kOk : StatusFromErrno(errno);
+    int status = Sys::Close(mFd) == 0 || errno == EINTR ? kOk : StatusFromErrno(errno);
     mFd = -1;
     return status;
 }
@@ -124,11 +115,8 @@ int File::Read(void* buffer, std::size_t length, std::size_t* got) {
     if (!IsOpen()) return kErrNotOpen;
     char* p = static_cast<char*>(buffer);
     while (*got < length) {
-        ssize_t n = read(mFd, p + *got, length - *got);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return StatusFromErrno(errno);
-        }
+        ssize_t n = Sys::Read(mFd, p + *got, length - *got);
+        if (n < 0) return StatusFromErrno(errno);
         if (n == 0) break;
         *got += static_cast<std::size_t>(n);
     }
@@ -137,7 +125,7 @@ int File::Read(void* buffer, std::size_t length, std::size_t* got) {
 
 int File::Write(const void* data, std::size_t length) {
     if (!IsOpen()) return kErrNotOpen;
-    return Posix::WriteAll(mFd, data, length);
+    return Sys::WriteAll(mFd, data, length) == 0 ? kOk : StatusFromErrno(errno);
 }
 
 }  // namespace IO

@@ -1,15 +1,15 @@
-#include <sys/stat.h>
-
 #include <cerrno>
 
 #include "IO/File.h"
+#include "IO/Internal/Env.h"
 
 namespace IO {
 
 int File::GetChangeStamp(std::uint64_t* stamp) const {
     *stamp = 0;
     struct stat st {};
-    if (::stat(mLocation.ToPath().ToCString(), &st) != 0) return StatusFromErrno(errno);
+    if (!mLocation.IsLocal()) return kErrBadLocation;
+    if (Sys::Stat(mLocation.ToPath().ToCString(), &st) != 0) return StatusFromErrno(errno);
     // FNV-1a over the fields that a replacement or a write changes.
     const std::uint64_t parts[] = {static_cast<std::uint64_t>(st.st_mtim.tv_sec),
                                    static_cast<std::uint64_t>(st.st_mtim.tv_nsec),

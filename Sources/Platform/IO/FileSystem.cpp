@@ -1,11 +1,4 @@
-#include <dirent.h>
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -20,7 +13,7 @@ namespace {
 
 int AddSizes(const std::string& path, std::uint64_t* bytes) {
     struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return StatusFromErrno(errno);
+    if (Sys::Lstat(path.c_str(), &st) != 0) return StatusFromErrno(errno);
     if (S_ISREG(st.st_mode)) *bytes += static_cast<std::uint64_t>(st.st_size);
     if (!S_ISDIR(st.st_mode)) return kOk;
     std::vector<std::string> names;
@@ -35,27 +28,13 @@ int AddSizes(const std::string& path, std::uint64_t* bytes) {
 }
 
 std::string EnvironmentPath(const char* variable) {
-    const char* value = std::getenv(variable);
+    const char* value = Sys::GetVariable(variable);
     return value && value[0] == '/' ? std::string(value) : std::string();
 }
 
 std::string HomePath() {
     std::string home = EnvironmentPath("HOME");
-    if (!home.empty()) return home;
-    std::vector<char> buffer(16384);
-    struct passwd entry, *found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found &&
-        found->pw_dir)
-        return found->pw_dir;
-    return std::string();
-}
-
-// Makes a rename in the folder durable.
-void SyncFolder(const std::string& folder) {
-    int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return;
-    fsync(fd);
-    Posix::CloseFd(fd);
+    return home.empty() ? Sys::GetUserHome() : home;
 }
 
 }  // namespace
@@ -65,7 +44,7 @@ int FileSystem::Contains(const Location& location, bool* contains) const {
     std::string path;
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
     struct stat st;
-    if (lstat(path.c_str(), &st) == 0) {
+    if (Sys::Lstat(path.c_str(), &st) == 0) {
         *contains = true;
         return kOk;
     }
@@ -85,10 +64,10 @@ int FileSystem::CreateFolderTree(const Location& location, unsigned int mode) co
     // Each prefix ending before a '/', then the whole path; the root always exists.
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         std::string prefix = end == std::string::npos ? path : path.substr(0, end);
-        if (mkdir(prefix.c_str(), static_cast<mode_t>(mode)) != 0) {
+        if (Posix::MakeFolder(prefix, static_cast<mode_t>(mode)) != 0) {
             if (errno != EEXIST) return StatusFromErrno(errno);
             struct stat st;
-            if (stat(prefix.c_str(), &st) != 0) return StatusFromErrno(errno);
+            if (Sys::Stat(prefix.c_str(), &st) != 0) return StatusFromErrno(errno);
             if (!S_ISDIR(st.st_mode)) return kErrNotAFolder;
         }
         if (end == std::string::npos) return kOk;
@@ -100,6 +79,12 @@ int FileSystem::Delete(const Location& location, int /*dataSafety*/, int /*acces
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
     if (path == "/") return kErrAccessDenied;
     return Posix::DeleteEntry(path);
+}
+
+int FileSystem::DeleteFile(const Location& location) const {
+    std::string path;
+    if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
+    return Posix::DeleteFileEntry(path);
 }
 
 int FileSystem::GetSpecialLocation(int which, Location* location) const {
@@ -127,51 +112,16 @@ int FileSystem::GetSpecialLocation(int which, Location* location) const {
     return kOk;
 }
 
-int FileSystem::WriteFileAtomically(const Location& location, const std::string& data,
-                                    unsigned int mode) const {
-    std::string path;
-    Name name;
-    if (!Posix::LocalPath(location, &path) || !location.GetLastLocalName(&name))
-        return kErrBadLocation;
-    Location parent = location.GetParent();
-    std::string folder = parent.IsEmpty() ? std::string(".") : parent.ToPath().Std();
-
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0) {
-        if (S_ISDIR(st.st_mode)) return kErrIsAFolder;
-        mode = st.st_mode & 07777;
-    } else if (errno != ENOENT) {
-        return StatusFromErrno(errno);
-    }
-
-    // Hidden, and short enough that the suffix never overflows a name.
-    std::string temp = folder + "/." + name.ToString().Std().substr(0, 200) + ".tmp-XXXXXX";
-    int fd = mkostemp(temp.data(), O_CLOEXEC);
-    if (fd < 0) return StatusFromErrno(errno);
-    int status = Posix::WriteAll(fd, data.data(), data.size());
-    if (status == kOk && fsync(fd) != 0) status = StatusFromErrno(errno);
-    if (status == kOk && fchmod(fd, static_cast<mode_t>(mode)) != 0)
-        status = StatusFromErrno(errno);
-    if (close(fd) != 0 && status == kOk && errno != EINTR) status = StatusFromErrno(errno);
-    if (status == kOk && rename(temp.c_str(), path.c_str()) != 0) status = StatusFromErrno(errno);
-    if (status != kOk) {
-        unlink(temp.c_str());
-        return status;
-    }
-    SyncFolder(folder);
-    return kOk;
-}
-
 int FileSystem::ReadWholeFile(const Location& location, std::string* data) const {
     data->clear();
     std::string path;
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = Sys::Open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return StatusFromErrno(errno);
     struct stat st;
-    int status = fstat(fd, &st) != 0   ? StatusFromErrno(errno)
-                 : S_ISDIR(st.st_mode) ? kErrIsAFolder
-                                       : kOk;
+    int status = Sys::Fstat(fd, &st) != 0 ? StatusFromErrno(errno)
+                 : S_ISDIR(st.st_mode)    ? kErrIsAFolder
+                                          : kOk;
     if (status == kOk) status = Posix::ReadAll(fd, data);
     Posix::CloseFd(fd);
     return status;

@@ -1,5 +1,4 @@
 #include <dirent.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,20 +11,10 @@
 namespace IO {
 namespace {
 
-struct Entry {
-    std::string name;
-    unsigned char type;  // d_type, DT_UNKNOWN if the file system does not tell
-};
+using Entry = FolderEntry;
 
 int ReadEntries(const std::string& path, std::vector<Entry>* entries) {
-    DIR* dir = opendir(path.c_str());
-    if (!dir) return StatusFromErrno(errno);
-    while (dirent* entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") entries->push_back({std::move(name), entry->d_type});
-    }
-    closedir(dir);
-    return kOk;
+    return Sys::ListFolder(path.c_str(), entries) == 0 ? kOk : StatusFromErrno(errno);
 }
 
 bool IsFolderEntry(const std::string& folder, const Entry& entry, bool followLink) {
@@ -33,7 +22,8 @@ bool IsFolderEntry(const std::string& folder, const Entry& entry, bool followLin
     if (entry.type != DT_UNKNOWN && !(followLink && entry.type == DT_LNK)) return false;
     struct stat st;
     std::string path = folder + "/" + entry.name;
-    if ((followLink ? stat(path.c_str(), &st) : lstat(path.c_str(), &st)) != 0) return false;
+    if ((followLink ? Sys::Stat(path.c_str(), &st) : Sys::Lstat(path.c_str(), &st)) != 0)
+        return false;
     return S_ISDIR(st.st_mode);
 }
 
@@ -55,7 +45,7 @@ int Folder::Contains(const Name& name, bool* contains) const {
     if (mStatus != kOk) return mStatus;
     if (int status = Posix::CheckEntryName(name); status != kOk) return status;
     struct stat st;
-    if (lstat(Child(mLocation.ToPath().Std(), name.ToString().Std()).c_str(), &st) == 0) {
+    if (Sys::Lstat(Child(mLocation.ToPath().Std(), name.ToString().Std()).c_str(), &st) == 0) {
         *contains = true;
         return kOk;
     }
@@ -97,6 +87,12 @@ int Folder::Delete(const Name& name, int /*dataSafety*/, int /*accessDenied*/) c
     if (mStatus != kOk) return mStatus;
     if (int status = Posix::CheckEntryName(name); status != kOk) return status;
     return Posix::DeleteEntry(Child(mLocation.ToPath().Std(), name.ToString().Std()));
+}
+
+int Folder::DeleteFile(const Name& name) const {
+    if (mStatus != kOk) return mStatus;
+    if (int status = Posix::CheckEntryName(name); status != kOk) return status;
+    return Posix::DeleteFileEntry(Child(mLocation.ToPath().Std(), name.ToString().Std()));
 }
 
 int Folder::GenerateUnusedName(Name* name, const ZR::UniString& base,

@@ -1,9 +1,9 @@
 #include "IO/Location.h"
 
-#include <unistd.h>
-
 #include <string>
 #include <vector>
+
+#include "IO/Internal/Env.h"
 
 namespace IO {
 namespace {
@@ -100,6 +100,19 @@ bool HasFileScheme(std::string_view text) {
     return true;
 }
 
+// A URL's "user:password@" keeps only "user@": display text shows no password.
+std::string WithoutUrlPassword(const std::string& url) {
+    std::size_t scheme = url.find("://");
+    std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+    std::size_t end = url.find_first_of("/?#", start);
+    if (end == std::string::npos) end = url.size();
+    std::size_t at = url.rfind('@', end == 0 ? 0 : end - 1);
+    if (at == std::string::npos || at < start) return url;
+    std::size_t colon = url.find(':', start);
+    if (colon == std::string::npos || colon > at) return url;
+    return url.substr(0, colon) + url.substr(at);
+}
+
 std::string NormalisePath(const std::string& in) {
     std::string out;
     out.reserve(in.size());
@@ -133,7 +146,8 @@ Location Location::ServerLocation(const ZR::UniString& serverUrl, const ZR::UniS
 }
 
 ZR::UniString Location::ToPath() const {
-    if (mKind == Kind::Server) return ToText();
+    // The text form of a server location carries the token.
+    if (mKind == Kind::Server) return ToDisplayText();
     return mPath;
 }
 
@@ -250,9 +264,9 @@ ZR::UniString Location::ToObsoleteText() const {
     std::string path = mPath.Std();
     if (!path.starts_with('/')) {
         // The older form only knew absolute paths.
-        char cwd[4096];
-        if (!getcwd(cwd, sizeof cwd)) return ZR::UniString();
-        path = NormalisePath(std::string(cwd) + "/" + path);
+        std::string cwd = Sys::GetCurrentFolder();
+        if (cwd.empty()) return ZR::UniString();
+        path = NormalisePath(cwd + "/" + path);
     }
     return ZR::UniString(std::string(kFileScheme) + Escape(path, true));
 }
@@ -266,7 +280,7 @@ ZR::UniString Location::ToDisplayText() const {
         case Kind::Server: {
             std::string text;
             if (!mUserName.IsEmpty()) text = mUserName.Std() + "@";
-            text += mServerUrl.Std();
+            text += WithoutUrlPassword(mServerUrl.Std());
             if (!mPath.IsEmpty() && !mPath.Std().starts_with('/')) text += '/';
             text += mPath.Std();
             return ZR::UniString(std::move(text));

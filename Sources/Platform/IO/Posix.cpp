@@ -1,9 +1,6 @@
 #include "IO/Internal/Posix.h"
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <vector>
@@ -15,20 +12,16 @@ namespace IO::Posix {
 int Probe(const Location& location, bool wantFolder, std::string* path) {
     if (!LocalPath(location, path)) return kErrBadLocation;
     struct stat st;
-    if (stat(path->c_str(), &st) != 0)
+    if (Sys::Stat(path->c_str(), &st) != 0)
         return errno == ENOENT ? kErrNotFound : StatusFromErrno(errno);
     if (S_ISDIR(st.st_mode) == wantFolder) return kOk;
     return wantFolder ? kErrNotAFolder : kErrIsAFolder;
 }
 
 int ListNames(const std::string& path, std::vector<std::string>* names) {
-    DIR* dir = opendir(path.c_str());
-    if (!dir) return StatusFromErrno(errno);
-    while (dirent* entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") names->push_back(std::move(name));
-    }
-    closedir(dir);
+    std::vector<FolderEntry> entries;
+    if (Sys::ListFolder(path.c_str(), &entries) != 0) return StatusFromErrno(errno);
+    for (FolderEntry& entry : entries) names->push_back(std::move(entry.name));
     return kOk;
 }
 
@@ -41,18 +34,18 @@ constexpr int kDeleteAttempts = 8;
 int DeleteRegularFile(const std::string& path) {
     for (int attempt = 0; attempt < kDeleteAttempts; ++attempt) {
         short lockType = F_WRLCK;
-        int fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        int fd = Sys::Open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         if (fd < 0 && errno == EACCES) {
             // A read-only file: a read lock still collides with any holder's write lock.
             lockType = F_RDLCK;
-            fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+            fd = Sys::Open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         }
         if (fd < 0) {
             int error = errno;
             if (error == ENOENT) return kErrNotFound;
             // Unreadable to us means unopened by us, and removal only needs the folder.
             if (error == EACCES || error == ELOOP)
-                return unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+                return Sys::Unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
             return StatusFromErrno(error);
         }
         int status = TryLock(fd, lockType);
@@ -63,11 +56,11 @@ int DeleteRegularFile(const std::string& path) {
         if (!SameFile(fd, path, false)) {
             CloseFd(fd);
             struct stat st;
-            if (lstat(path.c_str(), &st) != 0 && errno == ENOENT) return kErrNotFound;
+            if (Sys::Lstat(path.c_str(), &st) != 0 && errno == ENOENT) return kErrNotFound;
             continue;
         }
         // Unlink while the lock is ours, so a holder opening meanwhile is refused.
-        status = unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+        status = Sys::Unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
         CloseFd(fd);
         return status;
     }
@@ -83,7 +76,7 @@ int DeleteTree(const std::string& path) {
         if (status != kOk && status != kErrNotFound && first == kOk) first = status;
     }
     if (first != kOk) return first;
-    return rmdir(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+    return Sys::Rmdir(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
 }
 
 }  // namespace
@@ -108,15 +101,16 @@ int TryLock(int fd, short type) {
     lock.l_start = 0;
     lock.l_len = 0;  // the whole file, however it grows
     lock.l_pid = 0;  // required for open-file-description locks
-    if (fcntl(fd, F_OFD_SETLK, &lock) == 0) return kOk;
+    if (Sys::Lock(fd, F_OFD_SETLK, &lock) == 0) return kOk;
     if (errno == EAGAIN || errno == EACCES) return kErrInUse;
     return StatusFromErrno(errno);
 }
 
 bool SameFile(int fd, const std::string& path, bool followLink) {
     struct stat atFd, named;
-    if (fstat(fd, &atFd) != 0) return false;
-    if ((followLink ? stat(path.c_str(), &named) : lstat(path.c_str(), &named)) != 0) return false;
+    if (Sys::Fstat(fd, &atFd) != 0) return false;
+    if ((followLink ? Sys::Stat(path.c_str(), &named) : Sys::Lstat(path.c_str(), &named)) != 0)
+        return false;
     return atFd.st_dev == named.st_dev && atFd.st_ino == named.st_ino;
 }
 
@@ -124,41 +118,67 @@ int ReadAll(int fd, std::string* data) {
     data->clear();
     char buffer[65536];
     while (true) {
-        ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return StatusFromErrno(errno);
-        }
+        ssize_t n = Sys::Read(fd, buffer, sizeof buffer);
+        if (n < 0) return StatusFromErrno(errno);
         if (n == 0) return kOk;
         data->append(buffer, static_cast<std::size_t>(n));
     }
 }
 
-int WriteAll(int fd, const void* data, std::size_t length) {
-    const char* p = static_cast<const char*>(data);
-    while (length > 0) {
-        ssize_t n = write(fd, p, length);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return StatusFromErrno(errno);
-        }
-        p += n;
-        length -= static_cast<std::size_t>(n);
-    }
-    return kOk;
+void CloseFd(int fd) {
+    Sys::Close(fd);
 }
 
-void CloseFd(int fd) {
-    // Linux releases the descriptor even when close reports EINTR: never retry.
-    close(fd);
+int OpenOrCreate(const std::string& path, int flags, mode_t mode, int* fd) {
+    flags &= ~(O_CREAT | O_EXCL);
+    // The file may come and go between the two opens; a few rounds settle it.
+    for (int attempt = 0; attempt < kDeleteAttempts; ++attempt) {
+        *fd = Sys::Open(path.c_str(), flags | O_CLOEXEC);
+        if (*fd >= 0) return kOk;
+        if (errno != ENOENT) return StatusFromErrno(errno);
+        *fd = Sys::Open(path.c_str(), flags | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        if (*fd < 0) {
+            if (errno == EEXIST) continue;
+            return StatusFromErrno(errno);
+        }
+        if (Sys::Fchmod(*fd, mode) != 0) {
+            int status = StatusFromErrno(errno);
+            Sys::Unlink(path.c_str());
+            CloseFd(*fd);
+            *fd = -1;
+            return status;
+        }
+        return kOk;
+    }
+    return kErrInUse;
+}
+
+int MakeFolder(const std::string& path, mode_t mode) {
+    if (Sys::Mkdir(path.c_str(), mode) != 0) return -1;
+    // The umask may have taken bits away; the owner's must be there.
+    if (Sys::Chmod(path.c_str(), mode) != 0) {
+        int error = errno;
+        Sys::Rmdir(path.c_str());
+        errno = error;
+        return -1;
+    }
+    return 0;
 }
 
 int DeleteEntry(const std::string& path) {
     struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return StatusFromErrno(errno);
+    if (Sys::Lstat(path.c_str(), &st) != 0) return StatusFromErrno(errno);
     if (S_ISDIR(st.st_mode)) return DeleteTree(path);
     if (S_ISREG(st.st_mode)) return DeleteRegularFile(path);
-    return unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+    return Sys::Unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
+}
+
+int DeleteFileEntry(const std::string& path) {
+    struct stat st;
+    if (Sys::Lstat(path.c_str(), &st) != 0) return StatusFromErrno(errno);
+    if (S_ISDIR(st.st_mode)) return kErrIsAFolder;
+    if (S_ISREG(st.st_mode)) return DeleteRegularFile(path);
+    return Sys::Unlink(path.c_str()) == 0 ? kOk : StatusFromErrno(errno);
 }
 
 }  // namespace IO::Posix

@@ -1,6 +1,5 @@
-#include <sys/stat.h>
-
 #include "IO/File.h"
+#include "IO/Internal/Env.h"
 #include "KRCB/KRClientBase.h"
 #include "KRCB/LoginDataStore.h"
 #include "ZR/Logger.h"
@@ -22,10 +21,9 @@ ZR::UniString PendingKey(const ZR::UniString& url) {
     return NormalizeServerUrl(url).FoldCase();
 }
 
-// The file layer has no permission call; the one place that needs it asks
-// POSIX directly. A folder or file that can't be restricted is still used.
+// A folder or file that can't be restricted is still used.
 void Restrict(const IO::Location& location, mode_t mode) {
-    if (::chmod(location.ToPath().ToCString(), mode) != 0) {
+    if (IO::Sys::Chmod(location.ToPath().ToCString(), mode) != 0) {
         ZR::FastLogger::LogComposer composer;
         ZR::logger.Append(kProtectFailed, composer);
         composer.Append(location.ToDisplayText());

@@ -1,7 +1,7 @@
-#include <cstdlib>
 #include <mutex>
 
 #include "IO/File.h"
+#include "IO/Internal/Env.h"
 #include "KRCB/KRClientBase.h"
 
 namespace KRCB {
@@ -19,9 +19,9 @@ StartState& State() {
 }
 
 IO::Location DefaultBaseFolder() {
-    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg)
+    if (const char* xdg = IO::Sys::GetVariable("XDG_DATA_HOME"); xdg && *xdg)
         return IO::Location(ZR::UniString(std::string(xdg) + "/KRClientBase"));
-    if (const char* home = std::getenv("HOME"); home && *home)
+    if (const char* home = IO::Sys::GetVariable("HOME"); home && *home)
         return IO::Location(ZR::UniString(std::string(home) + "/.local/share/KRClientBase"));
     return IO::Location(ZR::UniString("/tmp/KRClientBase"));
 }

@@ -1,9 +1,41 @@
 #include "ZR/Logger.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 namespace ZR {
+namespace {
+
+// The root library sits below the file layer and its seam, so the log file is
+// the one file it opens itself. A new log file is its owner's alone,
+// whatever the umask; an existing one is appended to as it is.
+std::FILE* OpenLogFile(const std::string& path) {
+    constexpr mode_t kMode = 0600;
+    int fd = -1;
+    // The file may be removed between the two opens; a few rounds settle it.
+    for (int attempt = 0; fd < 0 && attempt < 8; ++attempt) {
+        fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+        if (fd >= 0) {
+            ::fchmod(fd, kMode);
+            break;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EEXIST) break;
+        fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        if (fd < 0 && errno != EINTR && errno != ENOENT) break;
+    }
+    if (fd < 0) return nullptr;
+    std::FILE* file = ::fdopen(fd, "a");
+    if (!file) ::close(fd);
+    return file;
+}
+
+}  // namespace
 
 FastLogger logger;
 
@@ -33,7 +65,7 @@ void CaptureLogSink::Clear() {
     mRecords.clear();
 }
 
-FileLogSink::FileLogSink(const std::string& path) : mFile(std::fopen(path.c_str(), "a")) {}
+FileLogSink::FileLogSink(const std::string& path) : mFile(OpenLogFile(path)) {}
 
 FileLogSink::~FileLogSink() {
     if (mFile) std::fclose(mFile);

@@ -6,6 +6,9 @@
 /// Open modes: 0 read, 2 write, 1 hold. Hold takes an exclusive open-file-description
 /// lock (F_OFD_SETLK) on the file, so that while it is held a Delete from any other
 /// holder or process answers kErrInUse; a file nobody holds is deleted.
+///
+/// Whatever the umask, every file this layer makes gets mode kNewFileMode and
+/// every folder kNewFolderMode: the library's files may hold tokens.
 
 #include <cstdint>
 #include <string>
@@ -15,6 +18,9 @@
 #include "IO/Location.h"
 
 namespace IO {
+
+inline constexpr unsigned int kNewFileMode = 0600;
+inline constexpr unsigned int kNewFolderMode = 0700;
 
 enum OnNotFound : int { kNotFoundFail = 0, kNotFoundCreate = 1, kNotFoundIgnore = 2 };
 enum OpenMode : int { kOpenRead = 0, kOpenHold = 1, kOpenWrite = 2 };
@@ -76,6 +82,9 @@ public:
     /// Deletes an entry (a folder with all it holds). dataSafety and
     /// accessDenied are accepted for the interface and not used.
     int Delete(const Name& name, int dataSafety, int accessDenied) const;
+    /// Deletes a file or link; a folder of that name answers kErrIsAFolder and
+    /// stays, with all it holds. A held file answers kErrInUse.
+    int DeleteFile(const Name& name) const;
     /// A name not present in the folder: base, else base + "-1", "-2", ...,
     /// each followed by the extension.
     int GenerateUnusedName(Name* name, const ZR::UniString& base,
@@ -92,20 +101,29 @@ class IO_EXPORT FileSystem {
 public:
     int Contains(const Location& location, bool* contains) const;
     int CountSize(const Location& location, std::uint64_t* bytes) const;
-    /// Makes the folder and any missing parents (mode before the umask); 0 if
-    /// it exists already, kErrNotAFolder if a file is in the way.
-    int CreateFolderTree(const Location& location, unsigned int mode = 0777) const;
+    /// Makes the folder and any missing parents, each with exactly mode
+    /// whatever the umask; folders that exist keep theirs. 0 if it exists
+    /// already, kErrNotAFolder if a file is in the way.
+    int CreateFolderTree(const Location& location, unsigned int mode = kNewFolderMode) const;
     /// A folder goes with all it holds, except held files: those stay and the
     /// answer is kErrInUse. dataSafety and accessDenied are not used.
     int Delete(const Location& location, int dataSafety, int accessDenied) const;
+    /// Deletes a file or link where one is expected: a folder answers
+    /// kErrIsAFolder and stays, with all it holds. A held file answers kErrInUse.
+    int DeleteFile(const Location& location) const;
     /// Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or ~/.local/share).
     int GetSpecialLocation(int which, Location* location) const;
 
     /// Stored files: written to a temporary file in the same folder, flushed
     /// and renamed over the old one, so a crash leaves the old or the new file.
-    /// mode applies, as given, to a new file; an existing file keeps its permissions.
+    /// The file gets exactly mode, whatever the umask and the old file's mode.
+    /// The temporary file is ".NAME.tmp-XXXXXX", held by an open-file-description
+    /// lock while it is written; a successful write removes the temporary files
+    /// of NAME that nobody holds (left by writers that died). While the rename
+    /// happens the new file is held for a moment: never use a stored file itself
+    /// as a lock file.
     int WriteFileAtomically(const Location& location, const std::string& data,
-                            unsigned int mode = 0644) const;
+                            unsigned int mode = kNewFileMode) const;
     int ReadWholeFile(const Location& location, std::string* data) const;
 };
 

@@ -46,7 +46,9 @@ public:
     void Clear() { *this = Location(); }
 
     /// Local paths.
-    ZR::UniString ToPath() const;  ///< the path text; a server location gives its text form
+    ///
+    /// ToPath: the path text; a server location gives its display text, never the token.
+    ZR::UniString ToPath() const;
     Location& AppendName(const Name& name);
     Location operator+(const Name& name) const {
         Location l(*this);
@@ -74,7 +76,8 @@ public:
     /// The older text form of a local path: a "file://" URL with %XX escapes.
     bool SetObsolete(const ZR::UniString& text);
     ZR::UniString ToObsoleteText() const;
-    /// For people: the path, or the server location without its password.
+    /// For people: the path, or the server location without its password (and
+    /// without a password written into the server URL).
     ZR::UniString ToDisplayText() const;
 
     bool operator==(const Location& other) const;

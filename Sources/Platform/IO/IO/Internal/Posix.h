@@ -1,11 +1,12 @@
 #pragma once
-// The narrow layer between the file classes and the operating system. Not
-// part of the public interface of IO.
+// Helpers of the file classes over the system calls of IO::Sys. Not part of
+// the public interface of IO.
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
+#include "IO/Internal/Env.h"
 #include "IO/Location.h"
 
 namespace IO::Posix {
@@ -32,12 +33,24 @@ int Probe(const Location& location, bool wantFolder, std::string* path);
 int ListNames(const std::string& path, std::vector<std::string>* names);
 
 int ReadAll(int fd, std::string* data);
-int WriteAll(int fd, const void* data, std::size_t length);
 void CloseFd(int fd);
+
+// Opens path with flags (an access mode, O_TRUNC, ...). A missing file is
+// made with exactly mode, whatever the umask; an existing one keeps its own.
+// *fd gets the descriptor.
+int OpenOrCreate(const std::string& path, int flags, mode_t mode, int* fd);
+
+// Makes one folder with exactly mode, whatever the umask. Answers -1 with
+// errno as mkdir does; an existing entry is EEXIST.
+int MakeFolder(const std::string& path, mode_t mode);
 
 // Removes a file, link or folder tree. A regular file held by an open file
 // description elsewhere is left in place and the answer is kErrInUse; the
 // rest of a tree is still removed.
 int DeleteEntry(const std::string& path);
+
+// Removes a file or link, never a folder: a folder answers kErrIsAFolder and
+// stays. A held regular file answers kErrInUse and stays.
+int DeleteFileEntry(const std::string& path);
 
 }  // namespace IO::Posix
