@@ -1,0 +1,82 @@
+#pragma once
+// A fault-injecting double of the file layer's Env: passes every call to the
+// operating system, counts calls by kind, and makes chosen ones fail (or a
+// write short) the way the system would.
+
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "IO/Internal/Env.h"
+
+namespace krtest {
+
+enum class Call {
+    Open,
+    Read,
+    Write,
+    Fsync,
+    Close,
+    Rename,
+    Unlink,
+    Mkdir,
+    Rmdir,
+    Chmod,
+    Lock,
+    List
+};
+inline constexpr std::size_t kCallKinds = 12;
+const char* CallName(Call call);
+
+// Current for as long as it lives; not meant to be nested.
+class FaultEnv : public IO::Env {
+public:
+    FaultEnv();
+    ~FaultEnv() override;
+
+    // The nth call of the kind from now on (1 = the next) is not made and
+    // fails with error. One pending fault per kind.
+    void FailNth(Call call, int n, int error);
+    // The nth write from now on writes only half of what it is given (at least one byte).
+    void ShortenNthWrite(int n);
+    // Counts and pending faults back to zero.
+    void Reset();
+    int Count(Call call) const;
+    // How many of the faults asked for have struck.
+    int Struck() const;
+
+    int Open(const char* path, int flags, mode_t mode) override;
+    ssize_t Read(int fd, void* buffer, std::size_t length) override;
+    ssize_t Write(int fd, const void* data, std::size_t length) override;
+    ssize_t PWrite(int fd, const void* data, std::size_t length, off_t offset) override;
+    int Fsync(int fd) override;
+    int Close(int fd) override;
+    int Rename(const char* from, const char* to) override;
+    int Unlink(const char* path) override;
+    int Mkdir(const char* path, mode_t mode) override;
+    int Rmdir(const char* path) override;
+    int Chmod(const char* path, mode_t mode) override;
+    int Fchmod(int fd, mode_t mode) override;
+    int Lock(int fd, int command, struct flock* lock) override;
+    int ListFolder(const char* path, std::vector<IO::FolderEntry>* entries) override;
+
+private:
+    struct Fault {
+        int countdown = 0;  // 0: none pending
+        int error = 0;
+    };
+    // Counts the call; true (and errno set) if it is to fail.
+    bool Strikes(Call call);
+    bool ShortensThisWrite();
+
+    mutable std::mutex mMutex;
+    std::array<int, kCallKinds> mCounts{};
+    std::array<Fault, kCallKinds> mFaults{};
+    int mShortWriteCountdown = 0;
+    int mStruck = 0;
+    IO::Env* mPrevious = nullptr;
+};
+
+}  // namespace krtest
