@@ -61,12 +61,13 @@ int FileSystem::CountSize(const Location& location, std::uint64_t* bytes) const 
 int FileSystem::CreateFolderTree(const Location& location, unsigned int mode) const {
     std::string path;
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
+    struct stat st;
+    if (Sys::Stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? kOk : kErrNotAFolder;
     // Each prefix ending before a '/', then the whole path; the root always exists.
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         std::string prefix = end == std::string::npos ? path : path.substr(0, end);
         if (Posix::MakeFolder(prefix, static_cast<mode_t>(mode)) != 0) {
             if (errno != EEXIST) return StatusFromErrno(errno);
-            struct stat st;
             if (Sys::Stat(prefix.c_str(), &st) != 0) return StatusFromErrno(errno);
             if (!S_ISDIR(st.st_mode)) return kErrNotAFolder;
         }
