@@ -1,12 +1,14 @@
-// krctl cache: one cache folder's record.
+// krctl cache: one cache folder's record, read and changed directly. The
+// registry's own maker is `registry create`; `cache create` is the low-level one.
+
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <memory>
 
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
@@ -17,22 +19,17 @@
 namespace krctl {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-const char* const kCacheUsage =
-    "usage: krctl cache create --main-folder DIR --server URL --path PATH --user NAME [--token T]\n"
-    "       krctl cache show CACHE_FOLDER\n"
-    "       krctl cache set CACHE_FOLDER FIELD VALUE\n"
+const char* const kFields =
     "FIELD is one of: userName userId sessionId projectId projectPath modelServerPath logonId\n"
     "  permissions (comma-separated) unsentChanges projectForcedOffline lastOpenProjectTime\n"
     "  travelPackageCreationTime travelPackageCreated extractedFromTravelPackage\n"
     "  enableTravelPackageWarningAtClose userColorList colorMode projectVersion projectBuildNum\n"
-    "  projectDetached (true only; false reloads) visitCount\n";
+    "  projectDetached (true detaches, false reloads) visitCount";
 
 Json RecordToJson(const KRC::CachedProjectInfo& info) {
     Json permissions = Json::array();
     for (const ZR::UniString& p : info.GetPermissions()) permissions.push_back(p.Std());
-    return Json{
+    Json record{
         {"cacheFolder", info.GetCacheFolderLocation().ToPath().Std()},
         {"xmlVersion", info.GetXMLVersion()},
         {"port", info.GetPort()},
@@ -47,14 +44,11 @@ Json RecordToJson(const KRC::CachedProjectInfo& info) {
         {"sessionId", info.GetSessionId().Std()},
         {"projectId", info.GetProjectId().Std()},
         {"projectCategoryName", info.GetProjectCategoryName().Std()},
-        {"modificationTime", info.GetModificationTime()},
         {"logonId", info.GetLogonId()},
         {"roleName", info.GetRoleName().Std()},
         {"permissions", permissions},
         {"projectForcedOffline", info.IsProjectForcedOffline()},
         {"unsentChanges", info.IsChanges()},
-        {"lastOpenProjectTime", info.GetLastOpenProjectTime()},
-        {"travelPackageCreationTime", info.GetTravelPackageCreationTime()},
         {"travelPackageCreated", info.IsTravelPackageCreated()},
         {"extractedFromTravelPackage", info.ExtractedFromTravelPackage()},
         {"enableTravelPackageWarningAtClose", info.IsEnabledTravelPackageWarningAtClose()},
@@ -66,74 +60,10 @@ Json RecordToJson(const KRC::CachedProjectInfo& info) {
         {"visitCount", info.GetVisitCount()},
         {"complete", info.IsComplete()},
     };
-}
-
-void PrintRecord(const Json& record) {
-    for (const auto& [key, value] : record.items()) {
-        std::string text;
-        if (value.is_string())
-            text = value.get<std::string>();
-        else if (value.is_array()) {
-            for (const auto& p : value) text += (text.empty() ? "" : ", ") + p.get<std::string>();
-        } else
-            text = value.dump();
-        std::printf("%-34s %s\n", key.c_str(), text.c_str());
-    }
-}
-
-int Create(const GlobalOptions& options, std::vector<std::string> args) {
-    std::string mainFolder, server, path, user, token;
-    if (!TakeOption(args, "--main-folder", &mainFolder))
-        throw UsageError("cache create needs --main-folder");
-    if (!TakeOption(args, "--server", &server)) throw UsageError("cache create needs --server");
-    if (!TakeOption(args, "--path", &path)) throw UsageError("cache create needs --path");
-    if (!TakeOption(args, "--user", &user)) throw UsageError("cache create needs --user");
-    bool tokenGiven = TakeOption(args, "--token", &token);
-    ExpectNoMore(args);
-    if (!tokenGiven) {
-        // A record takes its token from the login data; without --token the
-        // stored one stays as it is.
-        KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForReading);
-        if (store.ContainsServer(server) && store.ContainsUser(server, user))
-            token = store.GetUserRefreshToken(server, user).Std();
-    }
-
-    KRC::ProjectConnectionInfo info;
-    info.SetServerUrl(server);
-    info.SetProjectPath(path);
-    info.SetUserName(user);
-    info.SetRefreshToken(token);
-    WriteWatch watch;
-    KRC::CachedProjectInfo record(
-        info, IO::Location(ZR::UniString(std::filesystem::absolute(mainFolder).string())));
-    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
-    if (!watch.failures.empty()) return 1;
-    std::string folder = record.GetCacheFolderLocation().ToPath().Std();
-    if (options.json)
-        std::printf("%s\n", Json{{"cacheFolder", folder}}.dump(2).c_str());
-    else
-        std::printf("%s\n", folder.c_str());
-    return 0;
-}
-
-int Show(const GlobalOptions& options, std::vector<std::string> args) {
-    if (args.size() != 1) throw UsageError("cache show needs exactly one CACHE_FOLDER");
-    try {
-        KRC::CachedProjectInfo record{IO::Location(ZR::UniString(args[0]))};
-        Json json = RecordToJson(record);
-        if (options.json)
-            std::printf("%s\n", json.dump(2).c_str());
-        else
-            PrintRecord(json);
-        return 0;
-    } catch (const KRC::FileOpeningError&) {
-        std::fprintf(stderr, "krctl: cannot open %s/%s\n", args[0].c_str(),
-                     KRC::kCacheInfoFileName);
-    } catch (const KRC::ErrorReadingFile&) {
-        std::fprintf(stderr, "krctl: cannot read %s/%s: malformed record\n", args[0].c_str(),
-                     KRC::kCacheInfoFileName);
-    }
-    return 1;
+    PutTime(record, "modificationTime", info.GetModificationTime());
+    PutTime(record, "lastOpenProjectTime", info.GetLastOpenProjectTime());
+    PutTime(record, "travelPackageCreationTime", info.GetTravelPackageCreationTime());
+    return record;
 }
 
 using Setter = std::function<void(KRC::CachedProjectInfo&, const std::string&)>;
@@ -194,47 +124,133 @@ const std::map<std::string, Setter>& Setters() {
     return setters;
 }
 
-int Set(const GlobalOptions& options, std::vector<std::string> args) {
-    if (args.size() != 3) throw UsageError("cache set needs CACHE_FOLDER FIELD VALUE");
-    auto it = Setters().find(args[1]);
-    if (it == Setters().end())
-        throw UsageError("unknown field '" + args[1] + "' (see krctl cache --help)");
-    std::unique_ptr<KRC::CachedProjectInfo> record;
-    try {
-        record = std::make_unique<KRC::CachedProjectInfo>(IO::Location(ZR::UniString(args[0])));
-    } catch (const KRC::FileException&) {
-        std::fprintf(stderr, "krctl: cannot read %s/%s\n", args[0].c_str(),
-                     KRC::kCacheInfoFileName);
-        return 1;
+void PrintRecord(const Json& record) {
+    for (const auto& [key, value] : record.items()) {
+        if (key.size() > 4 && key.compare(key.size() - 4, 4, "Text") == 0) continue;
+        std::string text;
+        if (value.is_string())
+            text = value.get<std::string>();
+        else if (value.is_array()) {
+            for (const auto& p : value) text += (text.empty() ? "" : ", ") + p.get<std::string>();
+        } else
+            text = value.dump();
+        if (record.contains(key + "Text"))
+            text += " (" + record[key + "Text"].get<std::string>() + ")";
+        std::printf("%-34s %s\n", key.c_str(), text.c_str());
     }
+}
+
+// Why a record could not be read: the file's own errno, or that it is damaged.
+[[noreturn]] void ThrowUnreadable(const std::string& folder) {
+    std::string file = folder + "/" + KRC::kCacheInfoFileName;
+    struct stat st {};
+    if (stat(file.c_str(), &st) != 0) throw Failure(FileFailure("cannot open", file, errno));
+    throw Failure("cannot read " + file + ": the record is damaged");
+}
+
+std::unique_ptr<KRC::CachedProjectInfo> ReadRecord(const std::string& folder) {
+    try {
+        return std::make_unique<KRC::CachedProjectInfo>(IO::Location(ZR::UniString(folder)));
+    } catch (const KRC::FileException&) {
+        ThrowUnreadable(folder);
+    }
+}
+
+struct CreateArgs {
+    std::string mainFolder, server, path, user, token;
+    bool tokenGiven = false;
+};
+
+int Create(const GlobalOptions& options, const CreateArgs& a) {
+    std::string token = a.token;
+    if (!a.tokenGiven) {
+        // A record takes its token from the login data; without --token the
+        // stored one stays as it is.
+        KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForReading);
+        if (store.ContainsServer(a.server) && store.ContainsUser(a.server, a.user))
+            token = store.GetUserRefreshToken(a.server, a.user).Std();
+    }
+    KRC::ProjectConnectionInfo info;
+    info.SetServerUrl(a.server);
+    info.SetProjectPath(a.path);
+    info.SetUserName(a.user);
+    info.SetRefreshToken(token);
     WriteWatch watch;
-    it->second(*record, args[2]);
-    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
-    if (!watch.failures.empty()) return 1;
+    KRC::CachedProjectInfo record(info, IO::Location(ZR::UniString(AbsoluteFolder(a.mainFolder))));
+    watch.ThrowIfFailed();
+    std::string folder = record.GetCacheFolderLocation().ToPath().Std();
     if (options.json)
-        std::printf("%s\n",
-                    Json{{"field", args[1]}, {"written", watch.writes > 0}}.dump(2).c_str());
+        PrintJson(Json{{"cacheFolder", folder}});
     else
-        std::printf("%s: %s\n", args[1].c_str(),
+        std::printf("%s\n", folder.c_str());
+    return kExitDone;
+}
+
+int Show(const GlobalOptions& options, const std::string& folder) {
+    Json json = RecordToJson(*ReadRecord(folder));
+    if (options.json)
+        PrintJson(json);
+    else
+        PrintRecord(json);
+    return kExitDone;
+}
+
+int Set(const GlobalOptions& options, const std::string& folder, const std::string& field,
+        const std::string& value) {
+    auto it = Setters().find(field);
+    if (it == Setters().end())
+        throw UsageError("unknown field '" + field + "' (see krctl cache set --help)");
+    auto record = ReadRecord(folder);
+    WriteWatch watch;
+    WithField(field, [&] { it->second(*record, value); });
+    watch.ThrowIfFailed();
+    if (options.json)
+        PrintJson(Json{{"field", field}, {"written", watch.writes > 0}});
+    else
+        std::printf("%s: %s\n", field.c_str(),
                     watch.writes > 0 ? "written" : "unchanged, nothing written");
-    return 0;
+    return kExitDone;
 }
 
 }  // namespace
 
-int RunCacheCommand(const GlobalOptions& options, const std::vector<std::string>& input) {
-    std::vector<std::string> args = input;
-    if (args.empty()) throw UsageError("cache needs a subcommand: create, show or set");
-    if (TakeFlag(args, "--help")) {
-        std::fputs(kCacheUsage, stdout);
-        return 0;
-    }
-    std::string sub = args.front();
-    args.erase(args.begin());
-    if (sub == "create") return Create(options, args);
-    if (sub == "show") return Show(options, args);
-    if (sub == "set") return Set(options, args);
-    throw UsageError("unknown cache subcommand '" + sub + "'");
+void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* action) {
+    CLI::App* cache = app.add_subcommand("cache", "read and change one cache folder's record");
+    cache->require_subcommand(1);
+
+    auto create = std::make_shared<CreateArgs>();
+    CLI::App* c = cache->add_subcommand(
+        "create", "low-level maker: a new cache folder without the registry or its lock "
+                  "(`registry create` finds or makes a record as a host does)"));
+    c->add_option("--main-folder", create->mainFolder, "the project cache folder")
+        ->required()
+        ->type_name("DIR");
+    c->add_option("--server", create->server, "server URL")->required()->type_name("URL");
+    c->add_option("--path", create->path, "project path")->required()->type_name("PATH");
+    c->add_option("--user", create->user, "login name")->required()->type_name("NAME");
+    c->add_option("--token", create->token, "refresh token, kept in the login data only")
+        ->type_name("TOKEN")
+        ->each([create](const std::string&) { create->tokenGiven = true; });
+    c->callback([&options, action, create] {
+        *action = [&options, create] { return Create(options, *create); };
+    });
+
+    auto folder = std::make_shared<std::string>();
+    CLI::App* show = cache->add_subcommand("show", "show the record of a cache folder");
+    show->add_option("CACHE_FOLDER", *folder, "the cache folder")->required();
+    show->callback([&options, action, folder] {
+        *action = [&options, folder] { return Show(options, *folder); };
+    });
+
+    auto field = std::make_shared<std::array<std::string, 3>>();
+    CLI::App* set = cache->add_subcommand("set", "change one field of a record");
+    set->footer(kFields);
+    set->add_option("CACHE_FOLDER", (*field)[0], "the cache folder")->required();
+    set->add_option("FIELD", (*field)[1], "the field")->required();
+    set->add_option("VALUE", (*field)[2], "its new value")->required();
+    set->callback([&options, action, field] {
+        *action = [&options, field] { return Set(options, (*field)[0], (*field)[1], (*field)[2]); };
+    });
 }
 
 }  // namespace krctl

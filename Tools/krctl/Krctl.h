@@ -1,11 +1,21 @@
 #pragma once
 // krctl: the support engineer's command line over a data folder.
 
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace krctl {
+
+using Json = nlohmann::ordered_json;
+
+// Exit codes, documented in --help and the README.
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitFailed = 1;  // a failure, or what was asked for is not there
+inline constexpr int kExitUsage = 2;
 
 struct GlobalOptions {
     std::string baseFolder;  // the base client's own data (login data store)
@@ -14,29 +24,60 @@ struct GlobalOptions {
     std::string projectCache = "Projects";
     std::string libCache = "Libraries";
     bool json = false;
+    bool create = false;      // --data-folder may be made
+    double waitSeconds = -1;  // bound of a wait for the registry lock; negative: no bound
 };
 
-// Bad arguments: main prints "krctl: <what>" on standard error and exits 2.
+// What a parsed command runs once the library is up; answers the exit code.
+using Action = std::function<int()>;
+
+// Registers a command family on the application; the family's callbacks set
+// *action to what the chosen subcommand does.
+void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+void AddLoginCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+
+// Bad arguments found after parsing: exit 2 with the one line.
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+// A command that could not do its work: exit 1 with the one line.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
-// Each answers the exit code. args are what follows the subcommand's name.
-int RunCacheCommand(const GlobalOptions& options, const std::vector<std::string>& args);
-int RunLoginCommand(const GlobalOptions& options, const std::vector<std::string>& args);
-int RunRegistryCommand(const GlobalOptions& options, const std::vector<std::string>& args);
-int RunOptionsCommand(const GlobalOptions& options, const std::vector<std::string>& args);
-int RunLockCommand(const GlobalOptions& options, const std::vector<std::string>& args);
-
-// Takes "--name value" out of args; empty optional if absent. Throws UsageError
-// if the option is given without a value.
-bool TakeOption(std::vector<std::string>& args, const std::string& name, std::string* value);
-bool TakeFlag(std::vector<std::string>& args, const std::string& name);
-// Throws UsageError if anything is left.
-void ExpectNoMore(const std::vector<std::string>& args);
 // Values of the command line; UsageError if the text is not one.
 long long ParseNumber(const std::string& text, long long min, long long max);
 bool ParseBool(const std::string& text);
+// Runs body; a UsageError from it names the field it was about.
+template <typename F>
+void WithField(const std::string& field, F&& body) {
+    try {
+        body();
+    } catch (const UsageError& e) {
+        throw UsageError(field + ": " + e.what());
+    }
+}
+
+// JSON text in which bytes that are not UTF-8 become U+FFFD, so that one bad
+// value never hides the rest of a listing. indent -1: one line.
+std::string Dump(const Json& value, int indent = -1);
+// A result document on standard output.
+void PrintJson(const Json& value);
+// A time of the library's 2000-based scale as ISO 8601 UTC ("2026-11-23T05:41:47Z").
+std::string TimeText(std::int32_t time);
+// key: the raw value, and keyText beside it.
+void PutTime(Json& object, const std::string& key, std::int32_t time);
+// "what: reason" for the errno of a failed file operation on path.
+std::string FileFailure(const std::string& what, const std::string& path, int error);
+// The absolute, normalised form of a folder given on the command line.
+std::string AbsoluteFolder(const std::string& path);
+
+// A message on standard error that is not the result (progress, waiting).
+void Note(const GlobalOptions& options, const std::string& text);
 
 }  // namespace krctl

@@ -2,7 +2,7 @@
 // Refresh tokens are never printed; output says only whether one is stored.
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <memory>
 
 #include "KRClient/KRClientExceptions.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
@@ -12,34 +12,7 @@ namespace krctl {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using KRC::UI::Login::UILoginDataStore;
-
-const char* const kLoginUsage =
-    "usage: krctl login list\n"
-    "       krctl login add-server URL [--name FRIENDLY]\n"
-    "       krctl login add-user URL USER [--token T] [--full-name N]\n"
-    "       krctl login set-active URL USER\n"
-    "Reads and changes the login data in the base folder. Tokens are never shown.\n";
-
-const char* const kListUsage =
-    "usage: krctl login list\n"
-    "Lists servers (friendly name, version, active) and their users (full name,\n"
-    "whether a token is stored, active).\n";
-const char* const kAddServerUsage =
-    "usage: krctl login add-server URL [--name FRIENDLY]\n"
-    "Remembers a server under URL, which must be an http or https URL.\n";
-const char* const kAddUserUsage =
-    "usage: krctl login add-user URL USER [--token T] [--full-name N]\n"
-    "Adds a user to a known server; for a known user, changes only what is given.\n";
-const char* const kSetActiveUsage =
-    "usage: krctl login set-active URL USER\n"
-    "Makes USER the active user of the server and the server the active one.\n";
-
-int Help(const char* usage) {
-    std::fputs(usage, stdout);
-    return 0;
-}
 
 bool IsActiveServer(const UILoginDataStore& store, const UILoginDataStore::Server& server) {
     return store.HasActiveServer() &&
@@ -78,114 +51,121 @@ void PrintServer(const Json& server) {
 int Report(const GlobalOptions& options, const UILoginDataStore& store, const std::string& url) {
     Json server = ServerToJson(store, store.GetServer(url));
     if (options.json)
-        std::printf("%s\n", server.dump(2).c_str());
+        PrintJson(server);
     else
         PrintServer(server);
-    return 0;
+    return kExitDone;
 }
 
-bool Save(const UILoginDataStore& store) {
-    if (store.Write()) return true;
-    std::fprintf(stderr, "krctl: the login data could not be written\n");
-    return false;
+void Save(const UILoginDataStore& store) {
+    if (!store.Write()) throw Failure("the login data could not be written");
 }
 
-bool RequireServer(const UILoginDataStore& store, const std::string& url) {
-    if (store.ContainsServer(url)) return true;
-    std::fprintf(stderr, "krctl: unknown server '%s'\n", url.c_str());
-    return false;
+void RequireServer(const UILoginDataStore& store, const std::string& url) {
+    if (!store.ContainsServer(url)) throw Failure("unknown server '" + url + "'");
 }
 
-int List(const GlobalOptions& options, std::vector<std::string> args) {
-    if (TakeFlag(args, "--help")) return Help(kListUsage);
-    ExpectNoMore(args);
+struct LoginArgs {
+    std::string url, user, name, token, fullName;
+    bool hasToken = false, hasFullName = false;
+};
+
+int List(const GlobalOptions& options) {
     UILoginDataStore store(UILoginDataStore::ForReading);
     ZR::PagedArray<UILoginDataStore::Server> servers;
     store.GetServers(servers);
     Json list = Json::array();
     for (const auto& server : servers) list.push_back(ServerToJson(store, server));
     if (options.json) {
-        std::printf("%s\n", Json{{"servers", std::move(list)}}.dump(2).c_str());
+        PrintJson(Json{{"servers", std::move(list)}});
     } else if (list.empty()) {
         std::printf("no servers\n");
     } else {
         for (const Json& server : list) PrintServer(server);
     }
-    return 0;
+    return kExitDone;
 }
 
-int AddServer(const GlobalOptions& options, std::vector<std::string> args) {
-    if (TakeFlag(args, "--help")) return Help(kAddServerUsage);
-    std::string name;
-    TakeOption(args, "--name", &name);
-    if (args.size() != 1) throw UsageError("login add-server needs exactly one URL");
-    const std::string url = args[0];
-
+int AddServer(const GlobalOptions& options, const LoginArgs& a) {
     UILoginDataStore store(UILoginDataStore::ForWriting);
     auto info =
-        ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(url), ZR::UniString(name));
+        ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(a.url), ZR::UniString(a.name));
     try {
-        store.AddServer(info, url);
+        store.AddServer(info, a.url);
     } catch (const KRC::KRClientException& e) {
-        std::fprintf(stderr, "krctl: %s\n", e.GetMessage().ToCString());
-        return 1;
+        throw Failure(e.GetMessage().Std());
     }
-    if (!Save(store)) return 1;
-    return Report(options, store, url);
+    Save(store);
+    return Report(options, store, a.url);
 }
 
-int AddUser(const GlobalOptions& options, std::vector<std::string> args) {
-    if (TakeFlag(args, "--help")) return Help(kAddUserUsage);
-    std::string token, fullName;
-    bool hasToken = TakeOption(args, "--token", &token);
-    bool hasFullName = TakeOption(args, "--full-name", &fullName);
-    if (args.size() != 2) throw UsageError("login add-user needs URL and USER");
-    const std::string url = args[0], user = args[1];
-    if (user.empty()) throw UsageError("login add-user needs a non-empty USER");
-
+int AddUser(const GlobalOptions& options, const LoginArgs& a) {
+    if (a.user.empty()) throw UsageError("login add-user needs a non-empty USER");
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    if (!RequireServer(store, url)) return 1;
-    if (store.ContainsUser(url, user)) {
-        if (hasToken) store.SetUserRefreshToken(url, user, token);
-        if (hasFullName) store.SetUserFullName(url, user, fullName);
+    RequireServer(store, a.url);
+    if (store.ContainsUser(a.url, a.user)) {
+        if (a.hasToken) store.SetUserRefreshToken(a.url, a.user, a.token);
+        if (a.hasFullName) store.SetUserFullName(a.url, a.user, a.fullName);
     } else {
-        store.AddUser(url, UILoginDataStore::User(user, token, fullName));
+        store.AddUser(a.url, UILoginDataStore::User(a.user, a.token, a.fullName));
     }
-    if (!Save(store)) return 1;
-    return Report(options, store, url);
+    Save(store);
+    return Report(options, store, a.url);
 }
 
-int SetActive(const GlobalOptions& options, std::vector<std::string> args) {
-    if (TakeFlag(args, "--help")) return Help(kSetActiveUsage);
-    if (args.size() != 2) throw UsageError("login set-active needs URL and USER");
-    const std::string url = args[0], user = args[1];
-
+int SetActive(const GlobalOptions& options, const LoginArgs& a) {
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    if (!RequireServer(store, url)) return 1;
-    if (!store.ContainsUser(url, user)) {
-        std::fprintf(stderr, "krctl: unknown user '%s' on server '%s'\n", user.c_str(),
-                     url.c_str());
-        return 1;
-    }
-    store.SetActiveUser(url, user);
-    if (!Save(store)) return 1;
-    return Report(options, store, url);
+    RequireServer(store, a.url);
+    if (!store.ContainsUser(a.url, a.user))
+        throw Failure("unknown user '" + a.user + "' on server '" + a.url + "'");
+    store.SetActiveUser(a.url, a.user);
+    Save(store);
+    return Report(options, store, a.url);
 }
 
 }  // namespace
 
-int RunLoginCommand(const GlobalOptions& options, const std::vector<std::string>& input) {
-    std::vector<std::string> args = input;
-    if (args.empty())
-        throw UsageError("login needs a subcommand: list, add-server, add-user or set-active");
-    if (args.front() == "--help") return Help(kLoginUsage);
-    std::string sub = args.front();
-    args.erase(args.begin());
-    if (sub == "list") return List(options, args);
-    if (sub == "add-server") return AddServer(options, args);
-    if (sub == "add-user") return AddUser(options, args);
-    if (sub == "set-active") return SetActive(options, args);
-    throw UsageError("unknown login subcommand '" + sub + "'");
+void AddLoginCommands(CLI::App& app, const GlobalOptions& options, Action* action) {
+    CLI::App* login = app.add_subcommand(
+        "login", "the remembered servers and users of the base client (tokens are never shown)");
+    login->require_subcommand(1);
+    auto a = std::make_shared<LoginArgs>();
+    auto on = [&options, action, a](CLI::App* sub,
+                                    int (*run)(const GlobalOptions&, const LoginArgs&)) {
+        sub->callback([&options, action, a, run] {
+            *action = [&options, a, run] { return run(options, *a); };
+        });
+    };
+
+    CLI::App* list = login->add_subcommand(
+        "list",
+        "servers (friendly name, version, active) and their users (full name, whether a\n"
+        "token is stored, active)");
+    list->callback([&options, action] { *action = [&options] { return List(options); }; });
+
+    CLI::App* addServer =
+        login->add_subcommand("add-server", "remember a server under an http or https URL");
+    addServer->add_option("URL", a->url, "server URL")->required();
+    addServer->add_option("--name", a->name, "friendly name")->type_name("NAME");
+    on(addServer, AddServer);
+
+    CLI::App* addUser = login->add_subcommand(
+        "add-user", "add a user to a known server; for a known user, change only what is given");
+    addUser->add_option("URL", a->url, "server URL")->required();
+    addUser->add_option("USER", a->user, "login name")->required();
+    addUser->add_option("--token", a->token, "refresh token")
+        ->type_name("TOKEN")
+        ->each([a](const std::string&) { a->hasToken = true; });
+    addUser->add_option("--full-name", a->fullName, "full name")
+        ->type_name("NAME")
+        ->each([a](const std::string&) { a->hasFullName = true; });
+    on(addUser, AddUser);
+
+    CLI::App* setActive = login->add_subcommand(
+        "set-active", "make USER the active user of the server, and the server the active one");
+    setActive->add_option("URL", a->url, "server URL")->required();
+    setActive->add_option("USER", a->user, "login name")->required();
+    on(setActive, SetActive);
 }
 
 }  // namespace krctl

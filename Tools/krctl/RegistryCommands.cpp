@@ -3,42 +3,32 @@
 
 #include <time.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <memory>
 #include <thread>
 
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegisteredProjects.h"
 #include "Krctl.h"
+#include "RegistryLock.h"
 #include "WriteWatch.h"
 
 namespace krctl {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using KRC::RegisteredProjects;
 using KRC::registeredProjects;
 
-const char* const kRegistryUsage =
-    "usage: krctl --data-folder DIR [--project-cache NAME] [--lib-cache NAME] registry list "
-    "[--user U] [--server URL]\n"
-    "       krctl --data-folder DIR registry find --server URL --user U --path P\n"
-    "       krctl --data-folder DIR registry set PROPERTY [VALUE] --server URL --user U --path P\n"
+const char* const kProperties =
     "PROPERTY is one of: visitCount projectVersion projectBuildNum travelPackageCreationTime\n"
     "  travelPackageCreated extractedFromTravelPackage enableTravelPackageWarningAtClose,\n"
-    "  or, without a value: projectOpened projectDetached projectReloaded\n";
-const char* const kOptionsUsage =
-    "usage: krctl --data-folder DIR options show\n"
-    "       krctl --data-folder DIR options set FIELD VALUE\n"
-    "FIELD is one of: enableAutoClean periodTime lastUsedDays lastRunTime dataFolder\n";
-const char* const kLockUsage = "usage: krctl --data-folder DIR lock hold --seconds N\n";
+    "  or, without a value: projectOpened projectDetached projectReloaded";
+const char* const kOptionFields =
+    "FIELD is one of: enableAutoClean periodTime lastUsedDays lastRunTime dataFolder";
 
 void StartRegistry(const GlobalOptions& options) {
     if (options.dataFolder.empty()) throw UsageError("this command needs --data-folder DIR");
@@ -46,49 +36,54 @@ void StartRegistry(const GlobalOptions& options) {
                              ZR::UniString(options.projectCache), ZR::UniString(options.libCache));
 }
 
-// The project location named by --server, --user and --path.
-IO::Location TakeProject(std::vector<std::string>& args) {
+struct ProjectArgs {
     std::string server, user, path;
-    if (!TakeOption(args, "--server", &server)) throw UsageError("needs --server URL");
-    if (!TakeOption(args, "--user", &user)) throw UsageError("needs --user NAME");
-    if (!TakeOption(args, "--path", &path)) throw UsageError("needs --path PROJECT_PATH");
-    KRC::ProjectConnectionInfo info;
-    info.SetServerUrl(ZR::UniString(server));
-    info.SetUserName(ZR::UniString(user));
-    info.SetProjectPath(ZR::UniString(path));
-    IO::Location location;
-    return info.ToKerrowLocation(&location);
-}
+    IO::Location Location() const {
+        KRC::ProjectConnectionInfo info;
+        info.SetServerUrl(ZR::UniString(server));
+        info.SetUserName(ZR::UniString(user));
+        info.SetProjectPath(ZR::UniString(path));
+        IO::Location location;
+        return info.ToKerrowLocation(&location);
+    }
+    void AddTo(CLI::App* sub, bool required) {
+        auto* s = sub->add_option("--server", server, "server URL")->type_name("URL");
+        auto* u = sub->add_option("--user", user, "login name")->type_name("NAME");
+        auto* p = sub->add_option("--path", path, "project path")->type_name("PATH");
+        if (required) {
+            s->required();
+            u->required();
+            p->required();
+        }
+    }
+};
 
 Json ProjectToJson(const KRC::RegisteredProject& p) {
     const KRC::CachedProjectInfo* info = p.GetCachedProjectInfo();
-    return Json{{"serverUrl", p.GetServerUrl().Std()},
-                {"userName", p.GetUserName().Std()},
-                {"projectPath", p.GetProjectPath().Std()},
-                {"modelServerPath", p.GetModelServerPath().Std()},
-                {"cacheDataFolder", p.GetCacheDataFolderLocation().ToPath().Std()},
-                {"lastOpenedTime", p.GetLastOpenedTime()},
-                {"visitCount", info ? info->GetVisitCount() : 0u},
-                {"travelPackageCreationTime", p.GetTravelPackageCreationTime()},
-                {"travelPackageCreated", p.IsTravelPackageCreated()},
-                {"extractedFromTravelPackage", p.ExtractedFromTravelPackage()},
-                {"localDataVersion", p.GetLocalDataVersion()}};
+    Json json{{"serverUrl", p.GetServerUrl().Std()},
+              {"userName", p.GetUserName().Std()},
+              {"projectPath", p.GetProjectPath().Std()},
+              {"modelServerPath", p.GetModelServerPath().Std()},
+              {"cacheDataFolder", p.GetCacheDataFolderLocation().ToPath().Std()},
+              {"visitCount", info ? info->GetVisitCount() : 0u},
+              {"travelPackageCreated", p.IsTravelPackageCreated()},
+              {"extractedFromTravelPackage", p.ExtractedFromTravelPackage()},
+              {"localDataVersion", p.GetLocalDataVersion()}};
+    PutTime(json, "lastOpenedTime", p.GetLastOpenedTime());
+    PutTime(json, "travelPackageCreationTime", p.GetTravelPackageCreationTime());
+    return json;
 }
 
-int List(const GlobalOptions& options, std::vector<std::string> args) {
-    std::string user, server;
-    TakeOption(args, "--user", &user);
-    TakeOption(args, "--server", &server);
-    ExpectNoMore(args);
+int List(const GlobalOptions& options, const ProjectArgs& filter) {
     StartRegistry(options);
     Json list = Json::array();
-    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(user), ZR::UniString(server),
-                                                     nullptr};
+    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(filter.user),
+                                                     ZR::UniString(filter.server), nullptr};
          it != nullptr; ++it)
         list.push_back(ProjectToJson(*it));
     if (options.json) {
-        std::printf("%s\n", list.dump(2).c_str());
-        return 0;
+        PrintJson(list);
+        return kExitDone;
     }
     for (const auto& p : list)
         std::printf("%s  %s  %s  %s\n", p["cacheDataFolder"].get<std::string>().c_str(),
@@ -96,165 +91,207 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
                     p["userName"].get<std::string>().c_str(),
                     p["projectPath"].get<std::string>().c_str());
     std::printf("%zu project(s)\n", list.size());
-    return 0;
+    return kExitDone;
 }
 
-int Find(const GlobalOptions& options, std::vector<std::string> args) {
-    IO::Location project = TakeProject(args);
-    ExpectNoMore(args);
-    StartRegistry(options);
-    IO::Location folder = registeredProjects.GetCacheDataFolder(project);
-    if (folder.IsEmpty()) {
-        std::fprintf(stderr, "krctl: not found\n");
-        return 1;
-    }
-    if (options.json)
-        std::printf("%s\n", Json{{"cacheDataFolder", folder.ToPath().Std()}}.dump(2).c_str());
-    else
+IO::Location FindFolder(const ProjectArgs& project) {
+    IO::Location folder = registeredProjects.GetCacheDataFolder(project.Location());
+    if (folder.IsEmpty())
+        throw Failure("not found: no record of " + project.user + " for " + project.path + " on " +
+                      project.server);
+    return folder;
+}
+
+void PrintFolder(const GlobalOptions& options, const IO::Location& folder, const Json& more) {
+    if (options.json) {
+        Json json{{"cacheDataFolder", folder.ToPath().Std()}};
+        json.update(more);
+        PrintJson(json);
+    } else {
         std::printf("%s\n", folder.ToPath().ToCString());
-    return 0;
+    }
 }
 
-using ProjectSetter = std::function<void(const IO::Location&, const std::string&)>;
+int Find(const GlobalOptions& options, const ProjectArgs& project) {
+    StartRegistry(options);
+    PrintFolder(options, FindFolder(project), Json::object());
+    return kExitDone;
+}
 
-int SetProperty(const GlobalOptions& options, std::vector<std::string> args) {
-    IO::Location project = TakeProject(args);
-    if (args.empty()) throw UsageError("registry set needs a PROPERTY");
-    std::string property = args[0];
+// Finds or makes the record through the registry under its lock, as a host
+// does, so that a repeat or a concurrent run finds the folder made first.
+int Create(const GlobalOptions& options, const ProjectArgs& project) {
+    StartRegistry(options);
+    RegistryLock lock(options);
+    WriteWatch watch;
+    bool created = false;
+    std::unique_ptr<KRC::CachedProjectInfo> record(
+        registeredProjects.CreateCachedProjectInfo(project.Location(), created));
+    watch.ThrowIfFailed();
+    if (!record) throw Failure("the record could not be made");
+    PrintFolder(options, record->GetCacheFolderLocation(), Json{{"created", created}});
+    return kExitDone;
+}
+
+// A property's setter: parses the value (UsageError if bad) and answers what
+// applies it to a project.
+using Apply = std::function<void(const IO::Location&)>;
+using ProjectSetter = std::function<Apply(const std::string&)>;
+
+const std::map<std::string, std::pair<bool, ProjectSetter>>& ProjectSetters() {
+    auto i32 = [](const std::string& v) {
+        return static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX));
+    };
     static const std::map<std::string, std::pair<bool, ProjectSetter>> setters = {
         {"visitCount",
          {true,
-          [](auto& l, auto& v) {
-              registeredProjects.SetVisitCount(l,
-                                               static_cast<unsigned>(ParseNumber(v, 0, UINT_MAX)));
+          [](auto& v) -> Apply {
+              auto n = static_cast<unsigned>(ParseNumber(v, 0, UINT_MAX));
+              return [n](auto& l) { registeredProjects.SetVisitCount(l, n); };
           }}},
         {"projectVersion",
          {true,
-          [](auto& l, auto& v) { registeredProjects.SetProjectVersion(l, ZR::UniString(v)); }}},
+          [](auto& v) -> Apply {
+              return [v](auto& l) { registeredProjects.SetProjectVersion(l, ZR::UniString(v)); };
+          }}},
         {"projectBuildNum",
          {true,
-          [](auto& l, auto& v) {
-              registeredProjects.SetProjectBuildNum(
-                  l, static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX)));
+          [i32](auto& v) -> Apply {
+              return [n = i32(v)](auto& l) { registeredProjects.SetProjectBuildNum(l, n); };
           }}},
         {"travelPackageCreationTime",
          {true,
-          [](auto& l, auto& v) {
-              registeredProjects.SetTravelPackageCreationTime(
-                  l, static_cast<int>(ParseNumber(v, INT_MIN, INT_MAX)));
+          [i32](auto& v) -> Apply {
+              return
+                  [n = i32(v)](auto& l) { registeredProjects.SetTravelPackageCreationTime(l, n); };
           }}},
         {"travelPackageCreated",
          {true,
-          [](auto& l, auto& v) { registeredProjects.SetTravelPackageCreated(l, ParseBool(v)); }}},
+          [](auto& v) -> Apply {
+              return
+                  [b = ParseBool(v)](auto& l) { registeredProjects.SetTravelPackageCreated(l, b); };
+          }}},
         {"extractedFromTravelPackage",
          {true,
-          [](auto& l, auto& v) {
-              registeredProjects.SetExtractedFromTravelPackage(l, ParseBool(v));
+          [](auto& v) -> Apply {
+              return [b = ParseBool(v)](auto& l) {
+                  registeredProjects.SetExtractedFromTravelPackage(l, b);
+              };
           }}},
         {"enableTravelPackageWarningAtClose",
          {true,
-          [](auto& l, auto& v) {
-              registeredProjects.EnableTravelPackageWarningAtClose(l, ParseBool(v));
+          [](auto& v) -> Apply {
+              return [b = ParseBool(v)](auto& l) {
+                  registeredProjects.EnableTravelPackageWarningAtClose(l, b);
+              };
           }}},
-        {"projectOpened", {false, [](auto& l, auto&) { registeredProjects.ProjectOpened(l); }}},
-        {"projectDetached", {false, [](auto& l, auto&) { registeredProjects.ProjectDetached(l); }}},
-        {"projectReloaded", {false, [](auto& l, auto&) { registeredProjects.ProjectReloaded(l); }}},
+        {"projectOpened",
+         {false,
+          [](auto&) -> Apply { return [](auto& l) { registeredProjects.ProjectOpened(l); }; }}},
+        {"projectDetached",
+         {false,
+          [](auto&) -> Apply { return [](auto& l) { registeredProjects.ProjectDetached(l); }; }}},
+        {"projectReloaded",
+         {false,
+          [](auto&) -> Apply { return [](auto& l) { registeredProjects.ProjectReloaded(l); }; }}},
     };
-    auto it = setters.find(property);
-    if (it == setters.end())
-        throw UsageError("unknown property '" + property + "' (see krctl registry --help)");
+    return setters;
+}
+
+int SetProperty(const GlobalOptions& options, const ProjectArgs& project,
+                const std::string& property, const std::vector<std::string>& values) {
+    auto it = ProjectSetters().find(property);
+    if (it == ProjectSetters().end())
+        throw UsageError("unknown property '" + property + "' (see krctl registry set --help)");
     bool takesValue = it->second.first;
-    if (takesValue && args.size() != 2) throw UsageError(property + " needs one VALUE");
-    if (!takesValue && args.size() != 1) throw UsageError(property + " takes no value");
-    std::string value = takesValue ? args[1] : std::string();
+    if (takesValue && values.size() != 1) throw UsageError(property + " needs one VALUE");
+    if (!takesValue && !values.empty()) throw UsageError(property + " takes no value");
+    Apply apply;
+    // A bad value is refused before anything is read or locked.
+    WithField(property, [&] { apply = it->second.second(takesValue ? values[0] : std::string()); });
+
     StartRegistry(options);
-    if (registeredProjects.GetCacheDataFolder(project).IsEmpty()) {
-        std::fprintf(stderr, "krctl: not found\n");
-        return 1;
-    }
+    RegistryLock lock(options);
+    FindFolder(project);
     WriteWatch watch;
-    it->second.second(project, value);
-    if (!ReportFailures(watch)) return 1;
+    apply(project.Location());
+    watch.ThrowIfFailed();
     if (options.json)
-        std::printf("%s\n", Json{{"property", property}, {"done", true}}.dump(2).c_str());
+        PrintJson(Json{{"property", property}, {"done", true}});
     else
         std::printf("%s: done\n", property.c_str());
-    return 0;
+    return kExitDone;
 }
 
 Json OptionsToJson() {
-    return Json{
+    Json json{
         {"dataFolder", registeredProjects.GetKRDataFolder().ToPath().Std()},
         {"mainProjectCacheFolder",
          registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std()},
         {"mainLibCacheFolder", registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std()},
         {"enableAutoClean", registeredProjects.GetEnableAutoClean()},
         {"periodTime", registeredProjects.GetPeriodTime()},
-        {"lastUsedDays", registeredProjects.GetLastUsedDays()},
-        {"lastRunTime", registeredProjects.GetLastRunTime()}};
+        {"lastUsedDays", registeredProjects.GetLastUsedDays()}};
+    PutTime(json, "lastRunTime", registeredProjects.GetLastRunTime());
+    return json;
 }
 
-int Options(const GlobalOptions& options, std::vector<std::string> args) {
-    if (args.empty()) throw UsageError("options needs a subcommand: show or set");
-    if (TakeFlag(args, "--help")) {
-        std::fputs(kOptionsUsage, stdout);
-        return 0;
+int ShowOptions(const GlobalOptions& options) {
+    StartRegistry(options);
+    Json json = OptionsToJson();
+    if (options.json) {
+        PrintJson(json);
+        return kExitDone;
     }
-    std::string sub = args[0];
-    args.erase(args.begin());
-    if (sub == "show") {
-        ExpectNoMore(args);
-        StartRegistry(options);
-        Json json = OptionsToJson();
-        if (options.json)
-            std::printf("%s\n", json.dump(2).c_str());
-        else
-            for (const auto& [k, v] : json.items())
-                std::printf("%-24s %s\n", k.c_str(),
-                            v.is_string() ? v.get<std::string>().c_str() : v.dump().c_str());
-        return 0;
+    for (const auto& [k, v] : json.items()) {
+        if (k.size() > 4 && k.compare(k.size() - 4, 4, "Text") == 0) continue;
+        std::string text = v.is_string() ? v.get<std::string>() : v.dump();
+        if (json.contains(k + "Text")) text += " (" + json[k + "Text"].get<std::string>() + ")";
+        std::printf("%-24s %s\n", k.c_str(), text.c_str());
     }
-    if (sub != "set") throw UsageError("unknown options subcommand '" + sub + "'");
-    if (args.size() != 2) throw UsageError("options set needs FIELD VALUE");
-    const std::string& field = args[0];
-    const std::string& value = args[1];
+    return kExitDone;
+}
+
+int SetOption(const GlobalOptions& options, const std::string& field, const std::string& value) {
     std::function<void()> apply;
-    if (field == "enableAutoClean")
-        apply = [v = ParseBool(value)] { registeredProjects.SetEnableAutoClean(v); };
-    else if (field == "periodTime")
-        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
-            registeredProjects.SetPeriodTime(static_cast<int>(v));
-        };
-    else if (field == "lastUsedDays")
-        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
-            registeredProjects.SetLastUsedDays(static_cast<int>(v));
-        };
-    else if (field == "lastRunTime")
-        apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
-            registeredProjects.SetLastRunTime(static_cast<int>(v));
-        };
-    else if (field == "dataFolder")
-        // Absolute: every host process must find the same folder, whatever its working folder.
-        apply = [folder = std::filesystem::absolute(value).lexically_normal().string()] {
-            registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(folder)), false);
-        };
-    else
-        throw UsageError("unknown options field '" + field + "'");
+    WithField(field, [&] {
+        if (field == "enableAutoClean")
+            apply = [v = ParseBool(value)] { registeredProjects.SetEnableAutoClean(v); };
+        else if (field == "periodTime")
+            apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+                registeredProjects.SetPeriodTime(static_cast<int>(v));
+            };
+        else if (field == "lastUsedDays")
+            apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+                registeredProjects.SetLastUsedDays(static_cast<int>(v));
+            };
+        else if (field == "lastRunTime")
+            apply = [v = ParseNumber(value, INT_MIN, INT_MAX)] {
+                registeredProjects.SetLastRunTime(static_cast<int>(v));
+            };
+        else if (field == "dataFolder")
+            // Absolute: every host process must find the same folder, whatever its working folder.
+            apply = [folder = AbsoluteFolder(value)] {
+                registeredProjects.SetKRDataFolder(IO::Location(ZR::UniString(folder)), false);
+            };
+        else
+            throw UsageError("unknown options field '" + field +
+                             "' (see krctl options set --help)");
+    });
     StartRegistry(options);
     WriteWatch watch;
-    apply();
-    if (!ReportFailures(watch)) return 1;
-    // Options are written when the lock goes; still dirty means they never reached the file.
-    if (KRC::dataOptions.IsDirty()) {
-        std::fprintf(stderr,
-                     "krctl: could not write the options (lock not taken or file not writable)\n");
-        return 1;
+    {
+        RegistryLock lock(options);
+        apply();
     }
+    watch.ThrowIfFailed();
+    // Options are written when the lock goes; still dirty means they never reached the file.
+    if (KRC::dataOptions.IsDirty()) throw Failure("could not write the options");
     if (options.json)
-        std::printf("%s\n", OptionsToJson().dump(2).c_str());
+        PrintJson(OptionsToJson());
     else
         std::printf("%s: done\n", field.c_str());
-    return 0;
+    return kExitDone;
 }
 
 std::int64_t MonotonicMillis() {
@@ -263,55 +300,105 @@ std::int64_t MonotonicMillis() {
     return static_cast<std::int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-int Lock(const GlobalOptions& options, std::vector<std::string> args) {
-    if (TakeFlag(args, "--help")) {
-        std::fputs(kLockUsage, stdout);
-        return 0;
-    }
-    if (args.empty() || args[0] != "hold") throw UsageError("lock needs the subcommand hold");
-    args.erase(args.begin());
-    std::string seconds;
-    if (!TakeOption(args, "--seconds", &seconds)) throw UsageError("lock hold needs --seconds N");
-    long long n = ParseNumber(seconds, 0, 86400);
-    ExpectNoMore(args);
+// One line per event, flushed at once: a test on this machine compares the
+// monotonic times across processes.
+void LockEvent(const GlobalOptions& options, const char* event, bool locked) {
+    long long now = static_cast<long long>(MonotonicMillis());
+    if (options.json)
+        std::printf(
+            "%s\n",
+            Dump(Json{{"event", event}, {"locked", locked}, {"monotonicMillis", now}}).c_str());
+    else
+        std::printf("%s %lld\n", event, now);
+    std::fflush(stdout);
+}
+
+int HoldLock(const GlobalOptions& options, double seconds) {
     StartRegistry(options);
     {
-        RegisteredProjects::Synchronizer guard;
-        // Monotonic times let a test on this machine compare across processes.
-        std::printf("%s %lld\n",
-                    RegisteredProjects::Synchronizer::IsLocked() ? "locked" : "not-locked",
-                    static_cast<long long>(MonotonicMillis()));
-        std::fflush(stdout);
-        std::this_thread::sleep_for(std::chrono::seconds(n));
+        RegistryLock lock(options);
+        LockEvent(options, "locked", true);
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     }
-    std::printf("released %lld\n", static_cast<long long>(MonotonicMillis()));
-    std::fflush(stdout);
-    return 0;
+    LockEvent(options, "released", false);
+    return kExitDone;
 }
 
 }  // namespace
 
-int RunRegistryCommand(const GlobalOptions& options, const std::vector<std::string>& input) {
-    std::vector<std::string> args = input;
-    if (args.empty()) throw UsageError("registry needs a subcommand: list, find or set");
-    if (TakeFlag(args, "--help")) {
-        std::fputs(kRegistryUsage, stdout);
-        return 0;
-    }
-    std::string sub = args[0];
-    args.erase(args.begin());
-    if (sub == "list") return List(options, args);
-    if (sub == "find") return Find(options, args);
-    if (sub == "set") return SetProperty(options, args);
-    throw UsageError("unknown registry subcommand '" + sub + "'");
+void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* action) {
+    CLI::App* registry = app.add_subcommand(
+        "registry", "the registry of the cached projects of --data-folder, as a host sees it");
+    registry->require_subcommand(1);
+
+    auto filter = std::make_shared<ProjectArgs>();
+    CLI::App* list = registry->add_subcommand("list", "list the registered projects");
+    list->add_option("--server", filter->server, "only those of this server")->type_name("URL");
+    list->add_option("--user", filter->user, "only those of this login name")->type_name("NAME");
+    list->callback([&options, action, filter] {
+        *action = [&options, filter] { return List(options, *filter); };
+    });
+
+    auto project = std::make_shared<ProjectArgs>();
+    CLI::App* find = registry->add_subcommand(
+        "find", "print the cache folder of a project (exit 1 if there is none)");
+    project->AddTo(find, true);
+    find->callback([&options, action, project] {
+        *action = [&options, project] { return Find(options, *project); };
+    });
+
+    CLI::App* create = registry->add_subcommand(
+        "create",
+        "find or make the record of a project through the registry, under its lock: a repeat, or\n"
+        "runs in several processes at once, give one cache folder");
+    project->AddTo(create, true);
+    create->callback([&options, action, project] {
+        *action = [&options, project] { return Create(options, *project); };
+    });
+
+    auto property = std::make_shared<std::string>();
+    auto values = std::make_shared<std::vector<std::string>>();
+    CLI::App* set = registry->add_subcommand("set", "change one property of a project's record");
+    set->footer(kProperties);
+    set->add_option("PROPERTY", *property, "the property")->required();
+    set->add_option("VALUE", *values, "its new value, if it takes one")->expected(0, 1);
+    project->AddTo(set, true);
+    set->callback([&options, action, project, property, values] {
+        *action = [&options, project, property, values] {
+            return SetProperty(options, *project, *property, *values);
+        };
+    });
 }
 
-int RunOptionsCommand(const GlobalOptions& options, const std::vector<std::string>& args) {
-    return Options(options, args);
+void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action) {
+    CLI::App* cmd = app.add_subcommand("options", "the data options of --data-folder");
+    cmd->require_subcommand(1);
+    CLI::App* show = cmd->add_subcommand("show", "show the options");
+    show->callback([&options, action] { *action = [&options] { return ShowOptions(options); }; });
+
+    auto args = std::make_shared<std::array<std::string, 2>>();
+    CLI::App* set = cmd->add_subcommand("set", "change one option, under the registry lock");
+    set->footer(kOptionFields);
+    set->add_option("FIELD", (*args)[0], "the option")->required();
+    set->add_option("VALUE", (*args)[1], "its new value")->required();
+    set->callback([&options, action, args] {
+        *action = [&options, args] { return SetOption(options, (*args)[0], (*args)[1]); };
+    });
 }
 
-int RunLockCommand(const GlobalOptions& options, const std::vector<std::string>& args) {
-    return Lock(options, args);
+void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action) {
+    CLI::App* cmd = app.add_subcommand("lock", "the registry lock of --data-folder");
+    cmd->require_subcommand(1);
+    auto seconds = std::make_shared<double>(0);
+    CLI::App* hold = cmd->add_subcommand(
+        "hold", "take the lock, print \"locked\" and a monotonic time in ms, hold it, let go");
+    hold->add_option("--seconds", *seconds, "how long to hold it")
+        ->required()
+        ->type_name("N")
+        ->check(CLI::Range(0.0, 86400.0));
+    hold->callback([&options, action, seconds] {
+        *action = [&options, seconds] { return HoldLock(options, *seconds); };
+    });
 }
 
 }  // namespace krctl

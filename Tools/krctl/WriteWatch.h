@@ -7,6 +7,7 @@
 
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClientExceptions.h"
+#include "Krctl.h"
 
 namespace krctl {
 
@@ -25,14 +26,15 @@ public:
         static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
         failures.push_back(std::string(kWhat[error]) + " " + location.ToDisplayText().Std());
     }
+    // A command met a failed write: it fails with all of them in one line.
+    void ThrowIfFailed() const {
+        if (failures.empty()) return;
+        std::string text;
+        for (const auto& f : failures) text += (text.empty() ? "" : "; ") + f;
+        throw Failure(text);
+    }
     int writes = 0;
     std::vector<std::string> failures;
 };
-
-// Prints each failure on standard error; true if there was none.
-inline bool ReportFailures(const WriteWatch& watch) {
-    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
-    return watch.failures.empty();
-}
 
 }  // namespace krctl

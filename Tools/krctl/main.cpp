@@ -1,11 +1,11 @@
 // krctl: reads and changes a data folder with the library itself.
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 
 #include "KRClient/KRClient.h"
@@ -13,165 +13,173 @@
 #include "ZR/Exceptions.h"
 #include "ZR/Logger.h"
 
-namespace krctl {
+namespace {
 
-bool TakeOption(std::vector<std::string>& args, const std::string& name, std::string* value) {
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == name) {
-            if (i + 1 >= args.size()) throw UsageError("option " + name + " needs a value");
-            *value = args[i + 1];
-            args.erase(args.begin() + static_cast<std::ptrdiff_t>(i),
-                       args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
-            return true;
-        }
-        if (args[i].rfind(name + "=", 0) == 0) {
-            *value = args[i].substr(name.size() + 1);
-            args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
-            return true;
-        }
+using namespace krctl;
+
+const char* const kDescription =
+    "krctl reads and changes a KRClient data folder with the library itself: cache\n"
+    "records, the registry, its options and lock, and the login data. Global options\n"
+    "may stand anywhere on the line; -- ends the options.";
+const char* const kFooter =
+    "Exit codes: 0 done; 1 a failure, or what was asked for is not there; 2 a usage error.\n"
+    "With --json, results are JSON on standard output and errors are\n"
+    "{\"error\": TEXT, \"code\": EXIT_CODE} on standard error.";
+
+// --json decides the form of errors, even those of parsing itself.
+bool JsonRequested(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--") == 0) return false;
+        if (std::strcmp(argv[i], "--json") == 0) return true;
     }
     return false;
 }
 
-bool TakeFlag(std::vector<std::string>& args, const std::string& name) {
-    for (std::size_t i = 0; i < args.size(); ++i)
-        if (args[i] == name) {
-            args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
-            return true;
-        }
-    return false;
+int ReportError(bool json, const std::string& message, int code) {
+    if (json)
+        std::fprintf(stderr, "%s\n", Dump(Json{{"error", message}, {"code", code}}).c_str());
+    else
+        std::fprintf(stderr, "krctl: %s\n", message.c_str());
+    return code;
 }
 
-void ExpectNoMore(const std::vector<std::string>& args) {
-    if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
+// The log sink of --log-file, removed whichever way the command ends.
+class LogFile {
+public:
+    explicit LogFile(const std::string& path) {
+        if (path.empty()) return;
+        sink = std::make_unique<ZR::FileLogSink>(path);
+        if (!sink->IsOpen()) throw UsageError(FileFailure("cannot open log file", path, errno));
+        ZR::logger.AddSink(sink.get());
+    }
+    ~LogFile() {
+        if (sink) ZR::logger.RemoveSink(sink.get());
+    }
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+
+private:
+    std::unique_ptr<ZR::FileLogSink> sink;
+};
+
+// The library is started for the command and stopped after it, also on failure.
+class Library {
+public:
+    explicit Library(const GlobalOptions& options) {
+        ZR::PagedArray<ZR::UniString, 8> arguments;
+        if (!options.baseFolder.empty())
+            arguments.Add(ZR::UniString("BaseFolder=" + options.baseFolder));
+        KRC::InitKRClient(arguments);
+    }
+    ~Library() { KRC::CloseKRClient(); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+};
+
+// --data-folder names an existing folder; a mistyped one is never made, unless --create.
+void CheckDataFolder(GlobalOptions& options) {
+    if (options.dataFolder.empty()) return;
+    options.dataFolder = AbsoluteFolder(options.dataFolder);
+    struct stat st {};
+    if (stat(options.dataFolder.c_str(), &st) == 0) {
+        if (!S_ISDIR(st.st_mode))
+            throw UsageError("--data-folder " + options.dataFolder + " is not a folder");
+        return;
+    }
+    int error = errno;
+    if (error != ENOENT || !options.create)
+        throw UsageError(FileFailure("--data-folder", options.dataFolder, error) +
+                         (error == ENOENT ? " (give --create to make it)" : ""));
+    std::error_code ec;
+    std::filesystem::create_directories(options.dataFolder, ec);
+    if (ec) throw Failure(FileFailure("cannot make", options.dataFolder, ec.value()));
+    chmod(options.dataFolder.c_str(), 0700);
 }
 
-long long ParseNumber(const std::string& text, long long min, long long max) {
-    errno = 0;
-    char* end = nullptr;
-    long long v = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno == ERANGE || v < min || v > max)
-        throw UsageError("'" + text + "' is not a number from " + std::to_string(min) + " to " +
-                         std::to_string(max));
-    return v;
+// An option followed by another option has no value: "--main-folder --server X"
+// must not take "--server" as the folder. A value that truly begins with "--"
+// can't be given.
+void RefuseOptionsAsValues(CLI::App& app) {
+    static const CLI::Validator notAnOption(
+        [](std::string& value) {
+            return value.rfind("--", 0) == 0 ? "needs a value, not the option " + value
+                                             : std::string();
+        },
+        "", "NotAnOption");
+    for (CLI::Option* option : app.get_options())
+        if (option->get_expected_min() > 0 && !option->get_positional()) option->check(notAnOption);
+    for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
+        RefuseOptionsAsValues(*sub);
 }
-
-bool ParseBool(const std::string& text) {
-    if (text == "true" || text == "1") return true;
-    if (text == "false" || text == "0") return false;
-    throw UsageError("'" + text + "' is not true or false");
-}
-
-}  // namespace krctl
-
-namespace {
-
-const char* const kUsage =
-    "usage: krctl [--base-folder DIR] [--log-file FILE] [--json] [--data-folder DIR]\n"
-    "             [--project-cache NAME] [--lib-cache NAME] COMMAND ...\n"
-    "commands:\n"
-    "  cache create --main-folder DIR --server URL --path PATH --user NAME [--token T]\n"
-    "  cache show CACHE_FOLDER\n"
-    "  cache set CACHE_FOLDER FIELD VALUE\n"
-    "  login list | add-server URL [--name FRIENDLY] | add-user URL USER [--token T] [--full-name "
-    "N]\n"
-    "        | set-active URL USER\n"
-    "  registry list [--user U] [--server URL] | find --server URL --user U --path P\n"
-    "        | set PROPERTY [VALUE] --server URL --user U --path P      (these need "
-    "--data-folder)\n"
-    "  options show | set FIELD VALUE                                  (needs --data-folder)\n"
-    "  lock hold --seconds N                                           (needs --data-folder)\n"
-    "Each command takes --help.\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    using namespace krctl;
-    std::vector<std::string> args(argv + 1, argv + argc);
+    const bool jsonErrors = JsonRequested(argc, argv);
     GlobalOptions options;
-    std::unique_ptr<ZR::FileLogSink> logSink;
+    Action action;
+
+    CLI::App app{kDescription, "krctl"};
+    app.footer(kFooter);
+    app.set_version_flag("--version", "krctl " KRCTL_VERSION);
+    app.require_subcommand(1);
+    // Subcommands made after this hand the options they don't know to their parent.
+    app.fallthrough();
+    app.add_option("--base-folder", options.baseFolder,
+                   "folder of the base client's own data (the login data)")
+        ->type_name("DIR");
+    app.add_option("--data-folder", options.dataFolder,
+                   "folder given to the registry (holds KRDataOptions.xml); must exist")
+        ->type_name("DIR");
+    app.add_flag("--create", options.create, "make --data-folder if it does not exist");
+    app.add_option("--project-cache", options.projectCache,
+                   "name of the project cache folder (default Projects)")
+        ->type_name("NAME");
+    app.add_option("--lib-cache", options.libCache,
+                   "name of the library cache folder (default Libraries)")
+        ->type_name("NAME");
+    app.add_option("--wait", options.waitSeconds,
+                   "wait at most this long for the registry lock, then fail with nothing changed")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--log-file", options.logFile, "write every log line of the run there")
+        ->type_name("FILE");
+    app.add_flag("--json", options.json, "results as JSON on standard output, errors as JSON");
+
+    AddCacheCommands(app, options, &action);
+    AddLoginCommands(app, options, &action);
+    AddRegistryCommands(app, options, &action);
+    AddOptionsCommands(app, options, &action);
+    AddLockCommands(app, options, &action);
+    RefuseOptionsAsValues(app);
+
     try {
-        if (args.empty() || args.front() == "--help" || args.front() == "-h") {
-            std::fputs(kUsage, args.empty() ? stderr : stdout);
-            return args.empty() ? 2 : 0;
-        }
-        // Global options stand before the command.
-        while (!args.empty() && args.front().rfind("--", 0) == 0) {
-            std::string opt = args.front();
-            if (opt == "--json") {
-                options.json = true;
-                args.erase(args.begin());
-                continue;
-            }
-            std::string* target = nullptr;
-            std::string key = opt.substr(0, opt.find('='));
-            if (key == "--base-folder")
-                target = &options.baseFolder;
-            else if (key == "--log-file")
-                target = &options.logFile;
-            else if (key == "--data-folder")
-                target = &options.dataFolder;
-            else if (key == "--project-cache")
-                target = &options.projectCache;
-            else if (key == "--lib-cache")
-                target = &options.libCache;
-            else
-                throw UsageError("unknown option '" + opt + "'");
-            std::size_t before = args.size();
-            TakeOption(args, key, target);
-            if (args.size() == before) throw UsageError("option " + key + " needs a value");
-        }
-        if (args.empty()) throw UsageError("no command given");
-        // Folders are shown and stored as absolute paths, whatever the caller's working folder.
-        for (std::string* folder : {&options.baseFolder, &options.dataFolder})
-            if (!folder->empty())
-                *folder = std::filesystem::absolute(*folder).lexically_normal().string();
-        // --json may also follow the command.
-        if (TakeFlag(args, "--json")) options.json = true;
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        return ReportError(jsonErrors, e.what(), kExitUsage);
+    }
 
-        if (!options.logFile.empty()) {
-            logSink = std::make_unique<ZR::FileLogSink>(options.logFile);
-            if (!logSink->IsOpen())
-                throw UsageError("cannot open log file '" + options.logFile + "'");
-            ZR::logger.AddSink(logSink.get());
-        }
-
-        ZR::PagedArray<ZR::UniString, 8> initArgs;
-        if (!options.baseFolder.empty())
-            initArgs.Add(ZR::UniString("BaseFolder=" + options.baseFolder));
-        KRC::InitKRClient(initArgs);
-
-        std::string command = args.front();
-        args.erase(args.begin());
-        int rc;
-        if (command == "cache")
-            rc = RunCacheCommand(options, args);
-        else if (command == "login")
-            rc = RunLoginCommand(options, args);
-        else if (command == "registry")
-            rc = RunRegistryCommand(options, args);
-        else if (command == "options")
-            rc = RunOptionsCommand(options, args);
-        else if (command == "lock")
-            rc = RunLockCommand(options, args);
-        else
-            throw UsageError("unknown command '" + command + "'");
-
-        KRC::CloseKRClient();
-        if (logSink) ZR::logger.RemoveSink(logSink.get());
-        return rc;
+    try {
+        if (!options.baseFolder.empty()) options.baseFolder = AbsoluteFolder(options.baseFolder);
+        CheckDataFolder(options);
+        LogFile log(options.logFile);
+        Library library(options);
+        if (!action) throw UsageError("no command given");
+        return action();
     } catch (const UsageError& e) {
-        std::fprintf(stderr, "krctl: %s\n", e.what());
-        if (logSink) ZR::logger.RemoveSink(logSink.get());
-        return 2;
+        return ReportError(jsonErrors, e.what(), kExitUsage);
+    } catch (const Failure& e) {
+        return ReportError(jsonErrors, e.what(), kExitFailed);
     } catch (const ZR::ZRException& e) {
-        std::fprintf(stderr, "krctl: %s: %s\n", e.GetName().ToCString(),
-                     e.GetMessage().ToCString());
-        if (logSink) ZR::logger.RemoveSink(logSink.get());
-        return 1;
+        return ReportError(jsonErrors, e.GetName().Std() + ": " + e.GetMessage().Std(),
+                           kExitFailed);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "krctl: %s\n", e.what());
-        if (logSink) ZR::logger.RemoveSink(logSink.get());
-        return 1;
+        return ReportError(jsonErrors, e.what(), kExitFailed);
     }
 }
