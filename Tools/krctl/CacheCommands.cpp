@@ -220,8 +220,9 @@ void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* actio
 
     auto create = std::make_shared<CreateArgs>();
     CLI::App* c = cache->add_subcommand(
-        "create", "low-level maker: a new cache folder without the registry or its lock "
-                  "(`registry create` finds or makes a record as a host does)"));
+        "create",
+        "low-level maker: a new cache folder without the registry or its lock "
+        "(`registry create` finds or makes a record as a host does)");
     c->add_option("--main-folder", create->mainFolder, "the project cache folder")
         ->required()
         ->type_name("DIR");
