@@ -100,6 +100,9 @@ void CheckDataFolder(GlobalOptions& options) {
 // must not take "--server" as the folder. A value that truly begins with "--"
 // can't be given.
 void RefuseOptionsAsValues(CLI::App& app) {
+    // Every level's help tells the exit codes.
+    if (app.get_footer().find(kFooter) == std::string::npos)
+        app.footer(app.get_footer().empty() ? kFooter : app.get_footer() + "\n\n" + kFooter);
     static const CLI::Validator notAnOption(
         [](std::string& value) {
             return value.rfind("--", 0) == 0 ? "needs a value, not the option " + value
@@ -162,6 +165,14 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
+        // "A subcommand is required" for a word that is none: name the word.
+        std::vector<std::string> left = app.remaining();
+        for (CLI::App* sub : app.get_subcommands()) {
+            std::vector<std::string> more = sub->remaining();
+            left.insert(left.end(), more.begin(), more.end());
+        }
+        if (dynamic_cast<const CLI::RequiredError*>(&e) && !left.empty())
+            return ReportError(jsonErrors, "unknown command '" + left.front() + "'", kExitUsage);
         return ReportError(jsonErrors, e.what(), kExitUsage);
     }
 
