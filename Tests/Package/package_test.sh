@@ -43,7 +43,7 @@ if [ -e "$so" ]; then
                   'ZR::UniString::Compare' 'typeinfo for ZR::NullReferenceException'; do
         grep -qF "$wanted" <<<"$symbols" || fail "$wanted is not exported"
     done
-    for hidden in 'KRC::KRDataOptions::' 'InfoXMLsChannel' 'IO::Posix' 'pugi::'; do
+    for hidden in 'KRC::KRDataOptions::' 'InfoXMLsChannel' 'IO::Posix' 'IO::Sys::' 'IO::Env' 'pugi::'; do
         ! grep -qF "$hidden" <<<"$symbols" || fail "$hidden is exported"
     done
 fi

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "KRClient/KRClient.h"
+#include "Doctor.h"
 #include "Krctl.h"
 #include "ZR/Exceptions.h"
 #include "ZR/Logger.h"
@@ -154,6 +155,7 @@ int main(int argc, char** argv) {
     AddRegistryCommands(app, options, &action);
     AddOptionsCommands(app, options, &action);
     AddLockCommands(app, options, &action);
+    AddDoctorCommand(app, options, &action);
     RefuseOptionsAsValues(app);
 
     try {

@@ -1,0 +1,419 @@
+#include "Doctor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "KRCB/Paths.h"
+#include "KRClient/CachedProjectInfo.h"
+#include "KRClient/Internal/KRDataOptions.h"
+#include "KRClient/RegisteredProjects.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
+#include "RegistryLock.h"
+#include "ZR/MD5.h"
+
+namespace krctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const kLockFileName = "@DataOptions.Lock";
+const char* const kLoginDataName = "LoginData.json";
+
+// Someone holds the file by an open-file-description lock. Only looks: no lock is taken.
+bool IsHeld(const std::string& path) {
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0) return false;
+    struct flock probe = {};
+    probe.l_type = F_WRLCK;
+    probe.l_whence = SEEK_SET;
+    bool held = fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+    close(fd);
+    return held;
+}
+
+bool IsRegularFile(const std::string& path) {
+    struct stat st {};
+    return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// ".NAME.tmp-XXXXXX": the temporary file of a write of NAME.
+bool IsTemporaryOf(const std::string& entry, const std::string& target) {
+    const std::string prefix = "." + target.substr(0, 200) + ".tmp-";
+    if (entry.size() != prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0)
+        return false;
+    return std::all_of(entry.begin() + static_cast<std::ptrdiff_t>(prefix.size()), entry.end(),
+                       [](unsigned char c) { return std::isalnum(c) != 0; });
+}
+
+// Temporary files beside folder/target that nobody is writing: left by writers that died.
+void FindLeftovers(const std::string& folder, const std::string& target, Json& leftovers) {
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(folder, ec)) {
+        std::string name = entry.path().filename().string();
+        std::string path = entry.path().string();
+        if (IsTemporaryOf(name, target) && IsRegularFile(path) && !IsHeld(path))
+            leftovers.push_back(path);
+    }
+}
+
+// Where an XML parser stops in a damaged file, as line and column from 1.
+bool XmlStop(const std::string& path, Json& where) {
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    pugi::xml_document document;
+    pugi::xml_parse_result result = document.load_buffer(bytes.data(), bytes.size());
+    if (result) return false;
+    std::size_t offset = std::min(
+        static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0)), bytes.size());
+    std::size_t line =
+        1 + static_cast<std::size_t>(std::count(
+                bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(offset), '\n'));
+    std::size_t lineStart = bytes.rfind('\n', offset == 0 ? 0 : offset - 1);
+    std::size_t column =
+        lineStart == std::string::npos || offset == 0 ? offset + 1 : offset - lineStart;
+    where["line"] = line;
+    where["column"] = column;
+    where["reason"] = result.description();
+    return true;
+}
+
+std::string Reason(const std::string& path, const char* what) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) return std::strerror(errno);
+    if (st.st_size == 0) return "empty file";
+    return what;
+}
+
+bool Inside(const std::string& folder, const std::string& root) {
+    fs::path f = fs::path(folder).lexically_normal(), r = fs::path(root).lexically_normal();
+    auto rel = f.lexically_relative(r);
+    return !rel.empty() && *rel.begin() != "..";
+}
+
+Json ExamineOptions(const std::string& dataFolder, std::string* localDataFolder) {
+    const std::string file = dataFolder + "/" + KRC::KRDataOptions::kFileName;
+    Json json{{"file", file}};
+    *localDataFolder = dataFolder;
+    if (!fs::exists(fs::symlink_status(file))) {
+        json["state"] = "absent";
+        return json;
+    }
+    KRC::KRDataOptions::Values values;
+    try {
+        KRC::KRDataOptions::ReadFileAt(IO::Location(ZR::UniString(file)), &values);
+    } catch (const KRC::FileOpeningError&) {
+        json["state"] = "unreadable";
+        json["reason"] = Reason(file, "cannot be opened");
+        return json;
+    } catch (const KRC::ErrorReadingFile&) {
+        json["state"] = "damaged";
+        if (!XmlStop(file, json)) json["reason"] = Reason(file, "values missing or out of range");
+        return json;
+    }
+    json["state"] = "readable";
+    json["form"] = values.olderForm ? "older" : "current";
+    *localDataFolder = values.dataFolder.ToPath().Std();
+    json["localDataFolder"] = *localDataFolder;
+    // A copied data folder still points at the original: changes made through
+    // the copy land there.
+    json["outside"] = !Inside(*localDataFolder, dataFolder) && *localDataFolder != dataFolder;
+    return json;
+}
+
+Json ExamineLock(const std::string& localDataFolder) {
+    const std::string file = localDataFolder + "/" + kLockFileName;
+    Json json{{"file", file}};
+    struct stat st {};
+    if (lstat(file.c_str(), &st) != 0)
+        json["state"] = "absent";
+    else if (!S_ISREG(st.st_mode))
+        json["state"] = "not a file";
+    else
+        json["state"] = IsHeld(file) ? "held" : "stale";
+    return json;
+}
+
+struct Record {
+    std::string folder, server, path, user;
+};
+
+Json ExamineCacheFolder(const fs::path& folder, std::vector<Record>& records, Json& leftovers) {
+    const std::string file = (folder / KRC::kCacheInfoFileName).string();
+    Json json{{"folder", folder.string()}};
+    FindLeftovers(folder.string(), KRC::kCacheInfoFileName, leftovers);
+    if (!fs::exists(fs::symlink_status(file))) {
+        json["state"] = "no record";
+        return json;
+    }
+    try {
+        KRC::CachedProjectInfo info{IO::Location(ZR::UniString(folder.string()))};
+        json["state"] = "readable";
+        json["dataVersion"] = info.GetXMLVersion();
+        Record r{folder.string(), info.GetPortalServerUrl().Std(), info.GetProjectPath().Std(),
+                 info.GetLoginName().Std()};
+        std::string name =
+            MD5::Of(ZR::UniString(r.server + "_" + r.path + "_" + r.user)).GetAsZrString().Std();
+        json["md5Name"] = folder.filename().string() == name;
+        if (!json["md5Name"].get<bool>()) json["expectedName"] = name;
+        json["server"] = r.server;
+        json["path"] = r.path;
+        json["user"] = r.user;
+        records.push_back(std::move(r));
+    } catch (const KRC::FileOpeningError&) {
+        json["state"] = "unreadable";
+        json["reason"] = Reason(file, "cannot be opened");
+    } catch (const KRC::ErrorReadingFile&) {
+        json["state"] = "damaged";
+        if (!XmlStop(file, json)) json["reason"] = Reason(file, "values missing or out of range");
+    }
+    return json;
+}
+
+bool SameText(const std::string& a, const std::string& b) {
+    return ZR::UniString(a).IsEqual(ZR::UniString(b), ZR::CaseComparison::Insensitive);
+}
+
+// Groups of two or more records of one project: same path and user, and the
+// same server strictly, or only loosely (same host, another scheme, port or path).
+Json FindDuplicates(const std::vector<Record>& records) {
+    std::map<std::string, std::vector<const Record*>> byKey;
+    for (const Record& r : records)
+        byKey[ZR::UniString(r.path + "\n" + r.user).ToLowerCase().Std()].push_back(&r);
+    Json groups = Json::array();
+    for (const auto& [key, candidates] : byKey) {
+        std::vector<bool> taken(candidates.size(), false);
+        for (bool strict : {true, false}) {
+            for (std::size_t i = 0; i < candidates.size(); ++i) {
+                if (taken[i]) continue;
+                Json folders = Json::array({candidates[i]->folder});
+                std::vector<std::size_t> members{i};
+                for (std::size_t j = i + 1; j < candidates.size(); ++j)
+                    if (!taken[j] &&
+                        KRCB::IsEqualServerUrls(ZR::UniString(candidates[i]->server),
+                                                ZR::UniString(candidates[j]->server), strict)) {
+                        folders.push_back(candidates[j]->folder);
+                        members.push_back(j);
+                    }
+                if (members.size() < 2) continue;
+                for (std::size_t m : members) taken[m] = true;
+                groups.push_back(Json{{"match", strict ? "strict" : "loose"},
+                                      {"server", candidates[i]->server},
+                                      {"path", candidates[i]->path},
+                                      {"user", candidates[i]->user},
+                                      {"folders", folders}});
+            }
+        }
+    }
+    return groups;
+}
+
+Json FindUnknownUsers(const GlobalOptions& options, const std::vector<Record>& records,
+                      Json& report) {
+    Json unknown = Json::array();
+    if (options.baseFolder.empty()) {
+        report["loginData"] = "not checked (no --base-folder)";
+        return unknown;
+    }
+    KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForReading);
+    report["loginData"] = options.baseFolder + "/" + kLoginDataName;
+    for (const Record& r : records)
+        if (!store.ContainsServer(r.server) || !store.ContainsUser(r.server, r.user))
+            unknown.push_back(Json{{"folder", r.folder}, {"server", r.server}, {"user", r.user}});
+    return unknown;
+}
+
+std::size_t CountProblems(const Json& report) {
+    std::size_t problems = 0;
+    const Json& opts = report["options"];
+    if (opts["state"] == "damaged" || opts["state"] == "unreadable") ++problems;
+    if (opts.value("outside", false)) ++problems;
+    if (report["lock"]["state"] == "stale" || report["lock"]["state"] == "not a file") ++problems;
+    for (const Json& c : report["cacheFolders"])
+        if (c["state"] == "damaged" || c["state"] == "unreadable") ++problems;
+    problems +=
+        report["duplicates"].size() + report["leftovers"].size() + report["unknownUsers"].size();
+    return problems;
+}
+
+std::string Summary(const Json& report) {
+    std::size_t damaged = 0;
+    for (const Json& c : report["cacheFolders"])
+        if (c["state"] == "damaged" || c["state"] == "unreadable") ++damaged;
+    std::ostringstream text;
+    std::size_t problems = report["problems"];
+    if (problems == 0)
+        text << "clean: ";
+    else
+        text << problems << " problem(s): ";
+    text << report["cacheFolders"].size() << " cache folder(s), " << damaged << " damaged, "
+         << report["duplicates"].size() << " duplicate group(s), " << report["leftovers"].size()
+         << " leftover(s), lock " << report["lock"]["state"].get<std::string>() << ", options "
+         << report["options"]["state"].get<std::string>()
+         << (report["options"].value("outside", false) ? " (pointing outside)" : "");
+    return text.str();
+}
+
+void PrintReport(const Json& report) {
+    const Json& opts = report["options"];
+    std::printf("options      %s: %s", opts["file"].get<std::string>().c_str(),
+                opts["state"].get<std::string>().c_str());
+    if (opts.contains("form"))
+        std::printf(", %s form, local data folder %s%s", opts["form"].get<std::string>().c_str(),
+                    opts["localDataFolder"].get<std::string>().c_str(),
+                    opts["outside"].get<bool>() ? " (OUTSIDE the data folder)" : "");
+    if (opts.contains("reason")) std::printf(" (%s)", opts["reason"].get<std::string>().c_str());
+    std::printf("\nlock         %s: %s\n", report["lock"]["file"].get<std::string>().c_str(),
+                report["lock"]["state"].get<std::string>().c_str());
+    for (const Json& c : report["cacheFolders"]) {
+        std::printf("cache folder %s: %s", c["folder"].get<std::string>().c_str(),
+                    c["state"].get<std::string>().c_str());
+        if (c.contains("dataVersion"))
+            std::printf(", data version %d", c["dataVersion"].get<int>());
+        if (c.contains("md5Name") && !c["md5Name"].get<bool>())
+            std::printf(", name is not the MD5 name %s",
+                        c["expectedName"].get<std::string>().c_str());
+        if (c.contains("line"))
+            std::printf(" (%s at line %zu, column %zu)", c["reason"].get<std::string>().c_str(),
+                        c["line"].get<std::size_t>(), c["column"].get<std::size_t>());
+        else if (c.contains("reason"))
+            std::printf(" (%s)", c["reason"].get<std::string>().c_str());
+        std::printf("\n");
+    }
+    for (const Json& d : report["duplicates"]) {
+        std::printf("duplicate    (%s match) %s %s %s:", d["match"].get<std::string>().c_str(),
+                    d["server"].get<std::string>().c_str(), d["user"].get<std::string>().c_str(),
+                    d["path"].get<std::string>().c_str());
+        for (const Json& f : d["folders"]) std::printf(" %s", f.get<std::string>().c_str());
+        std::printf("\n");
+    }
+    for (const Json& l : report["leftovers"])
+        std::printf("leftover     %s\n", l.get<std::string>().c_str());
+    for (const Json& u : report["unknownUsers"])
+        std::printf("unknown user %s on %s, record %s\n", u["user"].get<std::string>().c_str(),
+                    u["server"].get<std::string>().c_str(), u["folder"].get<std::string>().c_str());
+    std::printf("%s\n", report["summary"].get<std::string>().c_str());
+}
+
+std::string QuarantineName() {
+    std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char name[64];
+    std::strftime(name, sizeof name, "Quarantine-%Y%m%dT%H%M%SZ", &utc);
+    return name;
+}
+
+int RunDoctor(const GlobalOptions& options, bool repair) {
+    if (options.dataFolder.empty()) throw UsageError("doctor needs --data-folder DIR");
+    Json actions = Json::array();
+    if (repair) actions = Repair(options);
+    Json report = Examine(options);
+    if (repair) report["repairs"] = actions;
+    if (options.json) {
+        PrintJson(report);
+    } else {
+        for (const Json& a : actions)
+            std::printf("repaired     %s\n", a.get<std::string>().c_str());
+        PrintReport(report);
+    }
+    return report["problems"].get<std::size_t>() == 0 ? kExitDone : kExitFailed;
+}
+
+}  // namespace
+
+Json Examine(const GlobalOptions& options) {
+    Json report{{"dataFolder", options.dataFolder}};
+    std::string localDataFolder;
+    report["options"] = ExamineOptions(options.dataFolder, &localDataFolder);
+    report["lock"] = ExamineLock(localDataFolder);
+    Json leftovers = Json::array();
+    FindLeftovers(options.dataFolder, KRC::KRDataOptions::kFileName, leftovers);
+    if (!options.baseFolder.empty()) FindLeftovers(options.baseFolder, kLoginDataName, leftovers);
+
+    std::vector<Record> records;
+    Json folders = Json::array();
+    const fs::path projects = fs::path(localDataFolder) / options.projectCache;
+    std::vector<fs::path> names;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(projects, ec))
+        if (entry.is_directory(ec) && !entry.is_symlink(ec)) names.push_back(entry.path());
+    std::sort(names.begin(), names.end());
+    for (const fs::path& folder : names)
+        folders.push_back(ExamineCacheFolder(folder, records, leftovers));
+    report["cacheFolders"] = folders;
+    report["duplicates"] = FindDuplicates(records);
+    report["leftovers"] = leftovers;
+    report["unknownUsers"] = FindUnknownUsers(options, records, report);
+    report["problems"] = CountProblems(report);
+    report["summary"] = Summary(report);
+    return report;
+}
+
+Json Repair(const GlobalOptions& options) {
+    Json actions = Json::array();
+    // The lock's own file: a stale one is taken over by the guard and goes
+    // when it is let go.
+    std::string localDataFolder;
+    ExamineOptions(options.dataFolder, &localDataFolder);
+    if (ExamineLock(localDataFolder)["state"] == "stale")
+        actions.push_back("removed the stale lock file " + localDataFolder + "/" + kLockFileName);
+
+    KRC::RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
+                                  ZR::UniString(options.projectCache),
+                                  ZR::UniString(options.libCache));
+    RegistryLock lock(options);
+    Json report = Examine(options);
+    fs::path quarantine;
+    for (const Json& c : report["cacheFolders"]) {
+        if (c["state"] != "damaged") continue;
+        if (quarantine.empty()) {
+            quarantine = fs::path(options.dataFolder) / QuarantineName();
+            if (mkdir(quarantine.c_str(), 0700) != 0 && errno != EEXIST)
+                throw Failure(FileFailure("cannot make", quarantine.string(), errno));
+        }
+        fs::path from = c["folder"].get<std::string>();
+        fs::path to = quarantine / from.filename();
+        if (rename(from.c_str(), to.c_str()) != 0)
+            throw Failure(FileFailure("cannot move " + from.string() + " to", to.string(), errno));
+        actions.push_back("moved the damaged cache folder " + from.string() + " to " + to.string());
+    }
+    for (const Json& l : report["leftovers"]) {
+        std::string path = l.get<std::string>();
+        // Looked at again: a writer may have started on it since.
+        if (IsHeld(path)) continue;
+        if (unlink(path.c_str()) != 0 && errno != ENOENT)
+            throw Failure(FileFailure("cannot remove", path, errno));
+        actions.push_back("removed the leftover " + path);
+    }
+    return actions;
+}
+
+void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, Action* action) {
+    auto repair = std::make_shared<bool>(false);
+    CLI::App* doctor = app.add_subcommand(
+        "doctor",
+        "report what is wrong with --data-folder (options, lock, cache folders, duplicates,\n"
+        "leftovers of interrupted writes, records of unknown users), reading only; exit 1 if\n"
+        "anything was found");
+    doctor->add_flag("--repair", *repair,
+                     "under the registry lock: move damaged cache folders into a quarantine "
+                     "folder, remove a stale lock file and leftovers (nothing is deleted "
+                     "otherwise; duplicates are only reported)");
+    doctor->callback([&options, action, repair] {
+        *action = [&options, repair] { return RunDoctor(options, *repair); };
+    });
+}
+
+}  // namespace krctl
