@@ -51,18 +51,25 @@ public:
     void SetLastUsedDays(std::int32_t value);
     void SetLastRunTime(std::int32_t value);
     bool IsDirty() const { return dirty; }
+    // Something waits to be written at the release of the lock: a changed
+    // value, or the upgrade of a file read in the older form.
+    bool NeedsWrite() const { return dirty || upgradePending; }
 
     const IO::Location& GetOptionsFile() const { return optionsFile; }
     std::int32_t GetOptionsFileTimeField() const { return optionsFileTime; }
 
     // Re-reads the file if it changed since it was last read or written here.
+    // A file that opens but can't be read is damaged: reported once, not
+    // tried again until it changes, and memory keeps what it had.
     void Refresh();
-    // Both report file failures as events and answer false.
+    // Both report file failures as events and answer false. Read takes all
+    // values or none. Write refuses to replace a damaged file that is still
+    // there: what it holds may be the only copy of someone's settings.
     bool Read();
     bool Write();
 
-    // Creates a missing file, empty. *time is 0 unless both the file and its
-    // time could be had.
+    // *time is 0 unless both the file and its time could be had. A missing
+    // file is not made here: an empty file would read as a damaged one.
     bool GetOptionsFileTime(int* time);
     bool HasContent();
     void SendDataFolderChanged();
@@ -72,10 +79,15 @@ public:
     void ResetForTesting();
 
 private:
+    enum class ReadResult { Done, OpeningFailed, ReadingFailed };
+    struct Values;
+
     bool GetOptionsFileTime(int* time, std::uint64_t* stamp);
-    void ReadFile(bool* olderForm);
+    ReadResult ReadReporting();
+    void ReadFile(Values* values);
     void WriteFile();
     void SetDefaults();
+    bool DamagedFileStillThere();
 
     IO::Location optionsFile;
     IO::Location dataFolder;
@@ -90,6 +102,13 @@ private:
     // optionsFileTime has a resolution of seconds; the stamp tells apart two
     // writes by different processes within one second.
     std::uint64_t optionsFileStamp = 0;
+    // The last read found the file damaged; its time and stamp then.
+    bool damaged = false;
+    std::int32_t damagedTime = 0;
+    std::uint64_t damagedStamp = 0;
+    // The file was read in the older form; it is upgraded under the lock only,
+    // so that a reading process never replaces what a lock holder writes.
+    bool upgradePending = false;
 };
 
 extern KRDataOptions dataOptions;
