@@ -76,7 +76,7 @@ void PrintRecord(const Json& record) {
         else if (value.is_array()) {
             for (const auto& p : value) text += (text.empty() ? "" : ", ") + p.get<std::string>();
         } else
-            text = value.dump();
+            text = JsonText(value, -1);
         std::printf("%-34s %s\n", key.c_str(), text.c_str());
     }
 }
@@ -90,6 +90,7 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
     if (!TakeOption(args, "--user", &user)) throw UsageError("cache create needs --user");
     bool tokenGiven = TakeOption(args, "--token", &token);
     ExpectNoMore(args);
+    CheckServerUrl(server);
     if (!tokenGiven) {
         // A record takes its token from the login data; without --token the
         // stored one stays as it is.
@@ -106,11 +107,10 @@ int Create(const GlobalOptions& options, std::vector<std::string> args) {
     WriteWatch watch;
     KRC::CachedProjectInfo record(
         info, IO::Location(ZR::UniString(std::filesystem::absolute(mainFolder).string())));
-    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
-    if (!watch.failures.empty()) return 1;
+    if (!ReportFailures(watch)) return 1;
     std::string folder = record.GetCacheFolderLocation().ToPath().Std();
     if (options.json)
-        std::printf("%s\n", Json{{"cacheFolder", folder}}.dump(2).c_str());
+        std::printf("%s\n", JsonText(Json{{"cacheFolder", folder}}).c_str());
     else
         std::printf("%s\n", folder.c_str());
     return 0;
@@ -122,7 +122,7 @@ int Show(const GlobalOptions& options, std::vector<std::string> args) {
         KRC::CachedProjectInfo record{IO::Location(ZR::UniString(args[0]))};
         Json json = RecordToJson(record);
         if (options.json)
-            std::printf("%s\n", json.dump(2).c_str());
+            std::printf("%s\n", JsonText(json).c_str());
         else
             PrintRecord(json);
         return 0;
@@ -209,11 +209,10 @@ int Set(const GlobalOptions& options, std::vector<std::string> args) {
     }
     WriteWatch watch;
     it->second(*record, args[2]);
-    for (const auto& f : watch.failures) std::fprintf(stderr, "krctl: %s\n", f.c_str());
-    if (!watch.failures.empty()) return 1;
+    if (!ReportFailures(watch)) return 1;
     if (options.json)
         std::printf("%s\n",
-                    Json{{"field", args[1]}, {"written", watch.writes > 0}}.dump(2).c_str());
+                    JsonText(Json{{"field", args[1]}, {"written", watch.writes > 0}}).c_str());
     else
         std::printf("%s: %s\n", args[1].c_str(),
                     watch.writes > 0 ? "written" : "unchanged, nothing written");

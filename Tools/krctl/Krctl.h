@@ -1,6 +1,7 @@
 #pragma once
 // krctl: the support engineer's command line over a data folder.
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -38,5 +39,16 @@ void ExpectNoMore(const std::vector<std::string>& args);
 // Values of the command line; UsageError if the text is not one.
 long long ParseNumber(const std::string& text, long long min, long long max);
 bool ParseBool(const std::string& text);
+
+// Refuses (UsageError) a server URL that carries a user name or password:
+// such a URL would be stored and shown. The text of the error leaves the URL out.
+void CheckServerUrl(const std::string& url);
+
+// JSON output. Text that is not valid UTF-8 (a path of any bytes, say) is
+// written with each bad byte replaced by U+FFFD, so that one such value never
+// costs the rest of the output.
+inline std::string JsonText(const nlohmann::ordered_json& json, int indent = 2) {
+    return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
 
 }  // namespace krctl

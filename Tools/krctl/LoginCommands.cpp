@@ -78,7 +78,7 @@ void PrintServer(const Json& server) {
 int Report(const GlobalOptions& options, const UILoginDataStore& store, const std::string& url) {
     Json server = ServerToJson(store, store.GetServer(url));
     if (options.json)
-        std::printf("%s\n", server.dump(2).c_str());
+        std::printf("%s\n", JsonText(server).c_str());
     else
         PrintServer(server);
     return 0;
@@ -105,7 +105,7 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
     Json list = Json::array();
     for (const auto& server : servers) list.push_back(ServerToJson(store, server));
     if (options.json) {
-        std::printf("%s\n", Json{{"servers", std::move(list)}}.dump(2).c_str());
+        std::printf("%s\n", JsonText(Json{{"servers", std::move(list)}}).c_str());
     } else if (list.empty()) {
         std::printf("no servers\n");
     } else {
@@ -120,6 +120,7 @@ int AddServer(const GlobalOptions& options, std::vector<std::string> args) {
     TakeOption(args, "--name", &name);
     if (args.size() != 1) throw UsageError("login add-server needs exactly one URL");
     const std::string url = args[0];
+    CheckServerUrl(url);
 
     UILoginDataStore store(UILoginDataStore::ForWriting);
     auto info =
@@ -141,6 +142,7 @@ int AddUser(const GlobalOptions& options, std::vector<std::string> args) {
     bool hasFullName = TakeOption(args, "--full-name", &fullName);
     if (args.size() != 2) throw UsageError("login add-user needs URL and USER");
     const std::string url = args[0], user = args[1];
+    CheckServerUrl(url);
     if (user.empty()) throw UsageError("login add-user needs a non-empty USER");
 
     UILoginDataStore store(UILoginDataStore::ForWriting);
@@ -159,6 +161,7 @@ int SetActive(const GlobalOptions& options, std::vector<std::string> args) {
     if (TakeFlag(args, "--help")) return Help(kSetActiveUsage);
     if (args.size() != 2) throw UsageError("login set-active needs URL and USER");
     const std::string url = args[0], user = args[1];
+    CheckServerUrl(url);
 
     UILoginDataStore store(UILoginDataStore::ForWriting);
     if (!RequireServer(store, url)) return 1;

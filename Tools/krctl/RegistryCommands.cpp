@@ -52,6 +52,7 @@ IO::Location TakeProject(std::vector<std::string>& args) {
     if (!TakeOption(args, "--server", &server)) throw UsageError("needs --server URL");
     if (!TakeOption(args, "--user", &user)) throw UsageError("needs --user NAME");
     if (!TakeOption(args, "--path", &path)) throw UsageError("needs --path PROJECT_PATH");
+    CheckServerUrl(server);
     KRC::ProjectConnectionInfo info;
     info.SetServerUrl(ZR::UniString(server));
     info.SetUserName(ZR::UniString(user));
@@ -80,14 +81,18 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
     TakeOption(args, "--user", &user);
     TakeOption(args, "--server", &server);
     ExpectNoMore(args);
+    if (!server.empty()) CheckServerUrl(server);
+    WriteWatch watch;
     StartRegistry(options);
     Json list = Json::array();
     for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(user), ZR::UniString(server),
                                                      nullptr};
          it != nullptr; ++it)
         list.push_back(ProjectToJson(*it));
+    // Without readable options the data folder is unknown: an empty list would be a lie.
+    if (!ReportFailures(watch)) return 1;
     if (options.json) {
-        std::printf("%s\n", list.dump(2).c_str());
+        std::printf("%s\n", JsonText(list).c_str());
         return 0;
     }
     for (const auto& p : list)
@@ -102,14 +107,16 @@ int List(const GlobalOptions& options, std::vector<std::string> args) {
 int Find(const GlobalOptions& options, std::vector<std::string> args) {
     IO::Location project = TakeProject(args);
     ExpectNoMore(args);
+    WriteWatch watch;
     StartRegistry(options);
     IO::Location folder = registeredProjects.GetCacheDataFolder(project);
+    if (!ReportFailures(watch)) return 1;
     if (folder.IsEmpty()) {
         std::fprintf(stderr, "krctl: not found\n");
         return 1;
     }
     if (options.json)
-        std::printf("%s\n", Json{{"cacheDataFolder", folder.ToPath().Std()}}.dump(2).c_str());
+        std::printf("%s\n", JsonText(Json{{"cacheDataFolder", folder.ToPath().Std()}}).c_str());
     else
         std::printf("%s\n", folder.ToPath().ToCString());
     return 0;
@@ -167,16 +174,17 @@ int SetProperty(const GlobalOptions& options, std::vector<std::string> args) {
     if (takesValue && args.size() != 2) throw UsageError(property + " needs one VALUE");
     if (!takesValue && args.size() != 1) throw UsageError(property + " takes no value");
     std::string value = takesValue ? args[1] : std::string();
+    WriteWatch watch;
     StartRegistry(options);
     if (registeredProjects.GetCacheDataFolder(project).IsEmpty()) {
+        if (!ReportFailures(watch)) return 1;
         std::fprintf(stderr, "krctl: not found\n");
         return 1;
     }
-    WriteWatch watch;
     it->second.second(project, value);
     if (!ReportFailures(watch)) return 1;
     if (options.json)
-        std::printf("%s\n", Json{{"property", property}, {"done", true}}.dump(2).c_str());
+        std::printf("%s\n", JsonText(Json{{"property", property}, {"done", true}}).c_str());
     else
         std::printf("%s: done\n", property.c_str());
     return 0;
@@ -204,14 +212,17 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
     args.erase(args.begin());
     if (sub == "show") {
         ExpectNoMore(args);
+        WriteWatch watch;
         StartRegistry(options);
         Json json = OptionsToJson();
+        // Values that were not read are not shown.
+        if (!ReportFailures(watch)) return 1;
         if (options.json)
-            std::printf("%s\n", json.dump(2).c_str());
+            std::printf("%s\n", JsonText(json).c_str());
         else
             for (const auto& [k, v] : json.items())
                 std::printf("%-24s %s\n", k.c_str(),
-                            v.is_string() ? v.get<std::string>().c_str() : v.dump().c_str());
+                            v.is_string() ? v.get<std::string>().c_str() : JsonText(v, -1).c_str());
         return 0;
     }
     if (sub != "set") throw UsageError("unknown options subcommand '" + sub + "'");
@@ -240,8 +251,8 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
         };
     else
         throw UsageError("unknown options field '" + field + "'");
-    StartRegistry(options);
     WriteWatch watch;
+    StartRegistry(options);
     apply();
     if (!ReportFailures(watch)) return 1;
     // Options are written when the lock goes; still dirty means they never reached the file.
@@ -251,7 +262,7 @@ int Options(const GlobalOptions& options, std::vector<std::string> args) {
         return 1;
     }
     if (options.json)
-        std::printf("%s\n", OptionsToJson().dump(2).c_str());
+        std::printf("%s\n", JsonText(OptionsToJson()).c_str());
     else
         std::printf("%s: done\n", field.c_str());
     return 0;

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <memory>
 
+#include "KRClient/Internal/ServerUrl.h"
 #include "KRClient/KRClient.h"
 #include "Krctl.h"
 #include "ZR/Exceptions.h"
@@ -60,6 +61,13 @@ bool ParseBool(const std::string& text) {
     if (text == "true" || text == "1") return true;
     if (text == "false" || text == "0") return false;
     throw UsageError("'" + text + "' is not true or false");
+}
+
+void CheckServerUrl(const std::string& url) {
+    if (KRC::ServerUrlHasUserInfo(ZR::UniString(url)))
+        throw UsageError(
+            "the server URL holds a user name or password; give the server without them (users "
+            "and their tokens go in with 'login add-user')");
 }
 
 }  // namespace krctl
