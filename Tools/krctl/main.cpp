@@ -89,7 +89,7 @@ const char* const kUsage =
     "--data-folder)\n"
     "  options show | set FIELD VALUE                                  (needs --data-folder)\n"
     "  lock hold --seconds N                                           (needs --data-folder)\n"
-    "Each command takes --help.\n";
+    "Each command takes --help. With --json, bytes that are not UTF-8 are written as U+FFFD.\n";
 
 }  // namespace
 
