@@ -14,12 +14,6 @@ constexpr const char* kLockFileName = "@DataOptions.Lock";
 constexpr int kLockTries = 10;
 constexpr int kLockPollMs = 50;
 
-// Whether a folder stands where the lock file belongs. Such a folder is not
-// the library's to delete, whatever it holds: the lock is then not taken.
-bool IsFolder(const IO::Location& location) {
-    return IO::Folder(location, IO::kNotFoundFail).GetStatus() == IO::kOk;
-}
-
 // Open failures that say another process is in the middle of taking or
 // leaving the lock, as opposed to a file that can't be held here at all.
 bool IsContention(int status) {
@@ -82,9 +76,11 @@ bool RegisteredProjects::Synchronizer::IsLockedByOthers() {
     IO::Name name;
     if (!location.MoveLastLocalName(&name)) return false;
     IO::Folder folder(location, IO::kNotFoundFail);
-    if (folder.GetStatus() != IO::kOk || IsFolder(location + name)) return false;
-    // A missing file or a failure of any other kind reads as free.
-    return folder.Delete(name, 0, 2) == IO::kErrInUse;
+    if (folder.GetStatus() != IO::kOk) return false;
+    // A missing file or a failure of any other kind reads as free. Only a
+    // file goes: a folder that stands where the lock file belongs is not the
+    // library's to delete, whatever it holds, and the lock is then not taken.
+    return folder.DeleteFile(name) == IO::kErrInUse;
 }
 
 void RegisteredProjects::Synchronizer::WaitForLock() {
@@ -127,8 +123,7 @@ void RegisteredProjects::Synchronizer::RemoveLock() {
         mLockFile->Close();
         // The file's own location: after SetKRDataFolder under the lock, the
         // lock file of the old folder is the one that goes.
-        const IO::Location& location = mLockFile->GetLocation();
-        if (!IsFolder(location)) IO::fileSystem.Delete(location, 0, 2);
+        IO::fileSystem.DeleteFile(mLockFile->GetLocation());
         delete mLockFile;
         mLockFile = nullptr;
     } catch (...) {
