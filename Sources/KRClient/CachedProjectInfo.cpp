@@ -1,7 +1,12 @@
 #include "KRClient/CachedProjectInfo.h"
 
+#include <memory>
+#include <string>
+
 #include "IO/File.h"
 #include "KRCB/Paths.h"
+#include "KRClient/Internal/ServerUrl.h"
+#include "KRClient/KRClientExceptions.h"
 #include "ZR/MD5.h"
 
 namespace KRC {
@@ -22,35 +27,64 @@ CachedProjectInfo::CachedProjectInfo(const IO::Location& folder) : cacheFolder(f
 
 CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info,
                                      const IO::Location& mainCacheFolder) {
+    if (ServerUrlHasUserInfo(info.GetServerUrl()))
+        throw ZR::IllegalArgumentException(
+            "Failed to make a cache record: the server URL holds a user name or password", ZR_HERE);
     // Every field starts empty by its initialiser.
     IO::Folder mainFolder(mainCacheFolder, IO::kNotFoundCreate);
 
     ZR::UniString key =
         info.GetServerUrl() + "_" + info.GetProjectPath() + "_" + info.GetUserName();
     ZR::UniString md5Text = MD5::Of(key).GetAsZrString();
-    IO::Name name(md5Text);
 
-    // Free only if known to be absent, or present without an info file: a
-    // leftover folder is taken over. Any failure counts as occupied.
-    bool occupied = true;
-    bool contains = false;
-    if (mainFolder.Contains(name, &contains) == IO::kOk) {
-        if (!contains) {
-            occupied = false;
-        } else {
-            IO::Folder existing(mainCacheFolder + name, IO::kNotFoundFail);
-            bool hasInfo = false;
-            if (existing.GetStatus() == IO::kOk &&
-                existing.Contains(IO::Name(kCacheInfoFileName), &hasInfo) == IO::kOk)
-                occupied = hasInfo;
+    // The MD5 name first, then the names GenerateUnusedName would make from
+    // it. A name is taken if it is absent, if its folder holds no readable
+    // record (left by a create that was cut short, or damaged), or if its
+    // record is of this very key; another key's record, or a record we may
+    // not read, makes it occupied. So a create that was killed half way, or a
+    // second create of one key, never leaves a second folder for the key.
+    // A main folder that can't be looked into ends the search at once: the
+    // write then fails and says so.
+    for (std::uint64_t n = 0;; ++n) {
+        IO::Name name(n == 0 ? md5Text : md5Text + ZR::UniString("-" + std::to_string(n)));
+        IO::Location folder = mainCacheFolder + name;
+        bool contains = false;
+        if (mainFolder.Contains(name, &contains) != IO::kOk) {
+            cacheFolder = folder;
+            break;
         }
+        if (contains) {
+            if (IO::Folder(folder, IO::kNotFoundFail).GetStatus() != IO::kOk) continue;
+            if (CachedProjectInfoExist(folder)) {
+                std::unique_ptr<CachedProjectInfo> existing;
+                try {
+                    existing = std::make_unique<CachedProjectInfo>(folder);
+                } catch (const ErrorReadingFile&) {
+                    // Damaged beyond use: the new record replaces it.
+                } catch (const FileOpeningError&) {
+                    continue;  // there but unreadable to us: not ours to replace
+                }
+                if (existing) {
+                    if (!IsSameKey(*existing, info)) continue;
+                    *this = *existing;
+                    updating = false;
+                    writePending = false;
+                }
+            }
+        }
+        cacheFolder = folder;
+        break;
     }
-    if (occupied) mainFolder.GenerateUnusedName(&name, md5Text, "");
-
-    cacheFolder = mainCacheFolder + name;
     IO::fileSystem.CreateFolderTree(cacheFolder);
     SetProjectConnectionInfoInner(info);
     WriteToDiscIfComplete(true);
+}
+
+bool CachedProjectInfo::IsSameKey(const CachedProjectInfo& record,
+                                  const ProjectConnectionInfo& info) {
+    return record.portalServerUrl.IsEqual(info.GetServerUrl(), ZR::kIgnoreCase) &&
+           record.projectPath == info.GetProjectPath() &&
+           record.loginName.IsEqual(info.GetUserName(), ZR::kIgnoreCase);
 }
 
 CachedProjectInfo::CachedProjectInfo(const CachedProjectInfo& other)

@@ -47,6 +47,8 @@ public:
     /// Reads an existing cache folder; file exceptions leave the constructor.
     explicit CachedProjectInfo(const IO::Location& cacheFolder);
     /// Makes a new cache folder under mainCacheFolder and writes its first file.
+    /// A server URL holding a user name or password is refused
+    /// (ZR::IllegalArgumentException) before anything is made.
     CachedProjectInfo(const ProjectConnectionInfo& connectionInfo,
                       const IO::Location& mainCacheFolder);
     CachedProjectInfo(const CachedProjectInfo& other);
@@ -153,6 +155,7 @@ private:
     template <typename T>
     void SetField(T& field, const T& value);
 
+    static bool IsSameKey(const CachedProjectInfo& record, const ProjectConnectionInfo& info);
     void ClearOnReadFailure();
     bool SetProjectConnectionInfoInner(const ProjectConnectionInfo& info);
     void ReadFromDisc(bool keepValuesOnFailure);
@@ -160,6 +163,8 @@ private:
     void WriteFile() const;  ///< steps that may throw, used by WriteToDiscIfComplete
     void ReadFile();         ///< steps that may throw, used by ReadFromDisc
     void SetModificationTime() const;
+    // The file's time and stamp as they are now; false if they can't be had.
+    bool GetFileStamp(std::int32_t* time, std::uint64_t* stamp) const;
 
     std::int16_t port = 0;
     ZR::UniString serverName;

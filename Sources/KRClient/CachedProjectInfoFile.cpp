@@ -19,14 +19,19 @@ void Check(int status, const IO::Location& location) {
 
 }  // namespace
 
-void CachedProjectInfo::SetModificationTime() const {
+bool CachedProjectInfo::GetFileStamp(std::int32_t* time, std::uint64_t* stamp) const {
     IO::Location location;
     IO::File file(GetCacheInfoFileLocation(&location), IO::kNotFoundFail);
+    return file.GetStatus() == IO::kOk && file.GetModificationTime(time) == IO::kOk &&
+           file.GetChangeStamp(stamp) == IO::kOk;
+}
+
+void CachedProjectInfo::SetModificationTime() const {
     std::int32_t time = 0;
-    if (file.GetStatus() == IO::kOk && file.GetModificationTime(&time) == IO::kOk)
-        modificationTime = time;
     std::uint64_t stamp = 0;
-    if (file.GetStatus() == IO::kOk && file.GetChangeStamp(&stamp) == IO::kOk) fileStamp = stamp;
+    if (!GetFileStamp(&time, &stamp)) return;
+    modificationTime = time;
+    fileStamp = stamp;
 }
 
 void CachedProjectInfo::WriteToDiscIfComplete(bool force) const {
@@ -94,20 +99,35 @@ void CachedProjectInfo::WriteFile() const {
 void CachedProjectInfo::ReadFromDisc(bool keepValuesOnFailure) {
     // Nothing in memory may be lost to the read.
     if (updating) WriteToDiscIfComplete(true);
+    // Read into a copy and take it whole: a file that fails half way must not
+    // leave a mix of its values and ours, which the next write would store.
+    CachedProjectInfo read(*this);
+    read.updating = false;
+    read.writePending = false;
     try {
-        ReadFile();
+        read.ReadFile();
     } catch (...) {
         if (!keepValuesOnFailure) ClearOnReadFailure();
         throw;
     }
+    AssignContent(read);
 }
 
 void CachedProjectInfo::ReadFile() {
     IO::Location location;
     GetCacheInfoFileLocation(&location);
+    // The stamp is taken before the read: a write landing after it makes the
+    // next Refresh read again, where a stamp taken after the read could pair
+    // the old content with the new file's stamp and hide that write for good.
+    std::int32_t time = 0;
+    std::uint64_t stamp = 0;
+    const bool stamped = GetFileStamp(&time, &stamp);
     InfoXMLsIChannel holder(location, kRootName);
     ZR::XMLIChannel* in = holder.Open();
-    if (!in) throw FileOpeningError(location);
+    if (!in) {
+        if (holder.IsDamaged()) throw ErrorReadingFile(location);
+        throw FileOpeningError(location);
+    }
 
     auto check = [&](int status) { Check<ErrorReadingFile>(status, location); };
     std::uint16_t version = 0;
@@ -167,7 +187,10 @@ void CachedProjectInfo::ReadFile() {
 
     // A newer writer's file: leave the time alone, so the next Refresh reads it again.
     if (version <= kCacheInfoDataVersion) {
-        SetModificationTime();
+        if (stamped) {
+            modificationTime = time;
+            fileStamp = stamp;
+        }
         if (lastOpenProjectTime == 0) lastOpenProjectTime = modificationTime;
     }
     holder.Close();

@@ -4,6 +4,7 @@
 #include "KRCB/Paths.h"
 #include "KRClient/Internal/InfoXMLsChannel.h"
 #include "KRClient/KRClientExceptions.h"
+#include "KRClient/RegisteredProjects.h"
 #include "ZR/Time.h"
 
 namespace KRC {
@@ -47,6 +48,10 @@ void KRDataOptions::SetDefaults() {
     lastUsedDays = kDefaultLastUsedDays;
     lastRunTime = loadTime;
     dirty = false;
+    damaged = false;
+    damagedTime = 0;
+    damagedStamp = 0;
+    upgradePending = false;
     libCacheFolderName.Clear();
     projectCacheFolderName.Clear();
 }
@@ -140,77 +145,121 @@ void KRDataOptions::SetLastRunTime(std::int32_t value) {
 void KRDataOptions::Refresh() {
     // Before the registry's start there is no file to follow.
     if (optionsFile.IsEmpty()) return;
+    int time = 0;
+    std::uint64_t stamp = 0;
+    const bool stamped = GetOptionsFileTime(&time, &stamp);
     if (optionsFileTime != 0) {
-        int time = 0;
-        std::uint64_t stamp = 0;
-        if (!GetOptionsFileTime(&time, &stamp)) {
+        if (!stamped) {
             // There but unjudgeable: leave memory as it is.
             if (HasContent()) return;
+            // Gone: put back what memory holds, which was read or written here.
             IO::Location parent = optionsFile;
             IO::Name name;
             parent.MoveLastLocalName(&name);
             IO::fileSystem.CreateFolderTree(parent);
-            IO::File created(optionsFile, IO::kNotFoundCreate);
             Write();
             return;
         }
         // Inequality, not "newer": a file put back from elsewhere counts too.
         if (time == optionsFileTime && stamp == optionsFileStamp) return;
     }
+    // The damage was reported when it was found; until the file changes a
+    // read would only find it again.
+    if (damaged && stamped && time == damagedTime && stamp == damagedStamp) return;
     IO::Location before = dataFolder;
-    bool read = false;
-    for (int i = 0; i < kReadTries && !read; ++i) {
-        try {
-            read = Read();
-        } catch (...) {
-            read = false;
-        }
-    }
-    if (!read) return;
+    ReadResult result = ReadResult::OpeningFailed;
+    // Only a file that can't be opened is worth another try.
+    for (int i = 0; i < kReadTries && result == ReadResult::OpeningFailed; ++i)
+        result = ReadReporting();
+    if (result != ReadResult::Done) return;
     if (dataFolder != before) SendDataFolderChanged();
 }
 
 bool KRDataOptions::Read() {
-    bool olderForm = false;
-    if (!Guarded([&] { ReadFile(&olderForm); })) return false;
-    // The older form is upgraded at once; Write reports its own failure.
-    if (olderForm) Write();
-    return true;
+    return ReadReporting() == ReadResult::Done;
 }
 
-void KRDataOptions::ReadFile(bool* olderForm) {
-    {
-        InfoXMLsIChannel holder(optionsFile, kRootName);
-        ZR::XMLIChannel* in = holder.Open();
-        if (!in) throw FileOpeningError(optionsFile);
-        auto check = [&](int status) { Check<ErrorReadingFile>(status, optionsFile); };
-
-        std::uint16_t version = 0;
-        check(in->Read("DataVersion", &version));  // read and not looked at
-        ZR::UniString next;
-        in->GetNextElementName(&next);
-        ZR::UniString text;
-        if (next == "LocalDataFolderPath") {
-            check(in->Read("LocalDataFolderPath", &text));
-            dataFolder.Set(text);
-        } else {
-            check(in->Read("LocalDataFolder", &text));
-            dataFolder.SetObsolete(text);
-            *olderForm = true;
-        }
-        in->EnterElement("CleanSchedule");
-        check(in->Read("Enable", &enableAutoClean));
-        check(in->Read("PeriodTime", &periodTime));
-        check(in->Read("LastUsedDays", &lastUsedDays));
-        check(in->Read("LastRunTime", &lastRunTime));
-        holder.Close();
+KRDataOptions::ReadResult KRDataOptions::ReadReporting() {
+    // The stamp is taken before the read, so that a write landing after it
+    // is read at the next Refresh instead of hiding behind its own stamp.
+    int time = 0;
+    std::uint64_t stamp = 0;
+    GetOptionsFileTime(&time, &stamp);
+    Values values;
+    try {
+        ReadFileAt(optionsFile, &values);
+    } catch (const FileOpeningError& e) {
+        krcFileErrorEventSource.SendFileOperationFailed(FileOpeningFailed, e.GetFileLocation());
+        return ReadResult::OpeningFailed;
+    } catch (const ErrorReadingFile& e) {
+        damaged = true;
+        damagedTime = time;
+        damagedStamp = stamp;
+        krcFileErrorEventSource.SendFileOperationFailed(FileReadingFailed, e.GetFileLocation());
+        return ReadResult::ReadingFailed;
+    } catch (...) {
+        return ReadResult::ReadingFailed;
     }
-    GetOptionsFileTime(&optionsFileTime, &optionsFileStamp);
+    dataFolder = values.dataFolder;
+    enableAutoClean = values.enableAutoClean;
+    periodTime = values.periodTime;
+    lastUsedDays = values.lastUsedDays;
+    lastRunTime = values.lastRunTime;
+    optionsFileTime = time;
+    optionsFileStamp = stamp;
+    damaged = false;
     dirty = false;
+    upgradePending = values.olderForm;
+    // A reading process leaves the file as it found it; the upgrade is
+    // written by the holder of the lock (here, or when it lets go).
+    if (upgradePending && RegisteredProjects::Synchronizer::IsLocked()) Write();
+    return ReadResult::Done;
+}
+
+void KRDataOptions::ReadFileAt(const IO::Location& optionsFile, Values* values) {
+    InfoXMLsIChannel holder(optionsFile, kRootName);
+    ZR::XMLIChannel* in = holder.Open();
+    if (!in) {
+        if (holder.IsDamaged()) throw ErrorReadingFile(optionsFile);
+        throw FileOpeningError(optionsFile);
+    }
+    auto check = [&](int status) { Check<ErrorReadingFile>(status, optionsFile); };
+
+    std::uint16_t version = 0;
+    check(in->Read("DataVersion", &version));  // read and not looked at
+    ZR::UniString next;
+    in->GetNextElementName(&next);
+    ZR::UniString text;
+    if (next == "LocalDataFolderPath") {
+        check(in->Read("LocalDataFolderPath", &text));
+        // A text that is no local path is damage, not a folder to work in.
+        if (!values->dataFolder.Set(text) || !values->dataFolder.IsLocal())
+            throw ErrorReadingFile(optionsFile);
+    } else {
+        check(in->Read("LocalDataFolder", &text));
+        if (!values->dataFolder.SetObsolete(text)) throw ErrorReadingFile(optionsFile);
+        values->olderForm = true;
+    }
+    in->EnterElement("CleanSchedule");
+    check(in->Read("Enable", &values->enableAutoClean));
+    check(in->Read("PeriodTime", &values->periodTime));
+    check(in->Read("LastUsedDays", &values->lastUsedDays));
+    check(in->Read("LastRunTime", &values->lastRunTime));
+}
+
+bool KRDataOptions::DamagedFileStillThere() {
+    if (!damaged) return false;
+    int time = 0;
+    std::uint64_t stamp = 0;
+    return GetOptionsFileTime(&time, &stamp) && time == damagedTime && stamp == damagedStamp;
 }
 
 bool KRDataOptions::Write() {
     if (optionsFile.IsEmpty()) return false;
+    if (DamagedFileStillThere()) {
+        krcFileErrorEventSource.SendFileOperationFailed(FileWritingFailed, optionsFile);
+        return false;
+    }
     return Guarded([&] { WriteFile(); });
 }
 
@@ -235,6 +284,8 @@ void KRDataOptions::WriteFile() {
     }
     GetOptionsFileTime(&optionsFileTime, &optionsFileStamp);
     dirty = false;
+    upgradePending = false;
+    damaged = false;
 }
 
 bool KRDataOptions::GetOptionsFileTime(int* time) {
@@ -245,7 +296,7 @@ bool KRDataOptions::GetOptionsFileTime(int* time) {
 bool KRDataOptions::GetOptionsFileTime(int* time, std::uint64_t* stamp) {
     *time = 0;
     *stamp = 0;
-    IO::File file(optionsFile, IO::kNotFoundCreate);
+    IO::File file(optionsFile, IO::kNotFoundFail);
     if (file.GetStatus() != IO::kOk) return false;
     std::int32_t modified = 0;
     if (file.GetModificationTime(&modified) != IO::kOk) return false;
@@ -255,7 +306,7 @@ bool KRDataOptions::GetOptionsFileTime(int* time, std::uint64_t* stamp) {
 }
 
 bool KRDataOptions::HasContent() {
-    IO::File file(optionsFile, IO::kNotFoundCreate);
+    IO::File file(optionsFile, IO::kNotFoundFail);
     if (file.GetStatus() != IO::kOk) return false;
     std::uint64_t length = 0;
     return file.GetDataLength(&length) == IO::kOk && length != 0;

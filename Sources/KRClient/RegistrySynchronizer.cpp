@@ -14,6 +14,12 @@ constexpr const char* kLockFileName = "@DataOptions.Lock";
 constexpr int kLockTries = 10;
 constexpr int kLockPollMs = 50;
 
+// Open failures that say another process is in the middle of taking or
+// leaving the lock, as opposed to a file that can't be held here at all.
+bool IsContention(int status) {
+    return status == IO::kErrInUse || status == IO::kErrNotFound;
+}
+
 }  // namespace
 
 IO::File* RegisteredProjects::Synchronizer::mLockFile = nullptr;
@@ -71,8 +77,10 @@ bool RegisteredProjects::Synchronizer::IsLockedByOthers() {
     if (!location.MoveLastLocalName(&name)) return false;
     IO::Folder folder(location, IO::kNotFoundFail);
     if (folder.GetStatus() != IO::kOk) return false;
-    // A missing file or a failure of any other kind reads as free.
-    return folder.Delete(name, 0, 2) == IO::kErrInUse;
+    // A missing file or a failure of any other kind reads as free. Only a
+    // file goes: a folder that stands where the lock file belongs is not the
+    // library's to delete, whatever it holds, and the lock is then not taken.
+    return folder.DeleteFile(name) == IO::kErrInUse;
 }
 
 void RegisteredProjects::Synchronizer::WaitForLock() {
@@ -90,10 +98,15 @@ void RegisteredProjects::Synchronizer::WaitForLock() {
             continue;
         }
         done = true;
-        if (mLockFile->Open(IO::kOpenHold, 2) != IO::kOk) {
-            // Another process was quicker, or the file can't be held here.
-            RemoveLock();
-            done = !IsLockedByOthers();
+        int status = mLockFile->Open(IO::kOpenHold, 2);
+        if (status != IO::kOk) {
+            delete mLockFile;
+            mLockFile = nullptr;
+            // Another process held the file at this very moment, or removed
+            // it as stale between our making and our opening it: wait again,
+            // even if it let go already. Going on without the lock is only
+            // for a file that can't be held here at all.
+            done = !IsContention(status);
         }
         dataOptions.Refresh();
         if (done) return;
@@ -103,14 +116,16 @@ void RegisteredProjects::Synchronizer::WaitForLock() {
 void RegisteredProjects::Synchronizer::RemoveLock() {
     try {
         if (!mLockFile) return;
+        // Options changed while the lock was held are written only here, and
+        // while it is still held: written after the release, they could land
+        // on top of what the next holder wrote, and undo it.
+        if (dataOptions.NeedsWrite()) dataOptions.Write();
         mLockFile->Close();
         // The file's own location: after SetKRDataFolder under the lock, the
         // lock file of the old folder is the one that goes.
-        IO::fileSystem.Delete(mLockFile->GetLocation(), 0, 2);
+        IO::fileSystem.DeleteFile(mLockFile->GetLocation());
         delete mLockFile;
         mLockFile = nullptr;
-        // Options changed while the lock was held are written only here.
-        if (dataOptions.IsDirty()) dataOptions.Write();
     } catch (...) {
         mLockFile = nullptr;
     }

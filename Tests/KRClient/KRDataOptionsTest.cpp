@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "KRClient/Internal/KRDataOptions.h"
@@ -93,26 +94,82 @@ TEST_F(KRDataOptionsTest, RefreshFollowsEveryOtherWriterAndTellsOfAMovedFolder) 
               std::string::npos);
 }
 
-TEST_F(KRDataOptionsTest, DeletedFileComesBackEmptyAndMemoryKeepsItsValues) {
+TEST_F(KRDataOptionsTest, DeletedFileComesBackWithTheValuesInMemory) {
     dataOptions.SetOptionsFolder(Loc(Data()));
     dataOptions.SetPeriodTime(9);
     ASSERT_TRUE(dataOptions.Write());
     fs::remove(OptionsFile());
 
+    // Looking makes no file: an empty one would read as damaged everywhere.
     int time = 0;
-    EXPECT_TRUE(dataOptions.GetOptionsFileTime(&time));
-    EXPECT_NE(time, 0);
-    EXPECT_TRUE(fs::exists(OptionsFile()));
+    EXPECT_FALSE(dataOptions.GetOptionsFileTime(&time));
+    EXPECT_EQ(time, 0);
     EXPECT_FALSE(dataOptions.HasContent());
+    EXPECT_FALSE(fs::exists(OptionsFile()));
 
-    // Three reads, each with the channel's own retries for about a second.
     krtest::EventRecorder events;
     dataOptions.Refresh();
-    ASSERT_EQ(events.errors.size(), 3u);
-    EXPECT_EQ(events.errors[0].first, KRC::FileOpeningFailed);
-    EXPECT_EQ(events.errors[0].second, OptionsFile());
-    EXPECT_EQ(dataOptions.GetPeriodTime(), 9);
+    EXPECT_TRUE(events.errors.empty());
+    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<PeriodTime>9<"), std::string::npos);
     EXPECT_EQ(DataFolder(), Loc(Data()));
+}
+
+TEST_F(KRDataOptionsTest, DamagedFileIsReportedOnceKeepsMemoryWholeAndIsNeverWritten) {
+    const std::string elsewhere = temp.Sub("elsewhere");
+    const std::string good = OptionsXml(elsewhere, 40);
+    auto replace = [&](const std::string& from, const std::string& to) {
+        std::string text = good;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    const std::vector<std::string> damages = {
+        "",  // emptied after it was read
+        good.substr(0, good.size() / 2),
+        "not xml at all",
+        replace("<PeriodTime>40", "<PeriodTime>x"),
+        replace("<LastUsedDays>7", "<LastUsedDays>99999999999"),
+        replace("<DataVersion>1", "<DataVersion>70000"),
+        replace("<LocalDataFolderPath>" + elsewhere + "</LocalDataFolderPath>",
+                "<LocalDataFolder>%%junk</LocalDataFolder>"),
+        replace("<Enable>false", "<Enable>maybe"),
+        replace("<LastRunTime>555</LastRunTime>", ""),
+    };
+    for (const std::string& damage : damages) {
+        SCOPED_TRACE(damage);
+        dataOptions.ResetForTesting();
+        fs::remove(OptionsFile());
+        dataOptions.SetOptionsFolder(Loc(Data()));
+        dataOptions.SetPeriodTime(9);
+        ASSERT_TRUE(dataOptions.Write());
+        krtest::WriteFile(OptionsFile(), damage);
+
+        krtest::EventRecorder events;
+        auto start = std::chrono::steady_clock::now();
+        dataOptions.Refresh();
+        dataOptions.Refresh();  // the same damage again: quiet, and no read
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+        ASSERT_EQ(events.errors.size(), 1u);
+        EXPECT_EQ(events.errors[0], std::make_pair(KRC::FileReadingFailed, OptionsFile()));
+        // Nothing of the damaged file reached memory, not even what came before the fault.
+        EXPECT_EQ(DataFolder(), Loc(Data()));
+        EXPECT_EQ(dataOptions.GetPeriodTime(), 9);
+        EXPECT_TRUE(dataOptions.GetEnableAutoClean());
+
+        // A change can't be stored over it; it waits, and the file stays as it is.
+        dataOptions.SetLastUsedDays(3);
+        EXPECT_FALSE(dataOptions.Write());
+        EXPECT_TRUE(dataOptions.IsDirty());
+        EXPECT_EQ(krtest::ReadFile(OptionsFile()), damage);
+        ASSERT_EQ(events.errors.size(), 2u);
+        EXPECT_EQ(events.errors[1].first, KRC::FileWritingFailed);
+    }
+
+    // Once repaired it is read, and written again.
+    krtest::WriteFile(OptionsFile(), good);
+    dataOptions.Refresh();
+    EXPECT_EQ(DataFolder(), Loc(elsewhere));
+    EXPECT_EQ(dataOptions.GetPeriodTime(), 40);
+    dataOptions.SetLastUsedDays(3);
+    EXPECT_TRUE(dataOptions.Write());
 }
 
 TEST_F(KRDataOptionsTest, FailedWriteReportsOnceAndStaysDirty) {

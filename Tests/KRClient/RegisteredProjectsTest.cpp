@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <pugixml.hpp>
 
@@ -57,15 +59,22 @@ TEST_F(RegisteredProjectsTest, FirstInitMakesOptionsWithDefaultsAndBothCacheFold
     EXPECT_FALSE(fs::exists(LockFile()));
 }
 
-TEST_F(RegisteredProjectsTest, OlderFormOfTheOptionsFileIsRewrittenWithItsValues) {
+TEST_F(RegisteredProjectsTest, OlderFormOfTheOptionsFileIsReadAndUpgradedByTheLockHolder) {
     std::string elsewhere = temp.Sub("Other Däta %20");
     fs::create_directories(Data());
-    krtest::WriteFile(OptionsFile(),
-                      OptionsXml(Loc(elsewhere).ToObsoleteText().Std(), 12, "LocalDataFolder"));
+    const std::string older =
+        OptionsXml(Loc(elsewhere).ToObsoleteText().Std(), 12, "LocalDataFolder");
+    krtest::WriteFile(OptionsFile(), older);
     Init();
 
     EXPECT_EQ(registeredProjects.GetKRDataFolder(), Loc(elsewhere));
+    EXPECT_EQ(registeredProjects.GetPeriodTime(), 12);
     EXPECT_TRUE(fs::is_directory(elsewhere + "/Projects"));
+    // Reading leaves the file as it is: a reader holds no lock, and its write
+    // could undo what the holder of the lock writes meanwhile.
+    EXPECT_EQ(krtest::ReadFile(OptionsFile()), older);
+
+    { RegisteredProjects::Synchronizer guard; }
     pugi::xml_document doc;
     ASSERT_TRUE(doc.load_file(OptionsFile().c_str()));
     pugi::xml_node root = doc.child("KRDataOptions");
@@ -87,12 +96,28 @@ TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTh
     fs::create_directories(Projects() + "/broken");
     krtest::WriteFile(Projects() + "/broken/CacheInfo.xml",
                       "<Cache><DataVersion>10</DataVersion></Cache>");
+    // Damaged records cost no wait: only a file that can't be opened is tried again.
+    std::map<std::string, std::string> damaged = {
+        {"empty", ""},
+        {"cut", "<?xml version=\"1.0\"?>\n<Cache><DataVersion>10</DataVersion><LoginNa"},
+        {"text", "just some text"},
+        {"root", "<Other><DataVersion>10</DataVersion></Other>"}};
+    for (const auto& [name, content] : damaged) {
+        fs::create_directories(Projects() + "/" + name);
+        krtest::WriteFile(Projects() + "/" + name + "/CacheInfo.xml", content);
+    }
 
     krtest::EventRecorder events;
+    auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
     EXPECT_EQ(Paths(RegisteredProjects::ProjectConstIterator()),
               (std::vector<std::string>{"/B", "/A"}));
+    EXPECT_NE(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/A", "anna")),
+              IO::Location());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_TRUE(events.errors.empty());  // an unreadable record is skipped silently
+    for (const auto& [name, content] : damaged)
+        EXPECT_EQ(krtest::ReadFile(Projects() + "/" + name + "/CacheInfo.xml"), content);
 
     // Once readable, it comes in at the next refresh, after the others.
     WriteCache(Projects(), "broken", "https://srv.example", "/C", "anna");

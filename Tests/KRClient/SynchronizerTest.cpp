@@ -133,6 +133,18 @@ TEST_F(SynchronizerTest, UnusableDataFolderGivesAGuardWithoutLockAndUnwrittenOpt
     EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
 }
 
+TEST_F(SynchronizerTest, AFolderWhereTheLockFileBelongsIsNeverDeleted) {
+    Init();
+    fs::create_directories(LockFile() + "/inside");
+    krtest::WriteFile(LockFile() + "/inside/keep.txt", "precious");
+    {
+        Synchronizer lock;  // ten quick tries, then on without the lock
+        EXPECT_FALSE(Synchronizer::IsLocked());
+        registeredProjects.SetPeriodTime(5);
+    }
+    EXPECT_EQ(krtest::ReadFile(LockFile() + "/inside/keep.txt"), "precious");
+}
+
 TEST_F(SynchronizerTest, ResetLetsTheLockGoAndLaterGuardsEndHarmlessly) {
     Init();
     {

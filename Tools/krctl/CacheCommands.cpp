@@ -133,7 +133,7 @@ void PrintRecord(const Json& record) {
         else if (value.is_array()) {
             for (const auto& p : value) text += (text.empty() ? "" : ", ") + p.get<std::string>();
         } else
-            text = value.dump();
+            text = Dump(value);
         if (record.contains(key + "Text"))
             text += " (" + record[key + "Text"].get<std::string>() + ")";
         std::printf("%-34s %s\n", key.c_str(), text.c_str());
@@ -162,6 +162,7 @@ struct CreateArgs {
 };
 
 int Create(const GlobalOptions& options, const CreateArgs& a) {
+    CheckServerUrl(a.server);
     std::string token = a.token;
     if (!a.tokenGiven) {
         // A record takes its token from the login data; without --token the

@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +19,7 @@
 #include "KRCB/Paths.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/KRDataOptions.h"
+#include "KRClient/KRClientExceptions.h"
 #include "KRClient/RegisteredProjects.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "RegistryLock.h"
@@ -191,7 +193,7 @@ Json FindDuplicates(const std::vector<Record>& records) {
     std::map<std::string, std::vector<const Record*>> byKey;
     for (const Record& r : records)
         byKey[ZR::UniString(r.path + "\n" + r.user).ToLowerCase().Std()].push_back(&r);
-    Json groups = Json::array();
+    Json strictGroups = Json::array(), looseGroups = Json::array();
     for (const auto& [key, candidates] : byKey) {
         std::vector<bool> taken(candidates.size(), false);
         for (bool strict : {true, false}) {
@@ -208,15 +210,17 @@ Json FindDuplicates(const std::vector<Record>& records) {
                     }
                 if (members.size() < 2) continue;
                 for (std::size_t m : members) taken[m] = true;
-                groups.push_back(Json{{"match", strict ? "strict" : "loose"},
-                                      {"server", candidates[i]->server},
-                                      {"path", candidates[i]->path},
-                                      {"user", candidates[i]->user},
-                                      {"folders", folders}});
+                (strict ? strictGroups : looseGroups)
+                    .push_back(Json{{"match", strict ? "strict" : "loose"},
+                                    {"server", candidates[i]->server},
+                                    {"path", candidates[i]->path},
+                                    {"user", candidates[i]->user},
+                                    {"folders", folders}});
             }
         }
     }
-    return groups;
+    for (Json& g : looseGroups) strictGroups.push_back(std::move(g));
+    return strictGroups;
 }
 
 Json FindUnknownUsers(const GlobalOptions& options, const std::vector<Record>& records,

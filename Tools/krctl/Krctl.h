@@ -63,6 +63,10 @@ void WithField(const std::string& field, F&& body) {
     }
 }
 
+// Refuses (UsageError) a server URL that carries a user name or password:
+// such a URL would be stored and shown. The text of the error leaves the URL out.
+void CheckServerUrl(const std::string& url);
+
 // JSON text in which bytes that are not UTF-8 become U+FFFD, so that one bad
 // value never hides the rest of a listing. indent -1: one line.
 std::string Dump(const Json& value, int indent = -1);

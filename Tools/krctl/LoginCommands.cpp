@@ -87,6 +87,7 @@ int List(const GlobalOptions& options) {
 }
 
 int AddServer(const GlobalOptions& options, const LoginArgs& a) {
+    CheckServerUrl(a.url);
     UILoginDataStore store(UILoginDataStore::ForWriting);
     auto info =
         ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(a.url), ZR::UniString(a.name));
@@ -100,6 +101,7 @@ int AddServer(const GlobalOptions& options, const LoginArgs& a) {
 }
 
 int AddUser(const GlobalOptions& options, const LoginArgs& a) {
+    CheckServerUrl(a.url);
     if (a.user.empty()) throw UsageError("login add-user needs a non-empty USER");
     UILoginDataStore store(UILoginDataStore::ForWriting);
     RequireServer(store, a.url);
@@ -114,6 +116,7 @@ int AddUser(const GlobalOptions& options, const LoginArgs& a) {
 }
 
 int SetActive(const GlobalOptions& options, const LoginArgs& a) {
+    CheckServerUrl(a.url);
     UILoginDataStore store(UILoginDataStore::ForWriting);
     RequireServer(store, a.url);
     if (!store.ContainsUser(a.url, a.user))

@@ -39,6 +39,7 @@ void StartRegistry(const GlobalOptions& options) {
 struct ProjectArgs {
     std::string server, user, path;
     IO::Location Location() const {
+        CheckServerUrl(server);
         KRC::ProjectConnectionInfo info;
         info.SetServerUrl(ZR::UniString(server));
         info.SetUserName(ZR::UniString(user));
@@ -75,12 +76,16 @@ Json ProjectToJson(const KRC::RegisteredProject& p) {
 }
 
 int List(const GlobalOptions& options, const ProjectArgs& filter) {
+    if (!filter.server.empty()) CheckServerUrl(filter.server);
+    WriteWatch watch;
     StartRegistry(options);
     Json list = Json::array();
     for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(filter.user),
                                                      ZR::UniString(filter.server), nullptr};
          it != nullptr; ++it)
         list.push_back(ProjectToJson(*it));
+    // Without readable options the data folder is unknown: an empty list would be a lie.
+    watch.ThrowIfFailed();
     if (options.json) {
         PrintJson(list);
         return kExitDone;
@@ -113,20 +118,27 @@ void PrintFolder(const GlobalOptions& options, const IO::Location& folder, const
 }
 
 int Find(const GlobalOptions& options, const ProjectArgs& project) {
+    IO::Location location = project.Location();
+    WriteWatch watch;
     StartRegistry(options);
-    PrintFolder(options, FindFolder(project), Json::object());
+    IO::Location folder = registeredProjects.GetCacheDataFolder(location);
+    watch.ThrowIfFailed();
+    if (folder.IsEmpty()) FindFolder(project);
+    PrintFolder(options, folder, Json::object());
     return kExitDone;
 }
 
 // Finds or makes the record through the registry under its lock, as a host
 // does, so that a repeat or a concurrent run finds the folder made first.
 int Create(const GlobalOptions& options, const ProjectArgs& project) {
-    StartRegistry(options);
-    RegistryLock lock(options);
+    IO::Location location = project.Location();
     WriteWatch watch;
+    StartRegistry(options);
+    watch.ThrowIfFailed();
+    RegistryLock lock(options);
     bool created = false;
     std::unique_ptr<KRC::CachedProjectInfo> record(
-        registeredProjects.CreateCachedProjectInfo(project.Location(), created));
+        registeredProjects.CreateCachedProjectInfo(location, created));
     watch.ThrowIfFailed();
     if (!record) throw Failure("the record could not be made");
     PrintFolder(options, record->GetCacheFolderLocation(), Json{{"created", created}});
@@ -210,11 +222,16 @@ int SetProperty(const GlobalOptions& options, const ProjectArgs& project,
     // A bad value is refused before anything is read or locked.
     WithField(property, [&] { apply = it->second.second(takesValue ? values[0] : std::string()); });
 
-    StartRegistry(options);
-    RegistryLock lock(options);
-    FindFolder(project);
+    IO::Location location = project.Location();
     WriteWatch watch;
-    apply(project.Location());
+    StartRegistry(options);
+    watch.ThrowIfFailed();
+    RegistryLock lock(options);
+    if (registeredProjects.GetCacheDataFolder(location).IsEmpty()) {
+        watch.ThrowIfFailed();
+        FindFolder(project);
+    }
+    apply(location);
     watch.ThrowIfFailed();
     if (options.json)
         PrintJson(Json{{"property", property}, {"done", true}});
@@ -237,8 +254,11 @@ Json OptionsToJson() {
 }
 
 int ShowOptions(const GlobalOptions& options) {
+    WriteWatch watch;
     StartRegistry(options);
     Json json = OptionsToJson();
+    // Values that were not read are not shown.
+    watch.ThrowIfFailed();
     if (options.json) {
         PrintJson(json);
         return kExitDone;
@@ -278,8 +298,9 @@ int SetOption(const GlobalOptions& options, const std::string& field, const std:
             throw UsageError("unknown options field '" + field +
                              "' (see krctl options set --help)");
     });
-    StartRegistry(options);
     WriteWatch watch;
+    StartRegistry(options);
+    watch.ThrowIfFailed();
     {
         RegistryLock lock(options);
         apply();

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include "KRClient/Internal/ServerUrl.h"
 #include "Krctl.h"
 #include "ZR/Time.h"
 
@@ -31,6 +32,13 @@ bool ParseBool(const std::string& text) {
 
 std::string Dump(const Json& value, int indent) {
     return value.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void CheckServerUrl(const std::string& url) {
+    if (KRC::ServerUrlHasUserInfo(ZR::UniString(url)))
+        throw UsageError(
+            "the server URL holds a user name or password; give the server without them (users "
+            "and their tokens go in with 'login add-user')");
 }
 
 void PrintJson(const Json& value) {

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "KRClient/KRClient.h"
 #include "Doctor.h"
+#include "KRClient/KRClient.h"
 #include "Krctl.h"
 #include "ZR/Exceptions.h"
 #include "ZR/Logger.h"

@@ -1,5 +1,6 @@
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
 
+#include "KRClient/Internal/ServerUrl.h"
 #include "KRClient/KRClientExceptions.h"
 #include "ZR/Logger.h"
 
@@ -85,6 +86,10 @@ void UILoginDataStore::AddServer(const ZR::Ref<ServerInfo, ZR::AtomicCounter>& s
     if (!checked.BeginsWith("http://") && !checked.BeginsWith("https://"))
         throw KRClientException("Failed to add server. Invalid Unique Server URL", ZR_HERE,
                                 ZR::kGeneralErrorCode);
+    // A password in the URL would be stored and shown wherever the server is.
+    if (ServerUrlHasUserInfo(checked) || ServerUrlHasUserInfo(url))
+        throw KRClientException("Failed to add server. The URL holds a user name or password",
+                                ZR_HERE, ZR::kGeneralErrorCode);
     Store().StoreServer(*serverInfo, url, ZR::UniString());
     Cache().UpdateFriendlyName(serverInfo->uniqueURL, serverInfo->friendlyName, true);
     mChanged = true;
