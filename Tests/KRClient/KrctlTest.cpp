@@ -161,10 +161,10 @@ TEST_F(KrctlTest, ServerUrlWithAUserOrPasswordIsRefusedWithoutEchoAndNothingIsSt
         EXPECT_EQ((r.out + r.err).find("s3cr3t"), std::string::npos);
     }
     EXPECT_FALSE(std::filesystem::exists(temp.Sub("P")));
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Path()))
-        if (entry.is_regular_file())
-            EXPECT_EQ(krtest::ReadFile(entry.path()).find("s3cr3t"), std::string::npos)
-                << entry.path();
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Path())) {
+        if (!entry.is_regular_file()) continue;
+        EXPECT_EQ(krtest::ReadFile(entry.path()).find("s3cr3t"), std::string::npos) << entry.path();
+    }
 }
 
 TEST_F(KrctlTest, ARecordWithAPathThatIsNotUtf8HidesNoOtherFromJson) {
