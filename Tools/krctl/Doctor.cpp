@@ -183,10 +183,6 @@ Json ExamineCacheFolder(const fs::path& folder, std::vector<Record>& records, Js
     return json;
 }
 
-bool SameText(const std::string& a, const std::string& b) {
-    return ZR::UniString(a).IsEqual(ZR::UniString(b), ZR::CaseComparison::Insensitive);
-}
-
 // Groups of two or more records of one project: same path and user, and the
 // same server strictly, or only loosely (same host, another scheme, port or path).
 Json FindDuplicates(const std::vector<Record>& records) {
