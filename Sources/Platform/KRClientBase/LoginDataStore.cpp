@@ -1,13 +1,20 @@
 #include "KRCB/LoginDataStore.h"
 
+#include "KRCB/Paths.h"
+
 namespace KRCB::LoginDataStore {
 
 namespace {
 
+// URLs in messages never show a user name or password.
+std::string Shown(const ZR::UniString& url) {
+    return WithoutUserInfo(url).Std();
+}
+
 [[noreturn]] void ThrowMissingServer(const char* operation, const ZR::UniString& url,
                                      const char* file, unsigned int line) {
     throw LoginDataStoreException(ZR::UniString(std::string("Failed to ") + operation +
-                                                ". Unknown server \"" + url.Std() + "\"."),
+                                                ". Unknown server \"" + Shown(url) + "\"."),
                                   file, line);
 }
 
@@ -15,8 +22,17 @@ namespace {
                                    const ZR::UniString& user, const char* file, unsigned int line) {
     throw LoginDataStoreException(
         ZR::UniString(std::string("Failed to ") + operation + ". Unknown user \"" + user.Std() +
-                      "\" on server \"" + url.Std() + "\"."),
+                      "\" on server \"" + Shown(url) + "\"."),
         file, line);
+}
+
+// Checked before anything changes, so a refused call leaves the store as it was.
+void RequireNoUserInfo(const char* operation, const ZR::UniString& url) {
+    if (!HasUserInfo(url)) return;
+    throw LoginDataStoreException(
+        ZR::UniString(std::string("Failed to ") + operation + ". The URL \"" + Shown(url) +
+                      "\" carries a user name or password; give the bare server URL."),
+        ZR_HERE);
 }
 
 bool AnyMatches(const ZR::PagedArray<ZR::UniString>& urls, const ZR::UniString& url) {
@@ -47,7 +63,7 @@ bool User::IsUser(const ZR::UniString& userName) const {
 const User& Server::GetActiveUser() const {
     if (const User* user = FindUser(mActiveUser)) return *user;
     throw LoginDataStoreException(ZR::UniString("Failed to get the active user. Server \"" +
-                                                mUniqueURL.Std() + "\" has none."),
+                                                Shown(mUniqueURL) + "\" has none."),
                                   ZR_HERE);
 }
 
@@ -100,13 +116,44 @@ bool Server::RemoveUser(const ZR::UniString& userName) {
 
 // --- LoginDataStore ---------------------------------------------------------
 
+std::string UrlKey(const ZR::UniString& url) {
+    return NormalizeServerUrl(url).FoldCase().Std();
+}
+
+bool LoginDataStore::operator==(const LoginDataStore& other) const {
+    return mServers == other.mServers && mActiveServer == other.mActiveServer;
+}
+
 std::size_t LoginDataStore::IndexOf(const ZR::UniString& url) const {
     // The unique URL wins over another server's secondary address.
-    for (std::size_t i = 0; i < mServers.GetSize(); ++i)
-        if (IsSameServerUrl(mServers[i].GetUniqueURL(), url)) return i;
-    for (std::size_t i = 0; i < mServers.GetSize(); ++i)
-        if (mServers[i].HasUrl(url)) return i;
+    std::string key = UrlKey(url);
+    if (key.empty()) return kNone;
+    if (auto it = mByUniqueUrl.find(key); it != mByUniqueUrl.end()) return it->second;
+    if (auto it = mByAnyUrl.find(key); it != mByAnyUrl.end()) return it->second;
     return kNone;
+}
+
+void LoginDataStore::NoteUrl(const ZR::UniString& url, std::size_t i, bool unique) {
+    std::string key = UrlKey(url);
+    if (key.empty()) return;
+    for (auto* map : {unique ? &mByUniqueUrl : nullptr, &mByAnyUrl}) {
+        if (!map) continue;
+        auto [it, added] = map->emplace(key, i);
+        if (!added && i < it->second) it->second = i;
+    }
+}
+
+void LoginDataStore::IndexServer(std::size_t i) {
+    const Server& server = mServers[i];
+    NoteUrl(server.mUniqueURL, i, true);
+    for (const ZR::UniString& url : server.mCommonConnections) NoteUrl(url, i, false);
+    for (const ZR::UniString& url : server.mClientConnections) NoteUrl(url, i, false);
+}
+
+void LoginDataStore::RebuildIndex() {
+    mByUniqueUrl.clear();
+    mByAnyUrl.clear();
+    for (std::size_t i = 0; i < mServers.GetSize(); ++i) IndexServer(i);
 }
 
 const Server* LoginDataStore::FindServer(const ZR::UniString& url) const {
@@ -128,8 +175,11 @@ const Server& LoginDataStore::ServerFor(const ZR::UniString& url, const char* op
 
 void LoginDataStore::AddClientConnections(const ZR::UniString& server,
                                           const ZR::PagedArray<ZR::UniString>& connections) {
-    Server& s = ServerFor(server, "add client connections");
-    for (const ZR::UniString& url : connections) s.AddClientConnection(url);
+    std::size_t i = IndexOf(server);
+    if (i == kNone) ThrowMissingServer("add client connections", server, ZR_HERE);
+    for (const ZR::UniString& url : connections) RequireNoUserInfo("add client connections", url);
+    for (const ZR::UniString& url : connections)
+        if (mServers[i].AddClientConnection(url)) NoteUrl(url, i, false);
 }
 
 void LoginDataStore::AddUser(const ZR::UniString& server, const User& user) {
@@ -176,6 +226,8 @@ bool LoginDataStore::StoreServer(const Kerrow::PortalServer::Client::Management:
     const ZR::UniString& unique = info.uniqueURL.IsEmpty() ? url : info.uniqueURL;
     if (unique.IsEmpty())
         throw LoginDataStoreException("Failed to store server. It has no URL.", ZR_HERE);
+    for (const ZR::UniString* u : {&info.uniqueURL, &url, &clientConnection})
+        RequireNoUserInfo("store server", *u);
 
     std::size_t i = IndexOf(unique);
     if (i == kNone) i = IndexOf(url);
@@ -183,12 +235,13 @@ bool LoginDataStore::StoreServer(const Kerrow::PortalServer::Client::Management:
     if (added) {
         mServers.Add(Server(unique, info.friendlyName, info.majorVersion, info.minorVersion));
         i = mServers.GetSize() - 1;
+        NoteUrl(unique, i, true);
     } else {
         if (!info.friendlyName.IsEmpty()) mServers[i].SetFriendlyName(info.friendlyName);
         mServers[i].SetVersion(info.majorVersion, info.minorVersion);
     }
-    mServers[i].AddCommonConnection(url);
-    mServers[i].AddClientConnection(clientConnection);
+    if (mServers[i].AddCommonConnection(url)) NoteUrl(url, i, false);
+    if (mServers[i].AddClientConnection(clientConnection)) NoteUrl(clientConnection, i, false);
     return added;
 }
 
@@ -196,6 +249,7 @@ void LoginDataStore::DeleteServer(const ZR::UniString& server) {
     std::size_t i = IndexOf(server);
     if (i == kNone) ThrowMissingServer("delete server", server, ZR_HERE);
     mServers.Remove(i);
+    RebuildIndex();
     if (mActiveServer == i)
         mActiveServer = kNone;
     else if (mActiveServer != kNone && mActiveServer > i)

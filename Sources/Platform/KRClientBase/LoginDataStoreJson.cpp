@@ -1,16 +1,27 @@
 // The stored form of the login data; docs/LOGIN_DATA.md describes it.
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "KRCB/LoginDataStore.h"
+#include "KRCB/Paths.h"
 
 namespace KRCB::LoginDataStore {
 
 namespace {
 
+// Written in member order; read into a plain map, whose look-ups and inserts
+// stay logarithmic whatever a hostile file holds.
 using Json = nlohmann::ordered_json;
+using ReadJson = nlohmann::json;
 
 constexpr int kFormatVersion = 1;
+
+[[noreturn]] void Refuse(const std::string& what) {
+    throw LoginDataStoreException(ZR::UniString("Login data: " + what), ZR_HERE);
+}
 
 Json UrlList(const ZR::PagedArray<ZR::UniString>& urls) {
     Json list = Json::array();
@@ -18,40 +29,121 @@ Json UrlList(const ZR::PagedArray<ZR::UniString>& urls) {
     return list;
 }
 
+// Walks the text once without building anything, so that nesting is refused
+// before a document of it exists.
+class DepthCheck : public nlohmann::json_sax<ReadJson> {
+public:
+    bool tooDeep = false;
+    std::size_t errorAt = 0;
+
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return Enter(); }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return Leave(); }
+    bool start_array(std::size_t) override { return Enter(); }
+    bool end_array() override { return Leave(); }
+    bool parse_error(std::size_t position, const std::string&,
+                     const nlohmann::detail::exception&) override {
+        // The library's own text quotes the input, which may hold a token.
+        errorAt = position;
+        return false;
+    }
+
+private:
+    bool Enter() {
+        tooDeep = ++mDepth > LoginDataStore::kMaxDepth;
+        return !tooDeep;
+    }
+    bool Leave() {
+        --mDepth;
+        return true;
+    }
+    int mDepth = 0;
+};
+
 // Missing members read as their empty value; members of the wrong type are
-// refused, since a guess could lose a token on the next save.
-std::string TextMember(const Json& object, const char* key) {
+// refused, since a guess could lose a token on the next save. Texts are UTF-8
+// (the parser checks) without NUL, which no name or URL holds.
+std::string TextMember(const ReadJson& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return std::string();
-    if (!it->is_string())
-        throw LoginDataStoreException(
-            ZR::UniString(std::string("Login data: \"") + key + "\" is not a text."), ZR_HERE);
-    return it->get<std::string>();
+    if (!it->is_string()) Refuse(std::string("\"") + key + "\" is not a text.");
+    const std::string& text = it->get_ref<const std::string&>();
+    if (text.find('\0') != std::string::npos)
+        Refuse(std::string("\"") + key + "\" holds a NUL character.");
+    return text;
 }
 
-int IntMember(const Json& object, const char* key) {
+// An integer in [min, max]; anything else is refused before it is narrowed.
+std::int64_t NumberMember(const ReadJson& object, const char* key, std::int64_t min,
+                          std::int64_t max) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return 0;
-    if (!it->is_number_integer())
-        throw LoginDataStoreException(
-            ZR::UniString(std::string("Login data: \"") + key + "\" is not a number."), ZR_HERE);
-    return it->get<int>();
+    bool inRange = false;
+    std::int64_t value = 0;
+    if (it->is_number_unsigned()) {
+        std::uint64_t u = it->get<std::uint64_t>();
+        inRange = u <= static_cast<std::uint64_t>(max);
+        value = inRange ? static_cast<std::int64_t>(u) : 0;
+    } else if (it->is_number_integer()) {
+        value = it->get<std::int64_t>();
+        inRange = true;
+    } else {
+        Refuse(std::string("\"") + key + "\" is not a whole number.");
+    }
+    if (!inRange || value < min || value > max)
+        Refuse(std::string("\"") + key + "\" is out of range (" + std::to_string(min) + " to " +
+               std::to_string(max) + ").");
+    return value;
 }
 
-const Json& ArrayMember(const Json& object, const char* key) {
-    static const Json empty = Json::array();
+int VersionMember(const ReadJson& object, const char* key) {
+    return static_cast<int>(NumberMember(object, key, 0, LoginDataStore::kMaxVersionNumber));
+}
+
+const ReadJson& ArrayMember(const ReadJson& object, const char* key) {
+    static const ReadJson empty = ReadJson::array();
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return empty;
-    if (!it->is_array())
-        throw LoginDataStoreException(
-            ZR::UniString(std::string("Login data: \"") + key + "\" is not a list."), ZR_HERE);
+    if (!it->is_array()) Refuse(std::string("\"") + key + "\" is not a list.");
     return *it;
 }
 
-void RequireObject(const Json& value, const char* what) {
-    if (!value.is_object())
-        throw LoginDataStoreException(
-            ZR::UniString(std::string("Login data: a ") + what + " is not an object."), ZR_HERE);
+void RequireObject(const ReadJson& value, const char* what) {
+    if (!value.is_object()) Refuse(std::string("a ") + what + " is not an object.");
+}
+
+ZR::UniString UrlText(const ReadJson& value) {
+    if (!value.is_string()) Refuse("a connection is not a text.");
+    const std::string& text = value.get_ref<const std::string&>();
+    if (text.find('\0') != std::string::npos) Refuse("a connection holds a NUL character.");
+    return ZR::UniString(text);
+}
+
+void RequireNoUserInfo(const ZR::UniString& url) {
+    if (HasUserInfo(url)) Refuse("a server URL carries a user name or password.");
+}
+
+ReadJson ParseBounded(const std::string& text) {
+    if (text.size() > LoginDataStore::kMaxTextBytes)
+        Refuse("the file is larger than " + std::to_string(LoginDataStore::kMaxTextBytes >> 20) +
+               " MiB.");
+    DepthCheck check;
+    if (!ReadJson::sax_parse(text, &check)) {
+        if (check.tooDeep)
+            Refuse("the file is nested deeper than " + std::to_string(LoginDataStore::kMaxDepth) +
+                   " levels.");
+        Refuse("the file is not valid JSON (at byte " + std::to_string(check.errorAt) + ").");
+    }
+    ReadJson root = ReadJson::parse(text, nullptr, false);
+    if (root.is_discarded()) Refuse("the file is not valid JSON.");
+    return root;
 }
 
 }  // namespace
@@ -88,46 +180,58 @@ std::string LoginDataStore::ToJson() const {
 }
 
 LoginDataStore LoginDataStore::FromJson(const std::string& text) {
-    Json root = Json::parse(text, nullptr, false);
-    if (root.is_discarded())
-        throw LoginDataStoreException("Login data: the file is not valid JSON.", ZR_HERE);
+    ReadJson root = ParseBounded(text);
     RequireObject(root, "file");
-    int version = IntMember(root, "formatVersion");
+    std::int64_t version = NumberMember(root, "formatVersion", 0, INT32_MAX);
     if (version != kFormatVersion)
-        throw LoginDataStoreException(
-            ZR::UniString::Format("Login data: unsupported format version %d.", version), ZR_HERE);
+        Refuse("unsupported format version " + std::to_string(version) + ".");
 
     LoginDataStore store;
-    for (const Json& s : ArrayMember(root, "servers")) {
+    const ReadJson& servers = ArrayMember(root, "servers");
+    store.mServers.EnsureCapacity(servers.size());
+    // Duplicates are found through hashes of the look-up forms: a list of any
+    // length reads in linear time.
+    std::unordered_map<std::string, std::size_t> users;
+    std::unordered_set<std::string> urls;
+    for (const ReadJson& s : servers) {
         RequireObject(s, "server");
         ZR::UniString unique(TextMember(s, "uniqueUrl"));
-        if (unique.IsEmpty())
-            throw LoginDataStoreException("Login data: a server has no unique URL.", ZR_HERE);
+        if (unique.IsEmpty()) Refuse("a server has no unique URL.");
+        RequireNoUserInfo(unique);
         Server server(unique, ZR::UniString(TextMember(s, "friendlyName")),
-                      IntMember(s, "majorVersion"), IntMember(s, "minorVersion"));
-        for (const Json& url : ArrayMember(s, "commonConnections")) {
-            if (!url.is_string())
-                throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
-            server.AddCommonConnection(ZR::UniString(url.get<std::string>()));
+                      VersionMember(s, "majorVersion"), VersionMember(s, "minorVersion"));
+        urls.clear();
+        urls.insert(UrlKey(unique));
+        for (auto [key, list] : {std::pair{"commonConnections", &server.mCommonConnections},
+                                 std::pair{"clientConnections", &server.mClientConnections}}) {
+            for (const ReadJson& value : ArrayMember(s, key)) {
+                ZR::UniString url = UrlText(value);
+                RequireNoUserInfo(url);
+                std::string urlKey = UrlKey(url);
+                if (!urlKey.empty() && urls.insert(urlKey).second) list->Add(std::move(url));
+            }
         }
-        for (const Json& url : ArrayMember(s, "clientConnections")) {
-            if (!url.is_string())
-                throw LoginDataStoreException("Login data: a connection is not a text.", ZR_HERE);
-            server.AddClientConnection(ZR::UniString(url.get<std::string>()));
-        }
-        for (const Json& u : ArrayMember(s, "users")) {
+        users.clear();
+        for (const ReadJson& u : ArrayMember(s, "users")) {
             RequireObject(u, "user");
             ZR::UniString name(TextMember(u, "userName"));
-            if (name.IsEmpty())
-                throw LoginDataStoreException("Login data: a user has no name.", ZR_HERE);
-            server.PutUser(User(name, ZR::UniString(TextMember(u, "refreshToken")),
-                                ZR::UniString(TextMember(u, "fullName"))));
+            if (name.IsEmpty()) Refuse("a user has no name.");
+            User user(name, ZR::UniString(TextMember(u, "refreshToken")),
+                      ZR::UniString(TextMember(u, "fullName")));
+            // A name listed twice: the later data in the earlier place.
+            auto [it, added] = users.emplace(name.FoldCase().Std(), server.mUsers.GetSize());
+            if (added)
+                server.mUsers.Add(std::move(user));
+            else
+                server.mUsers[it->second] = std::move(user);
         }
         // An active user that isn't listed is dropped rather than kept dangling.
-        if (const User* active = server.FindUser(ZR::UniString(TextMember(s, "activeUser"))))
-            server.SetActiveUserName(active->GetUserName());
+        ZR::UniString active(TextMember(s, "activeUser"));
+        if (auto it = users.find(active.FoldCase().Std()); !active.IsEmpty() && it != users.end())
+            server.mActiveUser = server.mUsers[it->second].GetUserName();
         store.mServers.Add(std::move(server));
     }
+    store.RebuildIndex();
     ZR::UniString active(TextMember(root, "activeServer"));
     if (!active.IsEmpty()) store.mActiveServer = store.IndexOf(active);
     return store;

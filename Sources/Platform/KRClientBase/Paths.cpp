@@ -2,10 +2,43 @@
 
 #include <cstdio>
 
+#include "ZR/Exceptions.h"
+
 namespace KRCB {
+
+namespace {
+
+// [begin, end) of the authority of a URL.
+std::pair<std::size_t, std::size_t> Authority(const std::string& url) {
+    std::size_t scheme = url.find("://");
+    std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
+    std::size_t end = url.find_first_of("/?#", begin);
+    return {begin, end == std::string::npos ? url.size() : end};
+}
+
+}  // namespace
+
+bool HasUserInfo(const ZR::UniString& url) {
+    auto [begin, end] = Authority(url.Std());
+    return url.Std().find('@', begin) < end;
+}
+
+ZR::UniString WithoutUserInfo(const ZR::UniString& url) {
+    const std::string& text = url.Std();
+    auto [begin, end] = Authority(text);
+    std::size_t at = text.rfind('@', end == 0 ? 0 : end - 1);
+    if (at == std::string::npos || at < begin || at >= end) return url;
+    return ZR::UniString(text.substr(0, begin) + text.substr(at + 1));
+}
 
 void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
                           const ZR::UniString& userName, const ZR::UniString& refreshToken) {
+    if (HasUserInfo(serverUrl))
+        throw ZR::IllegalArgumentException(
+            ZR::UniString("Failed to create a server location. The server URL \"" +
+                          WithoutUserInfo(serverUrl).Std() +
+                          "\" carries a user name or password; give them separately."),
+            ZR_HERE);
     location = IO::Location::ServerLocation(serverUrl, userName, refreshToken, ZR::UniString());
 }
 

@@ -1,7 +1,6 @@
 #include <mutex>
 
 #include "IO/File.h"
-#include "IO/Internal/Env.h"
 #include "KRCB/KRClientBase.h"
 
 namespace KRCB {
@@ -10,6 +9,7 @@ namespace {
 struct StartState {
     std::mutex mutex;
     IO::Location baseFolder;
+    ZR::UniString problem;
     bool started = false;
 };
 
@@ -18,12 +18,12 @@ StartState& State() {
     return state;
 }
 
+// Empty if the user has no data folder: the caller goes on without one.
 IO::Location DefaultBaseFolder() {
-    if (const char* xdg = IO::Sys::GetVariable("XDG_DATA_HOME"); xdg && *xdg)
-        return IO::Location(ZR::UniString(std::string(xdg) + "/KRClientBase"));
-    if (const char* home = IO::Sys::GetVariable("HOME"); home && *home)
-        return IO::Location(ZR::UniString(std::string(home) + "/.local/share/KRClientBase"));
-    return IO::Location(ZR::UniString("/tmp/KRClientBase"));
+    IO::Location userData;
+    if (IO::fileSystem.GetSpecialLocation(IO::kUserDataFolder, &userData) != IO::kOk)
+        return IO::Location();
+    return userData + IO::Name("KRClientBase");
 }
 
 }  // namespace
@@ -38,6 +38,11 @@ bool IsStarted() {
     return State().started;
 }
 
+ZR::UniString GetBaseFolderProblem() {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    return State().problem;
+}
+
 }  // namespace KRCB
 
 bool InitKRClientBase(const ZR::PagedArray<ZR::UniString, 8>& arguments) {
@@ -49,13 +54,25 @@ bool InitKRClientBase(const ZR::PagedArray<ZR::UniString, 8>& arguments) {
     }
     if (folder.IsEmpty()) folder = KRCB::DefaultBaseFolder();
 
+    ZR::UniString problem;
+    if (folder.IsEmpty()) {
+        problem = "There is no base folder: give BaseFolder=DIR, or set HOME or XDG_DATA_HOME.";
+    } else {
+        // Made owner-only from the start: it will hold tokens.
+        int status = IO::fileSystem.CreateFolderTree(folder, 0700);
+        if (status == IO::kOk) status = IO::Folder(folder, IO::kNotFoundFail).GetStatus();
+        if (status != IO::kOk)
+            problem =
+                ZR::UniString::Format("The base folder \"%s\" can't be made or used (status %d).",
+                                      folder.ToDisplayText().ToCString(), status);
+    }
+
     auto& state = KRCB::State();
     std::lock_guard<std::mutex> lock(state.mutex);
-    state.baseFolder = folder;
-    // The folder holds tokens: only its owner may look inside.
-    state.started = IO::fileSystem.CreateFolderTree(folder) == IO::kOk &&
-                    IO::Folder(folder, IO::kNotFoundFail).GetStatus() == IO::kOk;
-    return state.started;
+    state.started = true;
+    state.problem = problem;
+    state.baseFolder = problem.IsEmpty() ? folder : IO::Location();
+    return problem.IsEmpty();
 }
 
 void CloseKRClientBase() {

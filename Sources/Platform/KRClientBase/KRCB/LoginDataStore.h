@@ -11,11 +11,18 @@
 /// regard to case as well. Operations that need a server or user that isn't
 /// there throw LoginDataStoreException.
 ///
+/// A server URL never carries a user name or password ("https://anna:pw@srv"):
+/// operations that would store one throw LoginDataStoreException, and so does
+/// reading a file that holds one. URLs in exception texts never show them.
+///
 /// LoginDataStore is a plain value without a lock; the singletons below lock
 /// themselves.
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <string>
+#include <unordered_map>
 
 #include "IO/Location.h"
 #include "KRCB/KRClientBaseExport.h"
@@ -130,6 +137,8 @@ public:
     bool operator==(const Server& other) const = default;
 
 private:
+    friend class LoginDataStore;
+
     ZR::UniString mUniqueURL;
     ZR::UniString mFriendlyName;
     ZR::PagedArray<ZR::UniString> mCommonConnections;
@@ -190,42 +199,83 @@ public:
     /// All servers in order, for serialisation.
     const ZR::PagedArray<Server>& Servers() const { return mServers; }
 
-    bool operator==(const LoginDataStore& other) const = default;
+    /// Same servers, users and active entries.
+    bool operator==(const LoginDataStore& other) const;
 
-    /// The stored form; see docs/LOGIN_DATA.md. Parse throws
-    /// LoginDataStoreException on text it can't take.
+    /// The stored form; see docs/LOGIN_DATA.md. FromJson throws
+    /// LoginDataStoreException on text it can't take, in time linear in its
+    /// length: anything over kMaxTextBytes, nested deeper than kMaxDepth, or
+    /// with a number out of range.
+    static constexpr std::size_t kMaxTextBytes = 64u << 20;
+    static constexpr int kMaxDepth = 32;
+    static constexpr int kMaxVersionNumber = 999999;
     std::string ToJson() const;
     static LoginDataStore FromJson(const std::string& text);
 
+    /// The changes that lead from base to mine, made on theirs: what mine added
+    /// or changed wins, what mine deleted goes, and everything else stays as
+    /// theirs has it. How two writers that started from the same data both keep
+    /// their changes.
+    static LoginDataStore Merge(const LoginDataStore& base, const LoginDataStore& mine,
+                                const LoginDataStore& theirs);
+
 private:
+    friend class LoginDataStoreCache;
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
     std::size_t IndexOf(const ZR::UniString& url) const;
     Server& ServerFor(const ZR::UniString& url, const char* operation);
     const Server& ServerFor(const ZR::UniString& url, const char* operation) const;
+    void IndexServer(std::size_t i);
+    void NoteUrl(const ZR::UniString& url, std::size_t i, bool unique);
+    void RebuildIndex();
+    /// base is null for a server that both sides added.
+    static void MergeServer(const Server* base, const Server& mine, Server& theirs);
 
     ZR::PagedArray<Server> mServers;
     std::size_t mActiveServer = kNone;
+    /// Look-up by URL in constant time; keys are UrlKey forms. unique: the
+    /// first server whose unique URL it is; any: the first that answers to it.
+    std::unordered_map<std::string, std::size_t> mByUniqueUrl;
+    std::unordered_map<std::string, std::size_t> mByAnyUrl;
+    /// The cached data this copy was taken from, for the merge at its save;
+    /// null for a store made otherwise, whose save replaces the file.
+    std::shared_ptr<const LoginDataStore> mOrigin;
 };
+
+/// The form in which URLs are looked up: without trailing slashes, case
+/// folded; empty for a URL that names no server.
+KRCB_EXPORT std::string UrlKey(const ZR::UniString& url);
 
 /// The login data of this process, backed by "LoginData.json" in the base data
 /// folder. Hands out copies; the file is re-read only when its change stamp
 /// (modification times, inode, size) moved since it was last read or written.
-/// Saving is last writer wins: a save writes the whole store it is given.
+///
+/// Every save is one read-modify-write of the file under the lock file
+/// "LoginData.json.lock" beside it, held with an open-file-description lock
+/// (so a writer that dies lets go at once): it reads the file afresh, merges,
+/// and writes through a temporary file and a rename. Writers in other
+/// processes and threads are serialised, and none loses another's change.
 class KRCB_EXPORT LoginDataStoreCache {
 public:
     static LoginDataStoreCache& GetInstance();
 
     /// A fresh copy of the data; empty while the base client isn't started.
+    /// LoginDataStoreException if it started without a usable base folder.
     ZR::Ref<LoginDataStore> GetLoginDataStoreCopy(int openMethod);
     ZR::Ref<LoginDataStore> GetLoginDataStore(int openMethod) {
         return GetLoginDataStoreCopy(openMethod);
     }
 
-    /// Writes store to the file (atomically, mode 0600, folder 0700) and takes it
-    /// as the cached data, with pending friendly names laid over it. False if
-    /// the base client isn't started; LoginDataStoreException if the write fails.
+    /// Saves store (mode 0600, folder 0700) and takes the result as the cached
+    /// data, with pending friendly names laid over it. A copy handed out by
+    /// this cache (or a copy of one) is merged with what the file holds now
+    /// (LoginDataStore::Merge, from the data the copy was taken from); any
+    /// other store replaces the file's content. False if the base client isn't
+    /// started; LoginDataStoreException if there is no usable base folder, the
+    /// lock can't be had, or the file can't be read or written.
     bool SaveToFile(const LoginDataStore& store);
-    /// Writes the cached data if it holds changes not yet on disc.
+    /// Writes the pending friendly names, if any, in the same way.
     void CheckSave();
     /// Sets the friendly name of a known server in the cached data. With
     /// persist, the change is written at the next CheckSave and survives a
@@ -242,6 +292,9 @@ public:
     void ResetForTesting();
 
     static constexpr const char* kFileName = "LoginData.json";
+    static constexpr const char* kLockFileName = "LoginData.json.lock";
+    /// How long a save waits for another writer before it gives up.
+    static constexpr int kLockWaitMillis = 30000;
 
 private:
     LoginDataStoreCache() = default;
@@ -249,23 +302,32 @@ private:
         bool exists = false;
         bool known = true;  ///< false: the stamp couldn't be taken, matches nothing
         std::uint64_t change = 0;
+        std::uint64_t length = 0;
         bool operator==(const FileStamp& o) const {
             return known && o.known && exists == o.exists && change == o.change;
         }
     };
-    /// All under mMutex.
-    bool RefreshLocked();
-    void ApplyPendingLocked();
+    /// All under mMutex. RefreshLocked tells whether the base client runs
+    /// with a folder, and reads the file if it changed.
+    int RefreshLocked();
+    void ReadLocked(const IO::Location& file, const FileStamp& stamp);
+    void SetAsideLocked(const std::string& text, const ZR::UniString& reason);
+    void SetDataLocked(LoginDataStore data);
+    void PrepareFolderLocked();
     void WriteLocked(const LoginDataStore& store);
+    void ResetLocked();
     static FileStamp StampOf(const IO::Location& file);
 
     std::mutex mMutex;
     IO::Location mFolder;  ///< the folder the cached data came from
     bool mLoaded = false;
+    /// Why the file, which exists, could not be read at the last look; a save
+    /// would overwrite what it never saw, so it refuses.
+    ZR::UniString mReadProblem;
     FileStamp mStamp;
-    LoginDataStore mData;
+    /// Never changed in place: copies keep the one they were taken from.
+    std::shared_ptr<const LoginDataStore> mData = std::make_shared<const LoginDataStore>();
     ZR::HashTable<ZR::UniString, ZR::UniString> mPendingNames;  ///< by normalised URL
-    bool mDirty = false;
 };
 
 /// What the login data should say is active in this process, whatever the

@@ -9,7 +9,10 @@
 
 namespace KRCB {
 
-/// A project location of a server, user and refresh token, with no project path yet.
+/// A project location of a server, user and refresh token, with no project
+/// path yet. A server URL with a user name or password in it
+/// ("https://anna:pw@srv") throws ZR::IllegalArgumentException and leaves
+/// location as it was: the user name and token go in their own fields.
 KRCB_EXPORT void CreateServerLocation(IO::Location& location, const ZR::UniString& serverUrl,
                                       const ZR::UniString& userName,
                                       const ZR::UniString& refreshToken);
@@ -17,6 +20,13 @@ KRCB_EXPORT void SetProjectPath(IO::Location& location, const ZR::UniString& pro
 /// Empty for a location that is not a project location.
 KRCB_EXPORT ZR::UniString GetPortalServerUrl(const IO::Location& location);
 KRCB_EXPORT ZR::UniString GetProjectPath(const IO::Location& location);
+
+/// True if the URL's authority (between "scheme://", or the start of a text
+/// without scheme, and the first "/", "?" or "#") holds a user name or
+/// password: an "@".
+KRCB_EXPORT bool HasUserInfo(const ZR::UniString& url);
+/// The URL with its user name and password dropped, for messages.
+KRCB_EXPORT ZR::UniString WithoutUserInfo(const ZR::UniString& url);
 
 /// Compares two management server URLs.
 ///  strict: the same URL: scheme, host and port equal (host without regard to
