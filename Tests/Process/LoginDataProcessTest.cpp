@@ -1,0 +1,179 @@
+// The login data shared by real processes: concurrent writers, writers killed
+// at random points, and where tokens and passwords end up.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "KRCB/KRClientBase.h"
+#include "KRCB/LoginDataStore.h"
+#include "KRCB/Paths.h"
+#include "Support/Process.h"
+#include "Support/TempFolder.h"
+#include "ZR/Logger.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using namespace KRCB::LoginDataStore;
+
+class LoginDataProcessTest : public ::testing::Test {
+protected:
+    std::vector<std::string> Krctl(std::vector<std::string> args) const {
+        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", Base(), "--log-file",
+                                         temp.Sub("krctl.log")};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return argv;
+    }
+    krtest::ProcessResult Run(std::vector<std::string> args) const {
+        return krtest::RunProcess(Krctl(std::move(args)));
+    }
+    std::string Base() const { return temp.Sub("base"); }
+    std::string File() const { return Base() + "/LoginData.json"; }
+    std::vector<std::string> TempFiles() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(Base())) {
+            std::string name = entry.path().filename();
+            if (name.rfind(".LoginData.json.tmp-", 0) == 0) names.push_back(name);
+        }
+        return names;
+    }
+    krtest::TempFolder temp;
+};
+
+TEST_F(LoginDataProcessTest, EightProcessesAddingServersAtOnceKeepEveryOne) {
+    constexpr int kProcesses = 8, kServers = 25;
+    ASSERT_EQ(Run({"login", "list"}).exitCode, 0);  // makes the base folder
+    std::vector<std::unique_ptr<krtest::ChildProcess>> writers;
+    for (int p = 0; p < kProcesses; ++p) {
+        std::vector<std::string> argv = {"/bin/sh", "-c",
+                                         "for i in $(seq 1 " + std::to_string(kServers) +
+                                             "); do \"$@\" https://p" + std::to_string(p) +
+                                             "-$i.example >/dev/null || exit 1; done",
+                                         "sh"};
+        for (const std::string& arg : Krctl({"login", "add-server"})) argv.push_back(arg);
+        writers.push_back(std::make_unique<krtest::ChildProcess>(argv));
+    }
+    for (auto& writer : writers) EXPECT_EQ(writer->Wait(), 0);
+
+    auto list = Run({"--json", "login", "list"});
+    ASSERT_EQ(list.exitCode, 0) << list.err;
+    Json servers = Json::parse(list.out)["servers"];
+    EXPECT_EQ(servers.size(), static_cast<std::size_t>(kProcesses * kServers));
+    std::set<std::string> urls;
+    for (const Json& server : servers) urls.insert(server["url"].get<std::string>());
+    EXPECT_EQ(urls.size(), static_cast<std::size_t>(kProcesses * kServers));
+}
+
+TEST_F(LoginDataProcessTest, AWriterKilledAtRandomPointsLeavesTheOldOrTheNewDataAndNoStaleTemp) {
+    constexpr int kKills = 200;
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<int> delayMicros(0, 15000);
+    long next = 1;
+    int landedMidSave = 0;
+    for (int kill = 0; kill < kKills; ++kill) {
+        krtest::ChildProcess writer({LOGIN_WRITER_PATH, Base(), std::to_string(next)});
+        std::string line;
+        ASSERT_TRUE(writer.ReadLine(&line)) << "the writer did not save";
+        std::this_thread::sleep_for(std::chrono::microseconds(delayMicros(random)));
+        writer.Kill(SIGKILL);
+        EXPECT_EQ(writer.Wait(), -1);
+        long saved = std::stol(line.substr(6));
+        while (writer.ReadLine(&line)) saved = std::stol(line.substr(6));
+
+        // Old or new: the last save reported, or the one under way.
+        LoginDataStore store;
+        ASSERT_NO_THROW(store = LoginDataStore::FromJson(krtest::ReadFile(File())))
+            << "kill " << kill;
+        std::string token = store.GetRefreshToken("https://srv.example", "anna").Std();
+        ASSERT_TRUE(token == "tok-" + std::to_string(saved) ||
+                    token == "tok-" + std::to_string(saved + 1))
+            << "kill " << kill << ": " << token << " after saved " << saved;
+        if (token != "tok-" + std::to_string(saved)) ++landedMidSave;
+        // Each save removes what killed writers left: one at most, of this kill.
+        EXPECT_LE(TempFiles().size(), 1u) << "kill " << kill;
+        next = std::stol(token.substr(4)) + 1;
+    }
+    // Some kills must have landed inside a save for the test to mean anything;
+    // most land while the writer waits for its data to reach the disc.
+    RecordProperty("KillsBetweenRenameAndReport", landedMidSave);
+
+    auto after = Run({"login", "add-user", "https://srv.example", "anna", "--token", "final"});
+    ASSERT_EQ(after.exitCode, 0) << after.err;
+    EXPECT_TRUE(TempFiles().empty());
+    EXPECT_EQ(LoginDataStore::FromJson(krtest::ReadFile(File()))
+                  .GetRefreshToken("https://srv.example", "anna"),
+              "final");
+}
+
+TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
+    const std::string token = "SENTINEL-TOKEN-5c1f", password = "SENTINEL-PASSWORD-77ab";
+    const std::string withPassword = "https://anna:" + password + "@vault.example";
+    std::vector<krtest::ProcessResult> runs = {
+        Run({"login", "add-server", "https://srv.example", "--name", "Main"}),
+        Run({"login", "add-user", "https://srv.example", "anna", "--token", token}),
+        Run({"login", "set-active", "https://srv.example", "anna"}),
+        Run({"login", "list"}),
+        Run({"--json", "login", "list"}),
+        Run({"login", "add-server", withPassword}),
+        Run({"login", "add-user", withPassword, "anna", "--token", token}),
+    };
+    EXPECT_NE(runs[5].exitCode, 0);
+    EXPECT_NE(runs[6].exitCode, 0);
+
+    // The library in this process, with a log that takes every line.
+    ZR::CaptureLogSink log;
+    ZR::ScopedLogSink scoped(log);
+    ASSERT_TRUE(InitKRClientBase({ZR::UniString("BaseFolder=" + Base())}));
+    LoginDataStoreCache& cache = LoginDataStoreCache::GetInstance();
+    cache.ResetForTesting();
+    std::vector<std::string> messages;
+    auto expectRefused = [&](auto&& call) {
+        try {
+            call();
+            ADD_FAILURE() << "not refused";
+        } catch (const ZR::ZRException& e) {
+            messages.push_back(e.GetMessage().Std());
+        }
+    };
+    ZR::Ref<LoginDataStore> store = cache.GetLoginDataStoreCopy(OpenForWriting);
+    using Kerrow::PortalServer::Client::Management::ServerInfo;
+    expectRefused([&] { store->StoreServer(ServerInfo(), withPassword, ""); });
+    expectRefused([&] { store->GetRefreshToken(withPassword, "anna"); });
+    expectRefused([&] {
+        IO::Location location;
+        KRCB::CreateServerLocation(location, withPassword, "anna", token);
+    });
+    store->SetRefreshToken("https://srv.example", "anna", token + "-2");
+    ASSERT_TRUE(cache.SaveToFile(*store));
+    // A damaged file is set aside whole, token included, as a login data file.
+    krtest::WriteFile(File(), "{\"refreshToken\":\"" + token + "\"");
+    cache.GetLoginDataStoreCopy(OpenForReading);
+    CloseKRClientBase();
+
+    std::string everything;
+    for (const auto& run : runs) everything += run.out + run.err;
+    for (const auto& message : messages) everything += message + "\n";
+    everything += log.GetText();
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Path())) {
+        if (!entry.is_regular_file()) continue;
+        std::string name = entry.path().filename();
+        std::string content = krtest::ReadFile(entry.path());
+        EXPECT_EQ(content.find(password), std::string::npos) << name;
+        bool loginData = name == "LoginData.json" || name.rfind("LoginData.json.bad-", 0) == 0;
+        if (!loginData) {
+            EXPECT_EQ(content.find(token), std::string::npos) << name;
+        }
+    }
+    EXPECT_EQ(everything.find(token), std::string::npos) << everything;
+    EXPECT_EQ(everything.find(password), std::string::npos) << everything;
+}
+
+}  // namespace
