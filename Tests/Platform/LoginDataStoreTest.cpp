@@ -205,7 +205,6 @@ TEST(LoginDataStoreJson, HostileNumbersNestingAndTextsAreRefusedWithoutQuotingTh
              R"({"formatVersion":1,"x":[)" + deep.substr(21),
              R"({"formatVersion":1,"x":)" + Repeat("[", 1000000) + Repeat("]", 1000000) + "}",
              Repeat("{\"a\":", 1000000),
-             server(R"("friendlyName":"a\u0000b")"),
              server(R"("commonConnections":["https://anna:secret@s2"])"),
              std::string(R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://u:secret@s"}]})"),
              server(R"("users":[{"userName":"u","refreshToken":"SENTINEL-TOKEN"}] trailing)"),
@@ -224,6 +223,15 @@ TEST(LoginDataStoreJson, HostileNumbersNestingAndTextsAreRefusedWithoutQuotingTh
         R"("majorVersion":999999,"minorVersion":0,"commonConnections":["https://S/","https://t","https://T/"])"));
     EXPECT_EQ(edge.GetServer("https://s").GetMajorVersion(), LoginDataStore::kMaxVersionNumber);
     EXPECT_EQ(edge.GetServer("https://s").GetCommonConnections().GetSize(), 1u);  // duplicates go
+
+    // What the store takes, the file gives back.
+    LoginDataStore odd;
+    odd.StoreServer(ServerInfo("https://o", ZR::UniString(std::string("a\0b", 3)), 2000000000, -5),
+                    "https://o", "");
+    odd.AddUser("https://o", User(ZR::UniString(std::string("n\0", 2)), "t", ""));
+    EXPECT_EQ(odd.GetServer("https://o").GetMajorVersion(), LoginDataStore::kMaxVersionNumber);
+    EXPECT_EQ(odd.GetServer("https://o").GetMinorVersion(), 0);
+    EXPECT_EQ(LoginDataStore::FromJson(odd.ToJson()), odd);
 }
 
 TEST(LoginDataStoreJson, LargeFilesLoadAndAnswerInLinearTime) {

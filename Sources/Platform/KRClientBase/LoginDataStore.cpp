@@ -1,5 +1,7 @@
 #include "KRCB/LoginDataStore.h"
 
+#include <algorithm>
+
 #include "KRCB/Paths.h"
 
 namespace KRCB::LoginDataStore {
@@ -232,13 +234,16 @@ bool LoginDataStore::StoreServer(const Kerrow::PortalServer::Client::Management:
     std::size_t i = IndexOf(unique);
     if (i == kNone) i = IndexOf(url);
     bool added = i == kNone;
+    // Whatever a server reports, the file must read back.
+    auto version = [](int v) { return std::clamp(v, 0, kMaxVersionNumber); };
+    int major = version(info.majorVersion), minor = version(info.minorVersion);
     if (added) {
-        mServers.Add(Server(unique, info.friendlyName, info.majorVersion, info.minorVersion));
+        mServers.Add(Server(unique, info.friendlyName, major, minor));
         i = mServers.GetSize() - 1;
         NoteUrl(unique, i, true);
     } else {
         if (!info.friendlyName.IsEmpty()) mServers[i].SetFriendlyName(info.friendlyName);
-        mServers[i].SetVersion(info.majorVersion, info.minorVersion);
+        mServers[i].SetVersion(major, minor);
     }
     if (mServers[i].AddCommonConnection(url)) NoteUrl(url, i, false);
     if (mServers[i].AddClientConnection(clientConnection)) NoteUrl(clientConnection, i, false);

@@ -204,7 +204,14 @@ void LoginDataStoreCache::WriteLocked(const LoginDataStore& store) {
                                   mReadProblem.ToCString()),
             ZR_HERE);
     IO::Location file = mFolder + IO::Name(kFileName);
-    int status = IO::fileSystem.WriteFileAtomically(file, store.ToJson(), 0600);
+    std::string text = store.ToJson();
+    // What no reader would take is not written.
+    if (text.size() > LoginDataStore::kMaxTextBytes)
+        throw LoginDataStoreException(
+            ZR::UniString::Format("Failed to save the login data. It would be larger than %d MiB.",
+                                  static_cast<int>(LoginDataStore::kMaxTextBytes >> 20)),
+            ZR_HERE);
+    int status = IO::fileSystem.WriteFileAtomically(file, text, 0600);
     if (status != IO::kOk)
         throw LoginDataStoreException(
             ZR::UniString::Format(

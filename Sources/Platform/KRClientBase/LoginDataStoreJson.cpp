@@ -69,15 +69,12 @@ private:
 
 // Missing members read as their empty value; members of the wrong type are
 // refused, since a guess could lose a token on the next save. Texts are UTF-8
-// (the parser checks) without NUL, which no name or URL holds.
+// (the parser checks).
 std::string TextMember(const ReadJson& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return std::string();
     if (!it->is_string()) Refuse(std::string("\"") + key + "\" is not a text.");
-    const std::string& text = it->get_ref<const std::string&>();
-    if (text.find('\0') != std::string::npos)
-        Refuse(std::string("\"") + key + "\" holds a NUL character.");
-    return text;
+    return it->get_ref<const std::string&>();
 }
 
 // An integer in [min, max]; anything else is refused before it is narrowed.
@@ -121,9 +118,7 @@ void RequireObject(const ReadJson& value, const char* what) {
 
 ZR::UniString UrlText(const ReadJson& value) {
     if (!value.is_string()) Refuse("a connection is not a text.");
-    const std::string& text = value.get_ref<const std::string&>();
-    if (text.find('\0') != std::string::npos) Refuse("a connection holds a NUL character.");
-    return ZR::UniString(text);
+    return ZR::UniString(value.get_ref<const std::string&>());
 }
 
 void RequireNoUserInfo(const ZR::UniString& url) {

@@ -167,7 +167,8 @@ public:
     /// Adds the server of info, or updates the one that answers to its unique
     /// URL or to url: friendly name (if info has one), version, and url and
     /// clientConnection (if not empty) as further URLs. An info without unique
-    /// URL takes url as its unique URL. True if the server is new.
+    /// URL takes url as its unique URL. Versions outside 0 to kMaxVersionNumber
+    /// are stored as the nearer bound. True if the server is new.
     bool StoreServer(const Kerrow::PortalServer::Client::Management::ServerInfo& info,
                      const ZR::UniString& url, const ZR::UniString& clientConnection);
     void DeleteServer(const ZR::UniString& server);
