@@ -16,26 +16,32 @@ namespace krfuzz {
 namespace {
 
 // Readers of files get their input as a file: one scratch folder for the
-// process, under $TMPDIR, removed at exit.
+// process, removed at exit. In memory where there is a place for it: on a disc
+// file system each rewrite of a file waits for the one before to be written.
 class Scratch {
 public:
     Scratch() {
-        std::string base = std::filesystem::temp_directory_path().string() + "/krc-fuzz-XXXXXX";
-        if (!mkdtemp(base.data())) std::abort();
-        mPath = base;
+        for (std::string root :
+             {std::string("/dev/shm"), std::filesystem::temp_directory_path().string()}) {
+            std::string base = root + "/krc-fuzz-XXXXXX";
+            if (mkdtemp(base.data())) {
+                mPath = base;
+                return;
+            }
+        }
+        std::abort();
     }
     ~Scratch() {
         std::error_code ignored;
         std::filesystem::remove_all(mPath, ignored);
     }
-    // Puts data into NAME in the fresh folder FOLDER and answers the folder.
+    // Puts data into NAME in FOLDER, replacing what an earlier input left
+    // there, and answers the folder.
     IO::Location Put(const std::string& folder, const char* name, const std::uint8_t* data,
                      std::size_t size) const {
         std::string dir = mPath + "/" + folder;
-        std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
         std::filesystem::create_directories(dir);
-        std::ofstream out(dir + "/" + name, std::ios::binary);
+        std::ofstream out(dir + "/" + name, std::ios::binary | std::ios::trunc);
         out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
         if (!out) std::abort();
         return IO::Location(ZR::UniString(dir));

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
+#include <string_view>
 #include <thread>
 
+#include "IO/Internal/Env.h"
 #include "KRCB/KRClientBase.h"
 #include "KRCB/LoginDataStore.h"
 #include "Support/LibraryTest.h"
@@ -33,26 +34,21 @@ LoginDataStore TwoServers() {
     return store;
 }
 
-// Sets or clears an environment variable for the life of the object.
-class ScopedVariable {
+// The operating system, but with the user's data folder given here, or none:
+// no XDG_DATA_HOME, no HOME, no home in the user database.
+class UserDataEnv : public IO::Env {
 public:
-    ScopedVariable(const char* name, const char* value) : mName(name) {
-        if (const char* old = std::getenv(name)) mOld = old;
-        if (value)
-            ::setenv(name, value, 1);
-        else
-            ::unsetenv(name);
+    explicit UserDataEnv(std::string dataHome) : mDataHome(std::move(dataHome)) {}
+    const char* GetVariable(const char* name) override {
+        if (std::string_view(name) == "XDG_DATA_HOME")
+            return mDataHome.empty() ? nullptr : mDataHome.c_str();
+        if (std::string_view(name) == "HOME") return nullptr;
+        return IO::Env::GetVariable(name);
     }
-    ~ScopedVariable() {
-        if (mOld)
-            ::setenv(mName, mOld->c_str(), 1);
-        else
-            ::unsetenv(mName);
-    }
+    std::string GetUserHome() override { return std::string(); }
 
 private:
-    const char* mName;
-    std::optional<std::string> mOld;
+    std::string mDataHome;
 };
 
 class LoginDataStoreCacheTest : public krtest::LibraryTest {
@@ -106,6 +102,7 @@ TEST_F(LoginDataStoreCacheTest, AChangeOnDiscIsSeenAndEachUnreadableFileIsSetAsi
     const std::string garbage =
         R"({"formatVersion":1,"servers":[{"uniqueUrl":"https://d","users":[{"userName":"u","refreshToken":"SECRET-TOKEN"}]}]} trailing)";
     const std::string otherGarbage = R"({"formatVersion":1,"servers":[{"majorVersion":1e99}]})";
+    ZR::Ref<LoginDataStore> before = Cache().GetLoginDataStoreCopy(OpenForWriting);
     krtest::WriteFile(File(), garbage);
     EXPECT_TRUE(Cache().GetLoginDataStoreCopy(OpenForReading)->IsEmpty());
     Cache().ResetForTesting();  // read again, as another process would
@@ -127,10 +124,13 @@ TEST_F(LoginDataStoreCacheTest, AChangeOnDiscIsSeenAndEachUnreadableFileIsSetAsi
     EXPECT_NE(log.GetText().find("set aside"), std::string::npos);
     EXPECT_EQ(log.GetText().find("SECRET-TOKEN"), std::string::npos);
 
-    // The next save replaces the bad file.
-    Cache().SaveToFile(other);
+    // The next save replaces the bad file, keeping all its store had: nobody
+    // deleted what the damaged file lacks.
+    before->SetFriendlyName("https://c.example", "C2");
+    Cache().SaveToFile(*before);
     Cache().ResetForTesting();
-    EXPECT_TRUE(Cache().GetLoginDataStoreCopy(OpenForReading)->ContainsServer("https://c.example"));
+    ZR::Ref<LoginDataStore> after = Cache().GetLoginDataStoreCopy(OpenForReading);
+    EXPECT_EQ(*after, *before);
 }
 
 TEST_F(LoginDataStoreCacheTest, AFileTooLargeToReadOrALockInTheWayStopsSavesAndIsKept) {
@@ -206,11 +206,34 @@ TEST_F(LoginDataStoreCacheTest, TheBaseFolderIsMadeOwnerOnlyAndWithoutOneLoginDa
     CloseKRClientBase();
     mode_t oldMask = ::umask(0);
     {
-        ScopedVariable xdg("XDG_DATA_HOME", temp.Sub("xdg").c_str());
+        UserDataEnv env(temp.Sub("xdg"));
+        IO::ScopedEnv scoped(env);
         EXPECT_TRUE(InitKRClientBase({}));
         EXPECT_EQ(krtest::ModeOf(temp.Sub("xdg/KRClientBase")), 0700u);
     }
     ::umask(oldMask);
+
+    // Nowhere to keep it: no stand-in in a shared folder either.
+    auto expectRefused = [](const char* reason) {
+        for (auto call : {+[] { Cache().GetLoginDataStoreCopy(OpenForReading); },
+                          +[] { Cache().SaveToFile(TwoServers()); }}) {
+            try {
+                call();
+                ADD_FAILURE() << "no exception";
+            } catch (const LoginDataStoreException& e) {
+                EXPECT_NE(e.GetMessage().Std().find(reason), std::string::npos)
+                    << e.GetMessage().Std();
+            }
+        }
+    };
+    {
+        UserDataEnv env("");
+        IO::ScopedEnv scoped(env);
+        EXPECT_FALSE(InitKRClientBase({}));
+    }
+    EXPECT_TRUE(KRCB::IsStarted());
+    EXPECT_TRUE(KRCB::GetBaseDataFolder().IsEmpty());
+    expectRefused("There is no base folder");
 
     // A base folder that can't be made: the client runs without one, and the
     // login data says why instead of handing out nothing.
@@ -218,17 +241,7 @@ TEST_F(LoginDataStoreCacheTest, TheBaseFolderIsMadeOwnerOnlyAndWithoutOneLoginDa
     EXPECT_FALSE(InitKRClientBase({ZR::UniString("BaseFolder=" + temp.Sub("file/base"))}));
     EXPECT_TRUE(KRCB::IsStarted());
     EXPECT_TRUE(KRCB::GetBaseDataFolder().IsEmpty());
-    for (auto call : {+[] { Cache().GetLoginDataStoreCopy(OpenForReading); },
-                      +[] { Cache().SaveToFile(TwoServers()); }}) {
-        try {
-            call();
-            ADD_FAILURE() << "no exception";
-        } catch (const LoginDataStoreException& e) {
-            EXPECT_NE(e.GetMessage().Std().find("file/base\" can't be made or used"),
-                      std::string::npos)
-                << e.GetMessage().Std();
-        }
-    }
+    expectRefused("file/base\" can't be made or used");
     ZR::UniString name;
     EXPECT_FALSE(Cache().GetFriendlyName("https://a.example", name));
     Cache().CheckSave();  // nothing pending: quiet

@@ -134,6 +134,7 @@ int LoginDataStoreCache::RefreshLocked() {
 void LoginDataStoreCache::ReadLocked(const IO::Location& file, const FileStamp& stamp) {
     LoginDataStore data;
     mReadProblem.Clear();
+    mSetAside = false;
     if (stamp.exists) {
         std::string text;
         const int maxMiB = static_cast<int>(LoginDataStore::kMaxTextBytes >> 20);
@@ -159,6 +160,7 @@ void LoginDataStoreCache::ReadLocked(const IO::Location& file, const FileStamp& 
         } catch (const LoginDataStoreException& e) {
             // Kept for whoever wants to recover it; the next save replaces the file.
             SetAsideLocked(text, e.GetMessage());
+            mSetAside = true;
         }
     }
     SetDataLocked(std::move(data));
@@ -313,6 +315,7 @@ void LoginDataStoreCache::ResetLocked() {
     mFolder.Clear();
     mLoaded = false;
     mReadProblem.Clear();
+    mSetAside = false;
     mStamp = FileStamp();
     mData = std::make_shared<const LoginDataStore>();
     mPendingNames.Clear();

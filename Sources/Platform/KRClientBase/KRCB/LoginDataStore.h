@@ -325,6 +325,8 @@ private:
     /// Why the file, which exists, could not be read at the last look; a save
     /// would overwrite what it never saw, so it refuses.
     ZR::UniString mReadProblem;
+    /// The file, at the last look, did not parse and was set aside.
+    bool mSetAside = false;
     FileStamp mStamp;
     /// Never changed in place: copies keep the one they were taken from.
     std::shared_ptr<const LoginDataStore> mData = std::make_shared<const LoginDataStore>();
