@@ -103,10 +103,12 @@ LoginDataStoreCache& LoginDataStoreCache::GetInstance() {
 LoginDataStoreCache::FileStamp LoginDataStoreCache::StampOf(const IO::Location& file) {
     FileStamp stamp;
     IO::File f(file, IO::kNotFoundFail);
-    if (f.GetStatus() != IO::kOk) return stamp;
+    if (f.GetStatus() == IO::kErrNotFound) return stamp;
+    // Something stands there: a stamp that can't be taken never matches, so
+    // it is read (or fails to be) at every look.
     stamp.exists = true;
-    // A stamp that can't be taken never matches, so the file is read again.
-    if (f.GetChangeStamp(&stamp.change) != IO::kOk || f.GetDataLength(&stamp.length) != IO::kOk)
+    if (f.GetStatus() != IO::kOk || f.GetChangeStamp(&stamp.change) != IO::kOk ||
+        f.GetDataLength(&stamp.length) != IO::kOk)
         stamp.known = false;
     return stamp;
 }
