@@ -113,17 +113,20 @@ int FileSystem::GetSpecialLocation(int which, Location* location) const {
     return kOk;
 }
 
-int FileSystem::ReadWholeFile(const Location& location, std::string* data) const {
+int FileSystem::ReadWholeFile(const Location& location, std::string* data,
+                              std::size_t maxBytes) const {
     data->clear();
     std::string path;
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
     int fd = Sys::Open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return StatusFromErrno(errno);
     struct stat st;
-    int status = Sys::Fstat(fd, &st) != 0 ? StatusFromErrno(errno)
-                 : S_ISDIR(st.st_mode)    ? kErrIsAFolder
-                                          : kOk;
-    if (status == kOk) status = Posix::ReadAll(fd, data);
+    int status = Sys::Fstat(fd, &st) != 0                            ? StatusFromErrno(errno)
+                 : S_ISDIR(st.st_mode)                               ? kErrIsAFolder
+                 : static_cast<std::uint64_t>(st.st_size) > maxBytes ? kErrTooLarge
+                                                                     : kOk;
+    // Bounded again while reading: the file may grow meanwhile.
+    if (status == kOk) status = Posix::ReadAll(fd, data, maxBytes);
     Posix::CloseFd(fd);
     return status;
 }

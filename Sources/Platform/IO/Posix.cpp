@@ -114,13 +114,17 @@ bool SameFile(int fd, const std::string& path, bool followLink) {
     return atFd.st_dev == named.st_dev && atFd.st_ino == named.st_ino;
 }
 
-int ReadAll(int fd, std::string* data) {
+int ReadAll(int fd, std::string* data, std::size_t maxBytes) {
     data->clear();
     char buffer[65536];
     while (true) {
         ssize_t n = Sys::Read(fd, buffer, sizeof buffer);
         if (n < 0) return StatusFromErrno(errno);
         if (n == 0) return kOk;
+        if (static_cast<std::size_t>(n) > maxBytes - data->size()) {
+            data->clear();
+            return kErrTooLarge;
+        }
         data->append(buffer, static_cast<std::size_t>(n));
     }
 }

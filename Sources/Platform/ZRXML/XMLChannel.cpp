@@ -138,7 +138,11 @@ public:
     // False if the file cannot be read or parsed, or its root has another name.
     bool Load(const IO::Location& location, const char* rootName) {
         if (!location.IsLocal() || !rootName) return false;
-        if (!mDocument.load_file(location.ToPath().ToCString(), kParseFlags, pugi::encoding_utf8))
+        // Read through the file layer, so the one seam to the system sees it too.
+        std::string bytes;
+        if (IO::fileSystem.ReadWholeFile(location, &bytes, ZR::kXMLMaxFileBytes) != IO::kOk)
+            return false;
+        if (!mDocument.load_buffer(bytes.data(), bytes.size(), kParseFlags, pugi::encoding_utf8))
             return false;
         pugi::xml_node root = mDocument.document_element();
         if (!root || std::string_view(root.name()) != rootName) return false;

@@ -1,6 +1,8 @@
 #pragma once
+/// @file
+/// Status codes of the file layer: 0 is success, everything else a failure.
+
 #include "IO/IOExport.h"
-// Status codes of the file layer: 0 is success, everything else a failure.
 
 namespace IO {
 
@@ -17,6 +19,8 @@ inline constexpr int kErrIsAFolder = static_cast<int>(0x81010207u);
 inline constexpr int kErrBadLocation = static_cast<int>(0x81010208u);
 inline constexpr int kErrNotOpen = static_cast<int>(0x81010209u);
 inline constexpr int kErrNoName = static_cast<int>(0x8101020Au);
+/// A file larger than its reader takes; nothing of it was kept.
+inline constexpr int kErrTooLarge = static_cast<int>(0x8101020Bu);
 
 /// Maps an errno value to one of the codes above.
 IO_EXPORT int StatusFromErrno(int error);

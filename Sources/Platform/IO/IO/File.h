@@ -124,7 +124,9 @@ public:
     /// as a lock file.
     int WriteFileAtomically(const Location& location, const std::string& data,
                             unsigned int mode = kNewFileMode) const;
-    int ReadWholeFile(const Location& location, std::string* data) const;
+    /// The whole file; kErrTooLarge, with data empty, for one of more than maxBytes.
+    int ReadWholeFile(const Location& location, std::string* data,
+                      std::size_t maxBytes = SIZE_MAX) const;
 };
 
 extern IO_EXPORT FileSystem fileSystem;

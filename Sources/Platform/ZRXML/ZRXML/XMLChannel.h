@@ -7,6 +7,7 @@
 /// the next element and fails if its name is not the key asked for.
 /// Booleans are spelled "true"/"false". Every call answers 0 or an error code.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -20,6 +21,9 @@ inline constexpr int kXMLErrNotFound = -40;  ///< no next element, or another na
 inline constexpr int kXMLErrBadValue = -41;  ///< the value is not of the asked type or range
 inline constexpr int kXMLErrState = -42;     ///< call out of order (end without start, ...)
 inline constexpr int kXMLErrIO = -43;        ///< the file could not be stored
+/// The largest file an input channel reads; a larger one is refused unread.
+/// The library's XML files are a few kilobytes.
+inline constexpr std::size_t kXMLMaxFileBytes = 16u << 20;
 
 class ZRXML_EXPORT XMLOChannel {
 public:

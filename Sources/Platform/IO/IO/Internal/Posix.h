@@ -3,6 +3,7 @@
 // the public interface of IO.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,7 @@ int Probe(const Location& location, bool wantFolder, std::string* path);
 // Names of a folder's entries, without "." and "..".
 int ListNames(const std::string& path, std::vector<std::string>* names);
 
-int ReadAll(int fd, std::string* data);
+int ReadAll(int fd, std::string* data, std::size_t maxBytes = SIZE_MAX);
 void CloseFd(int fd);
 
 // Opens path with flags (an access mode, O_TRUNC, ...). A missing file is
