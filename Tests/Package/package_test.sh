@@ -52,4 +52,22 @@ fi
 internal=$(find "$prefix/include" -path '*Internal*' | head -3)
 [ -z "$internal" ] || fail "internal headers installed: $internal"
 [ -f "$prefix/include/KRClient/KRClient/RegisteredProjects.h" ] || fail "public header missing"
-echo "package: installed, both consumers built and ran"
+
+# 4. A parent project that adds the tree, with no GoogleTest to be found, gets
+#    the library only: no tests, tools, demo or internal archive are built.
+mkdir "$work/parent"
+cat >"$work/parent/CMakeLists.txt" <<PARENT
+cmake_minimum_required(VERSION 3.25)
+project(Parent LANGUAGES CXX)
+add_subdirectory("$source" krclient)
+add_executable(app "$source/examples/consumer/app.cpp")
+target_link_libraries(app PRIVATE KRClient::KRClient)
+PARENT
+cmake -S "$work/parent" -B "$work/parent-build" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON >/dev/null
+cmake --build "$work/parent-build" >/dev/null
+"$work/parent-build/app" "$work/data-parent" >/dev/null
+for unwanted in krctl krc_demo KRClientTests libKRClientInternal.a; do
+    [ -z "$(find "$work/parent-build" -name "$unwanted" -type f)" ] || fail "$unwanted built for a parent"
+done
+echo "package: installed, both consumers built and ran; a parent project builds the library only"
