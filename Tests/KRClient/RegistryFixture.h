@@ -34,13 +34,15 @@ public:
     void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
         errors.push_back({error, location.ToPath().Std()});
     }
+    // True if anything was reported, all of it failures to open or write path.
+    bool ReportedWriteOf(const std::string& path) const {
+        for (const auto& [error, where] : errors)
+            EXPECT_TRUE(where == path && error != KRC::FileReadingFailed) << error << " " << where;
+        return !errors.empty();
+    }
     int writes = 0;
     std::vector<std::pair<KRC::FileError, std::string>> errors;
 };
-
-inline IO::Location Loc(const std::string& path) {
-    return IO::Location(ZR::UniString(path));
-}
 
 inline KRC::ProjectConnectionInfo Info(const char* server, const char* path, const char* user,
                                        const char* token = "") {

@@ -1,82 +1,87 @@
+// The file layer, also under failing system calls, odd umasks and leftover
+// temporary files.
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "IO/File.h"
+#include "Support/FaultEnv.h"
+#include "Support/Process.h"
 #include "Support/TempFolder.h"
+#include "ZR/Logger.h"
 #include "ZR/Time.h"
 
 namespace {
 
-IO::Location At(const std::string& path) {
-    return IO::Location(ZR::UniString(path));
-}
+using krtest::Call;
+using krtest::Loc;
+using Names = std::vector<std::string>;
 
-std::vector<std::string> Listing(const IO::Folder& folder, int linkProcessing = 0) {
-    std::vector<std::string> names;
+Names Enumerated(const IO::Folder& folder, int linkProcessing) {
+    Names names;
     folder.Enumerate(
         [](const IO::Folder&, const IO::Name& name, bool isFolder, void* arg) {
-            static_cast<std::vector<std::string>*>(arg)->push_back(name.ToString().Std() +
-                                                                   (isFolder ? "/" : ""));
+            static_cast<Names*>(arg)->push_back(name.ToString().Std() + (isFolder ? "/" : ""));
             return true;
         },
         linkProcessing, 0, &names);
     return names;
 }
 
-}  // namespace
-
-TEST(File, OnNotFoundModes) {
+TEST(File, OpenModesReadWriteAndTimesThroughInterruptionsAndShortWrites) {
     krtest::TempFolder tmp;
-    EXPECT_EQ(IO::File(At(tmp.Sub("a")), IO::kNotFoundFail).GetStatus(), IO::kErrNotFound);
-    EXPECT_EQ(IO::File(At(tmp.Sub("a")), IO::kNotFoundIgnore).GetStatus(), IO::kErrNotFound);
-    EXPECT_FALSE(krtest::Exists(tmp.Sub("a")));
-
-    IO::File made(At(tmp.Sub("a")), IO::kNotFoundCreate);
-    EXPECT_EQ(made.GetStatus(), IO::kOk);
-    EXPECT_EQ(krtest::ReadFile(tmp.Sub("a")), "");
-
-    EXPECT_EQ(IO::File(At(tmp.Sub("missing/a")), IO::kNotFoundCreate).GetStatus(),
-              IO::kErrNotFound);
+    const std::string path = tmp.Sub("f");
+    EXPECT_EQ(IO::File(Loc(path), IO::kNotFoundFail).GetStatus(), IO::kErrNotFound);
+    EXPECT_EQ(IO::File(Loc(path), IO::kNotFoundIgnore).GetStatus(), IO::kErrNotFound);
+    EXPECT_FALSE(krtest::Exists(path));
+    EXPECT_EQ(IO::File(Loc(tmp.Sub("none/a")), IO::kNotFoundCreate).GetStatus(), IO::kErrNotFound);
     EXPECT_EQ(IO::File(tmp.Location()).GetStatus(), IO::kErrIsAFolder);
+    IO::File* none = reinterpret_cast<IO::File*>(1);
+    EXPECT_EQ(IO::File::New(&none, Loc(path), IO::kNotFoundFail), IO::kErrNotFound);
+    EXPECT_EQ(none, nullptr);
 
-    IO::File* file = reinterpret_cast<IO::File*>(1);
-    EXPECT_EQ(IO::File::New(&file, At(tmp.Sub("b")), IO::kNotFoundFail), IO::kErrNotFound);
-    EXPECT_EQ(file, nullptr);
-}
-
-TEST(File, ReadWriteLengthAndTimes) {
-    krtest::TempFolder tmp;
-    IO::File file(At(tmp.Sub("f")), IO::kNotFoundCreate);
+    IO::File file(Loc(path), IO::kNotFoundCreate);
+    ASSERT_EQ(file.GetStatus(), IO::kOk);
+    EXPECT_EQ(krtest::ReadFile(path), "");
+    krtest::FaultEnv env;
+    const std::string text(5000, 'x');
+    env.FailNth(Call::Open, 1, EINTR);
     ASSERT_EQ(file.Open(IO::kOpenWrite), IO::kOk);
     EXPECT_EQ(file.Open(IO::kOpenRead), IO::kErrInUse);
-    ASSERT_EQ(file.Write("hello world", 11), IO::kOk);
+    env.FailNth(Call::Write, 1, EINTR);
+    env.ShortenNthWrite(2);
+    ASSERT_EQ(file.Write(text.data(), text.size()), IO::kOk);
     ASSERT_EQ(file.Close(), IO::kOk);
     EXPECT_EQ(file.Close(), IO::kErrNotOpen);
 
-    std::uint64_t length = 0;
     ASSERT_EQ(file.Open(IO::kOpenRead), IO::kOk);
-    char buffer[32];
+    env.FailNth(Call::Read, 1, EINTR);
+    std::string back(text.size() + 1, '\0');
     std::size_t got = 0;
-    ASSERT_EQ(file.Read(buffer, sizeof buffer, &got), IO::kOk);
-    EXPECT_EQ(std::string(buffer, got), "hello world");
+    ASSERT_EQ(file.Read(back.data(), back.size(), &got), IO::kOk);
+    EXPECT_EQ(back.substr(0, got), text);
+    env.FailNth(Call::Read, 1, EIO);
+    EXPECT_EQ(file.Read(back.data(), back.size(), &got), IO::kErrIO);
     file.Close();
+    env.FailNth(Call::Open, 1, EACCES);
+    EXPECT_EQ(file.Open(IO::kOpenRead), IO::kErrAccessDenied);
 
     // A write mode open truncates.
     ASSERT_EQ(file.Open(IO::kOpenWrite), IO::kOk);
     file.Close();
+    std::uint64_t length = 1;
     ASSERT_EQ(file.GetDataLength(&length), IO::kOk);
     EXPECT_EQ(length, 0u);
 
     const std::int64_t unixSeconds = 1700000000;
     struct timespec times[2] = {{unixSeconds, 123456789}, {unixSeconds, 123456789}};
-    ASSERT_EQ(utimensat(AT_FDCWD, tmp.Sub("f").c_str(), times, 0), 0);
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     std::int32_t ti = 0;
     std::int64_t stamp = 0;
     ASSERT_EQ(file.GetModificationTime(&ti), IO::kOk);
@@ -89,57 +94,41 @@ TEST(File, HoldExcludesOtherHoldersAndDeleteWithinAndAcrossProcesses) {
     krtest::TempFolder tmp;
     const std::string path = tmp.Sub("held");
     krtest::WriteFile(path, "x");
-
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {  // holds until killed
-        IO::File file(At(path));
-        char status = file.Open(IO::kOpenHold) == IO::kOk ? 'h' : 'f';
-        if (write(ready[1], &status, 1) != 1) _exit(2);
-        while (true) pause();
+    IO::File holder(Loc(path));
+    {
+        krtest::FileHolderProcess child(path);
+        ASSERT_TRUE(child.Holds());
+        EXPECT_EQ(IO::fileSystem.Delete(tmp.Location(), 0, 0), IO::kErrInUse);
+        EXPECT_TRUE(krtest::Exists(path));
+        EXPECT_EQ(holder.Open(IO::kOpenHold), IO::kErrInUse);
     }
-    char status = 0;
-    ASSERT_EQ(read(ready[0], &status, 1), 1);
-    ASSERT_EQ(status, 'h');
-    EXPECT_EQ(IO::fileSystem.Delete(tmp.Location(), 0, 0), IO::kErrInUse);
-    EXPECT_TRUE(krtest::Exists(path));
-    IO::File holder(At(path));
-    EXPECT_EQ(holder.Open(IO::kOpenHold), IO::kErrInUse);
-    kill(child, SIGKILL);
-    ASSERT_EQ(waitpid(child, nullptr, 0), child);
-    close(ready[0]);
-    close(ready[1]);
-
     // The kernel released the dead holder's lock; within one process it excludes too.
     ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
-    IO::File second(At(path));
+    IO::File second(Loc(path));
     EXPECT_EQ(second.Open(IO::kOpenHold), IO::kErrInUse);
     EXPECT_FALSE(second.IsOpen());
-    EXPECT_EQ(IO::fileSystem.Delete(At(path), 0, 0), IO::kErrInUse);
     EXPECT_EQ(IO::Folder(tmp.Location()).Delete("held", 0, 0), IO::kErrInUse);
     chmod(path.c_str(), 0444);  // a read-only file is still protected
-    EXPECT_EQ(IO::fileSystem.Delete(At(path), 0, 0), IO::kErrInUse);
+    EXPECT_EQ(IO::fileSystem.Delete(Loc(path), 0, 0), IO::kErrInUse);
     EXPECT_EQ(krtest::ReadFile(path), "x");
 
     ASSERT_EQ(holder.Close(), IO::kOk);
     // Merely reading a file does not hold it.
-    IO::File reader(At(path));
+    IO::File reader(Loc(path));
     ASSERT_EQ(reader.Open(IO::kOpenRead), IO::kOk);
-    EXPECT_EQ(IO::fileSystem.Delete(At(path), 0, 0), IO::kOk);
+    EXPECT_EQ(IO::fileSystem.Delete(Loc(path), 0, 0), IO::kOk);
     EXPECT_FALSE(krtest::Exists(path));
-    EXPECT_EQ(IO::fileSystem.Delete(At(path), 0, 0), IO::kErrNotFound);
+    EXPECT_EQ(IO::fileSystem.Delete(Loc(path), 0, 0), IO::kErrNotFound);
     EXPECT_EQ(holder.Open(IO::kOpenHold), IO::kErrNotFound);
 }
 
 TEST(Folder, CreateQueryEnumerate) {
     krtest::TempFolder tmp;
     const std::string root = tmp.Sub("a/b");
-    EXPECT_EQ(IO::Folder(At(root)).GetStatus(), IO::kErrNotFound);
-    EXPECT_EQ(IO::Folder(At(root), IO::kNotFoundIgnore).GetStatus(), IO::kErrNotFound);
+    EXPECT_EQ(IO::Folder(Loc(root)).GetStatus(), IO::kErrNotFound);
+    EXPECT_EQ(IO::Folder(Loc(root), IO::kNotFoundIgnore).GetStatus(), IO::kErrNotFound);
     EXPECT_FALSE(krtest::Exists(root));
-    IO::Folder folder(At(root), IO::kNotFoundCreate);
+    IO::Folder folder(Loc(root), IO::kNotFoundCreate);
     ASSERT_EQ(folder.GetStatus(), IO::kOk);
     EXPECT_TRUE(folder.IsEmpty());
 
@@ -149,24 +138,20 @@ TEST(Folder, CreateQueryEnumerate) {
     ASSERT_EQ(symlink("mid", (root + "/link").c_str()), 0);
     EXPECT_FALSE(folder.IsEmpty());
     EXPECT_EQ(folder.CountFolders(), 1u);
-
     bool contains = true;
     ASSERT_EQ(folder.Contains("nope", &contains), IO::kOk);
     EXPECT_FALSE(contains);
-
-    EXPECT_EQ(Listing(folder, 0), (std::vector<std::string>{"Alpha", "link", "mid/", "zeta"}));
-    EXPECT_EQ(Listing(folder, 1), (std::vector<std::string>{"Alpha", "link/", "mid/", "zeta"}));
-
+    EXPECT_EQ(Enumerated(folder, 0), (Names{"Alpha", "link", "mid/", "zeta"}));
+    EXPECT_EQ(Enumerated(folder, 1), (Names{"Alpha", "link/", "mid/", "zeta"}));
     int calls = 0;
     folder.Enumerate([](const IO::Folder&, const IO::Name&, bool,
                         void* arg) { return ++*static_cast<int*>(arg) < 2; },
                      0, 0, &calls);
     EXPECT_EQ(calls, 2);
-
-    EXPECT_EQ(IO::Folder(At(root + "/zeta")).GetStatus(), IO::kErrNotAFolder);
+    EXPECT_EQ(IO::Folder(Loc(root + "/zeta")).GetStatus(), IO::kErrNotAFolder);
 }
 
-TEST(Folder, UnusedNamesAndDelete) {
+TEST(Folder, UnusedNamesAndDeletesThatStayInsideAndFollowNoLink) {
     krtest::TempFolder tmp;
     IO::Folder folder(tmp.Location());
     IO::Name name;
@@ -176,76 +161,159 @@ TEST(Folder, UnusedNamesAndDelete) {
     krtest::WriteFile(tmp.Sub("doc-1.txt"), "");
     ASSERT_EQ(folder.GenerateUnusedName(&name, "doc", ".txt"), IO::kOk);
     EXPECT_EQ(name.GetUniString(), "doc-2.txt");
+    EXPECT_EQ(folder.DeleteFile("doc.txt"), IO::kOk);
 
-    ASSERT_EQ(mkdir(tmp.Sub("tree").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(tmp.Sub("tree/deep").c_str(), 0755), 0);
+    ASSERT_EQ(IO::fileSystem.CreateFolderTree(Loc(tmp.Sub("tree/deep"))), IO::kOk);
     krtest::WriteFile(tmp.Sub("tree/deep/f"), "data");
     krtest::WriteFile(tmp.Sub("outside"), "keep");
     ASSERT_EQ(symlink(tmp.Sub("outside").c_str(), tmp.Sub("tree/link").c_str()), 0);
-
-    // Names that would leave the folder are refused.
+    ASSERT_EQ(symlink(tmp.Sub("tree").c_str(), tmp.Sub("link").c_str()), 0);
     EXPECT_EQ(folder.Delete("..", 0, 0), IO::kErrBadLocation);
     EXPECT_EQ(folder.Delete("tree/deep", 0, 0), IO::kErrBadLocation);
     EXPECT_EQ(folder.Delete("", 0, 0), IO::kErrNoName);
+    // A file delete never takes a folder, however it is asked.
+    EXPECT_EQ(IO::fileSystem.DeleteFile(Loc(tmp.Sub("tree"))), IO::kErrIsAFolder);
+    EXPECT_EQ(folder.DeleteFile("tree"), IO::kErrIsAFolder);
+    EXPECT_EQ(krtest::ReadFile(tmp.Sub("tree/deep/f")), "data");
+    EXPECT_EQ(IO::fileSystem.DeleteFile(Loc(tmp.Sub("link"))), IO::kOk);  // not its target
 
     EXPECT_EQ(folder.Delete("tree", 0, 0), IO::kOk);
-    EXPECT_FALSE(krtest::Exists(tmp.Sub("tree")));
-    EXPECT_EQ(krtest::ReadFile(tmp.Sub("outside")), "keep");  // links are removed, not followed
+    EXPECT_EQ(krtest::Listing(tmp.Path()), (Names{"doc-1.txt", "outside"}));
+    EXPECT_EQ(krtest::ReadFile(tmp.Sub("outside")), "keep");
     EXPECT_EQ(folder.Delete("tree", 0, 0), IO::kErrNotFound);
 }
 
 TEST(FileSystem, TreesSizesAndDeleteAroundAHeldFile) {
     krtest::TempFolder tmp;
     const std::string root = tmp.Sub("r");
-    ASSERT_EQ(IO::fileSystem.CreateFolderTree(At(root + "/x/y")), IO::kOk);
-    EXPECT_EQ(IO::fileSystem.CreateFolderTree(At(root + "/x/y")), IO::kOk);
+    krtest::FaultEnv env;
+    env.FailNth(Call::Mkdir, 1, EROFS);
+    EXPECT_EQ(IO::fileSystem.CreateFolderTree(Loc(root + "/x/y")), IO::kErrAccessDenied);
+    env.FailNth(Call::Mkdir, 2, EINTR);
+    ASSERT_EQ(IO::fileSystem.CreateFolderTree(Loc(root + "/x/y")), IO::kOk);
+    EXPECT_EQ(IO::fileSystem.CreateFolderTree(Loc(root + "/x/y")), IO::kOk);
     krtest::WriteFile(root + "/x/file", "12345");
     krtest::WriteFile(root + "/x/y/held", "123");
     ASSERT_EQ(symlink((root + "/x/file").c_str(), (root + "/lnk").c_str()), 0);
-    EXPECT_EQ(IO::fileSystem.CreateFolderTree(At(root + "/x/file")), IO::kErrNotAFolder);
-    EXPECT_EQ(IO::fileSystem.CreateFolderTree(At(root + "/x/file/sub")), IO::kErrNotAFolder);
+    EXPECT_EQ(IO::fileSystem.CreateFolderTree(Loc(root + "/x/file")), IO::kErrNotAFolder);
+    EXPECT_EQ(IO::fileSystem.CreateFolderTree(Loc(root + "/x/file/sub")), IO::kErrNotAFolder);
 
     std::uint64_t bytes = 0;
-    ASSERT_EQ(IO::fileSystem.CountSize(At(root), &bytes), IO::kOk);
+    ASSERT_EQ(IO::fileSystem.CountSize(Loc(root), &bytes), IO::kOk);
     EXPECT_EQ(bytes, 8u);
-    EXPECT_EQ(IO::fileSystem.CountSize(At(tmp.Sub("none")), &bytes), IO::kErrNotFound);
-
+    EXPECT_EQ(IO::fileSystem.CountSize(Loc(tmp.Sub("none")), &bytes), IO::kErrNotFound);
     bool contains = false;
-    ASSERT_EQ(IO::fileSystem.Contains(At(root + "/x/file"), &contains), IO::kOk);
+    ASSERT_EQ(IO::fileSystem.Contains(Loc(root + "/x/file"), &contains), IO::kOk);
     EXPECT_TRUE(contains);
+    env.FailNth(Call::Unlink, 1, EIO);
+    EXPECT_EQ(IO::fileSystem.DeleteFile(Loc(root + "/lnk")), IO::kErrIO);
+    EXPECT_TRUE(krtest::Exists(root + "/lnk"));
+    env.FailNth(Call::Unlink, 1, EINTR);
+    EXPECT_EQ(IO::fileSystem.DeleteFile(Loc(root + "/lnk")), IO::kOk);
+    EXPECT_FALSE(krtest::Exists(root + "/lnk"));
 
     // A held file survives the delete of its tree; the rest goes.
-    IO::File holder(At(root + "/x/y/held"));
+    IO::File holder(Loc(root + "/x/y/held"));
     ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
-    EXPECT_EQ(IO::fileSystem.Delete(At(root), 0, 0), IO::kErrInUse);
+    EXPECT_EQ(IO::fileSystem.Delete(Loc(root), 0, 0), IO::kErrInUse);
     EXPECT_TRUE(krtest::Exists(root + "/x/y/held"));
     EXPECT_FALSE(krtest::Exists(root + "/x/file"));
     holder.Close();
-    EXPECT_EQ(IO::fileSystem.Delete(At(root), 0, 0), IO::kOk);
+    EXPECT_EQ(IO::fileSystem.Delete(Loc(root), 0, 0), IO::kOk);
     EXPECT_FALSE(krtest::Exists(root));
 }
 
-TEST(FileSystem, WriteFileAtomically) {
+TEST(FileSystem, AtomicWriteUnderEveryFailingCallKeepsTheOldFileOrWritesTheNew) {
     krtest::TempFolder tmp;
-    const std::string path = tmp.Sub("store.xml");
-    ASSERT_EQ(IO::fileSystem.WriteFileAtomically(At(path), "first", 0600), IO::kOk);
-    EXPECT_EQ(krtest::ReadFile(path), "first");
-    EXPECT_EQ(krtest::ModeOf(path), 0600u);
+    const std::string path = tmp.Sub("store.xml"), before = "old content\n";
+    const std::string after(100000, '\0');  // several writes, if one is short
+    krtest::FaultEnv env;
+    auto failed = [&] { return IO::fileSystem.WriteFileAtomically(Loc(path), after) != IO::kOk; };
+    auto prepare = [&] {
+        krtest::WriteFile(path, before);
+        ::chmod(path.c_str(), 0644);
+    };
+    krtest::FaultCase write{prepare, failed, [&](bool reported) {
+                                std::string stored;
+                                ASSERT_EQ(IO::fileSystem.ReadWholeFile(Loc(path), &stored),
+                                          IO::kOk);
+                                EXPECT_EQ(stored, reported ? before : after);
+                                // A replacement does not inherit a looser mode.
+                                EXPECT_EQ(krtest::ModeOf(path), reported ? 0644u : 0600u);
+                                EXPECT_EQ(krtest::Listing(tmp.Path()), Names{"store.xml"});
+                            }};
+    EXPECT_GT(krtest::RunFaultTable(env, write,
+                                    {Call::Open, Call::Write, Call::Fsync, Call::Rename,
+                                     Call::Close, Call::Chmod, Call::Lock, Call::List}),
+              0);
+    // The steps that make the new file can't fail unnoticed.
+    for (Call call : {Call::Open, Call::Write, Call::Fsync, Call::Rename}) {
+        write.prepare();
+        env.Reset();
+        env.FailNth(call, 1, EIO);
+        EXPECT_TRUE(failed()) << CallName(call);
+    }
 
-    // A replacement is a new file: it does not inherit a looser mode.
-    chmod(path.c_str(), 0644);
-    ASSERT_EQ(IO::fileSystem.WriteFileAtomically(At(path), std::string("second\0x", 8)), IO::kOk);
     std::string data;
-    ASSERT_EQ(IO::fileSystem.ReadWholeFile(At(path), &data), IO::kOk);
-    EXPECT_EQ(data, std::string("second\0x", 8));
-    EXPECT_EQ(krtest::ModeOf(path), 0600u);
-
-    EXPECT_EQ(IO::fileSystem.ReadWholeFile(At(tmp.Sub("none")), &data), IO::kErrNotFound);
+    EXPECT_EQ(IO::fileSystem.ReadWholeFile(Loc(tmp.Sub("none")), &data), IO::kErrNotFound);
     EXPECT_EQ(IO::fileSystem.ReadWholeFile(tmp.Location(), &data), IO::kErrIsAFolder);
-
-    EXPECT_EQ(IO::fileSystem.WriteFileAtomically(At(tmp.Sub("none/f")), "x"), IO::kErrNotFound);
+    EXPECT_EQ(IO::fileSystem.WriteFileAtomically(Loc(tmp.Sub("none/f")), "x"), IO::kErrNotFound);
     EXPECT_EQ(IO::fileSystem.WriteFileAtomically(tmp.Location(), "x"), IO::kErrIsAFolder);
-
-    // No temporary file is left behind.
-    EXPECT_EQ(Listing(IO::Folder(tmp.Location())), (std::vector<std::string>{"store.xml"}));
 }
+
+TEST(FileSystem, EverythingMadeIsPrivateWhateverTheUmask) {
+    for (mode_t mask : {mode_t(0), mode_t(022), mode_t(0277)}) {
+        SCOPED_TRACE("umask " + std::to_string(mask));
+        krtest::TempFolder tmp;
+        const mode_t previous = ::umask(mask);
+        ASSERT_EQ(IO::fileSystem.CreateFolderTree(Loc(tmp.Sub("a/b"))), IO::kOk);
+        EXPECT_EQ(IO::Folder(Loc(tmp.Sub("c")), IO::kNotFoundCreate).GetStatus(), IO::kOk);
+        EXPECT_EQ(IO::File(Loc(tmp.Sub("created")), IO::kNotFoundCreate).GetStatus(), IO::kOk);
+        IO::File written(Loc(tmp.Sub("written")));
+        EXPECT_EQ(written.Open(IO::kOpenWrite), IO::kOk);
+        written.Close();
+        EXPECT_EQ(IO::fileSystem.WriteFileAtomically(Loc(tmp.Sub("a/b/stored")), "x"), IO::kOk);
+        EXPECT_TRUE(ZR::FileLogSink(tmp.Sub("a/log")).IsOpen());
+        ::umask(previous);
+        for (const char* folder : {"a", "a/b", "c"})
+            EXPECT_EQ(krtest::ModeOf(tmp.Sub(folder)), 0700u) << folder;
+        for (const char* file : {"created", "written", "a/b/stored", "a/log"})
+            EXPECT_EQ(krtest::ModeOf(tmp.Sub(file)), 0600u) << file;
+    }
+}
+
+TEST(FileSystem, LeftoverTemporaryFilesGoWithTheNextWriteUnlessSomeoneHoldsThem) {
+    krtest::TempFolder tmp;
+    const std::string path = tmp.Sub("Data.xml");
+    auto temp = [&](const char* suffix) { return tmp.Sub(std::string(".Data.xml.tmp-") + suffix); };
+    krtest::WriteFile(temp("dead01"), "token of a writer that died");
+    krtest::WriteFile(temp("held02"), "being written here");
+    krtest::WriteFile(temp("child3"), "being written by another process");
+    krtest::WriteFile(tmp.Sub(".Other.xml.tmp-dead04"), "another file's business");
+    krtest::WriteFile(tmp.Sub(".Data.xml.tmp-toolong"), "not our name form");
+    ASSERT_EQ(::mkdir(temp("dir005").c_str(), 0700), 0);
+    krtest::WriteFile(temp("dir005") + "/inside", "kept");
+
+    // One holder in this process, through a second open file description, and
+    // one in another process.
+    IO::File holder(Loc(temp("held02")));
+    ASSERT_EQ(holder.Open(IO::kOpenHold), IO::kOk);
+    krtest::FileHolderProcess child(temp("child3"));
+    ASSERT_TRUE(child.Holds());
+
+    ASSERT_EQ(IO::fileSystem.WriteFileAtomically(Loc(path), "new"), IO::kOk);
+    EXPECT_EQ(krtest::Listing(tmp.Path()),
+              (Names{".Data.xml.tmp-child3", ".Data.xml.tmp-dir005", ".Data.xml.tmp-held02",
+                     ".Data.xml.tmp-toolong", ".Other.xml.tmp-dead04", "Data.xml"}));
+    EXPECT_EQ(krtest::ReadFile(temp("dir005") + "/inside"), "kept");
+
+    // Once their writers are gone, the next write takes them too.
+    child.End();
+    holder.Close();
+    ASSERT_EQ(IO::fileSystem.WriteFileAtomically(Loc(path), "newer"), IO::kOk);
+    EXPECT_EQ(krtest::Listing(tmp.Path()), (Names{".Data.xml.tmp-dir005", ".Data.xml.tmp-toolong",
+                                                  ".Other.xml.tmp-dead04", "Data.xml"}));
+    EXPECT_EQ(krtest::ReadFile(path), "newer");
+}
+
+}  // namespace

@@ -1,6 +1,9 @@
 #include "Support/FaultEnv.h"
 
+#include <gtest/gtest.h>
+
 #include <cerrno>
+#include <cstring>
 
 namespace krtest {
 
@@ -123,6 +126,44 @@ int FaultEnv::Lock(int fd, int command, struct flock* lock) {
 
 int FaultEnv::ListFolder(const char* path, std::vector<IO::FolderEntry>* entries) {
     return Strikes(Call::List) ? -1 : Env::ListFolder(path, entries);
+}
+
+int RunFaultTable(FaultEnv& env, const FaultCase& operation, std::initializer_list<Call> calls) {
+    operation.prepare();
+    env.Reset();
+    EXPECT_FALSE(operation.operate()) << "without faults";
+    std::array<int, kCallKinds> counts{};
+    for (Call call : calls) counts[static_cast<std::size_t>(call)] = env.Count(call);
+    const int writes = env.Count(Call::Write);
+    EXPECT_GE(env.Count(Call::Rename), 1);
+    operation.verify(false);
+
+    int reported = 0;
+    for (Call call : calls) {
+        for (int n = 1; n <= counts[static_cast<std::size_t>(call)]; ++n) {
+            for (int error : {EACCES, ENOSPC, EIO, EROFS, EINTR}) {
+                SCOPED_TRACE(std::string(CallName(call)) + " #" + std::to_string(n) + " fails, " +
+                             std::strerror(error));
+                operation.prepare();
+                env.Reset();
+                env.FailNth(call, n, error);
+                bool failed = operation.operate();
+                EXPECT_EQ(env.Struck(), 1);
+                EXPECT_FALSE(failed && error == EINTR);
+                operation.verify(failed);
+                reported += failed;
+            }
+        }
+    }
+    for (int n = 1; n <= writes; ++n) {
+        SCOPED_TRACE("write #" + std::to_string(n) + " is short");
+        operation.prepare();
+        env.Reset();
+        env.ShortenNthWrite(n);
+        EXPECT_FALSE(operation.operate());
+        operation.verify(false);
+    }
+    return reported;
 }
 
 }  // namespace krtest

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -78,5 +80,20 @@ private:
     int mStruck = 0;
     IO::Env* mPrevious = nullptr;
 };
+
+// One operation on a stored file: prepare puts the old file and the state
+// back, operate runs the operation and answers whether it reported a failure,
+// verify checks file and memory after it.
+struct FaultCase {
+    std::function<void()> prepare;
+    std::function<bool()> operate;
+    std::function<void(bool reported)> verify;
+};
+
+// Fails, one run each, every call of the kinds given that the operation makes,
+// with each of EACCES, ENOSPC, EIO, EROFS and EINTR (an interrupted call is
+// made again, never a failure); then makes each of its writes short, which is
+// no failure either. Answers how many runs reported a failure.
+int RunFaultTable(FaultEnv& env, const FaultCase& operation, std::initializer_list<Call> calls);
 
 }  // namespace krtest

@@ -9,6 +9,8 @@
 
 #include <stdexcept>
 
+#include "IO/File.h"
+
 extern char** environ;
 
 namespace krtest {
@@ -110,6 +112,29 @@ int ChildProcess::Wait() {
         mWaited = true;
     }
     return mExit;
+}
+
+FileHolderProcess::FileHolderProcess(const std::string& path) {
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    mPid = fork();
+    if (mPid == 0) {
+        IO::File file{IO::Location(ZR::UniString(path))};
+        char status = file.Open(IO::kOpenHold) == IO::kOk ? 'h' : 'f';
+        if (write(ready[1], &status, 1) != 1) _exit(2);
+        while (true) pause();
+    }
+    close(ready[1]);
+    char status = 0;
+    mHolds = mPid > 0 && read(ready[0], &status, 1) == 1 && status == 'h';
+    close(ready[0]);
+}
+
+void FileHolderProcess::End() {
+    if (mPid <= 0) return;
+    kill(mPid, SIGKILL);
+    waitpid(mPid, nullptr, 0);
+    mPid = -1;
 }
 
 }  // namespace krtest

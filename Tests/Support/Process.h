@@ -41,4 +41,20 @@ private:
     int mExit = -1;
 };
 
+// A forked child that holds a file, as IO::kOpenHold does, until it ends.
+class FileHolderProcess {
+public:
+    explicit FileHolderProcess(const std::string& path);  // returns once it holds or failed to
+    ~FileHolderProcess() { End(); }
+    FileHolderProcess(const FileHolderProcess&) = delete;
+    FileHolderProcess& operator=(const FileHolderProcess&) = delete;
+
+    bool Holds() const { return mHolds; }
+    void End();  // kills and reaps it
+
+private:
+    pid_t mPid = -1;
+    bool mHolds = false;
+};
+
 }  // namespace krtest

@@ -2,6 +2,7 @@
 // A fresh folder under the system's temporary folder, removed with the object.
 
 #include <string>
+#include <vector>
 
 #include "IO/Location.h"
 
@@ -22,10 +23,17 @@ private:
     std::string mPath;
 };
 
+inline IO::Location Loc(const std::string& path) {
+    return IO::Location(ZR::UniString(path));
+}
+
 // Whole-file helpers for assertions.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 bool Exists(const std::string& path);
 unsigned int ModeOf(const std::string& path);  // permission bits; 0 if missing
+// The names in a folder, sorted; those that start with prefix only, if one is
+// given. Empty for a folder that isn't there.
+std::vector<std::string> Listing(const std::string& folder, const std::string& prefix = "");
 
 }  // namespace krtest

@@ -1,0 +1,195 @@
+// Each stored file of the library under a failure of each system call of its
+// write: the old file stays byte for byte or the new one is complete, a
+// failure reaches the host as its operation reports it, memory is as the
+// operation says, and no temporary file is left.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+
+#include "KRCB/LoginDataStore.h"
+#include "KRClient/KRClient.h"
+#include "KRClient/RegistryFixture.h"
+#include "Support/FaultEnv.h"
+
+namespace {
+
+using krtest::Call;
+using namespace KRCB::LoginDataStore;
+using Kerrow::PortalServer::Client::Management::ServerInfo;
+
+constexpr std::initializer_list<Call> kStoreCalls = {Call::Open,   Call::Write,  Call::Fsync,
+                                                     Call::Rename, Call::Unlink, Call::Mkdir};
+
+bool HasTemporaryFile(const std::string& folder) {
+    return !krtest::Listing(folder, ".").empty();
+}
+
+class FaultStoredFiles : public krtest::RegistryTest {
+protected:
+    krtest::FaultEnv env;
+    std::unique_ptr<krtest::EventRecorder> events;
+    std::string after;  // the file as the operation writes it without faults
+};
+
+TEST_F(FaultStoredFiles, CacheInfoUpdate) {
+    std::string folder, path, before;
+    {
+        KRC::CachedProjectInfo made(krtest::Info("https://srv", "/Folder/Tower", "anna"),
+                                    krtest::Loc(Projects()));
+        made.SetVisitCount(3);
+        made.SetLastOpenProjectTime(1000);  // fixed, or a read takes the file's time for it
+        folder = made.GetCacheFolderLocation().ToPath().Std();
+        path = folder + "/" + KRC::kCacheInfoFileName;
+        before = krtest::ReadFile(path);
+    }
+    ASSERT_NE(before.find("<VisitCount>3<"), std::string::npos);
+    std::unique_ptr<KRC::CachedProjectInfo> record;
+    krtest::FaultCase update{[&] {
+                                 record.reset();
+                                 krtest::WriteFile(path, before);
+                                 record =
+                                     std::make_unique<KRC::CachedProjectInfo>(krtest::Loc(folder));
+                                 events = std::make_unique<krtest::EventRecorder>();
+                             },
+                             [&] {
+                                 record->SetVisitCount(7);
+                                 return events->ReportedWriteOf(path);
+                             },
+                             [&](bool reported) {
+                                 if (after.empty()) after = krtest::ReadFile(path);
+                                 ASSERT_NE(after.find("<VisitCount>7<"), std::string::npos);
+                                 EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
+                                 EXPECT_EQ(record->GetVisitCount(), 7u);  // written or not
+                                 EXPECT_FALSE(HasTemporaryFile(folder));
+                                 EXPECT_EQ(krtest::ModeOf(path), 0600u);
+                             }};
+    EXPECT_GT(RunFaultTable(env, update, kStoreCalls), 0);
+    record.reset();
+}
+
+TEST_F(FaultStoredFiles, DataOptionsWrittenAtTheLockRelease) {
+    Init();
+    KRC::registeredProjects.SetPeriodTime(30);
+    const std::string before = krtest::ReadFile(OptionsFile());
+    ASSERT_NE(before.find("<PeriodTime>30<"), std::string::npos);
+    bool locked = false;
+    int deferred = 0;
+    krtest::FaultCase set{[&] {
+                              events.reset();
+                              KRC::RegisteredProjects::ResetForTesting();
+                              std::filesystem::remove(LockFile());  // left by a fault
+                              krtest::WriteFile(OptionsFile(), before);
+                              Init();
+                              events = std::make_unique<krtest::EventRecorder>();
+                          },
+                          [&] {
+                              {
+                                  KRC::RegisteredProjects::Synchronizer guard;
+                                  locked = KRC::RegisteredProjects::Synchronizer::IsLocked();
+                                  KRC::registeredProjects.SetPeriodTime(45);
+                              }
+                              return events->ReportedWriteOf(OptionsFile());
+                          },
+                          [&](bool reported) {
+                              if (after.empty()) after = krtest::ReadFile(OptionsFile());
+                              ASSERT_NE(after.find("<PeriodTime>45<"), std::string::npos);
+                              // Without the lock (its file could not be held) the options
+                              // are written at a later release; a failed write is reported
+                              // and left for a later release too.
+                              bool written = locked && !reported;
+                              EXPECT_EQ(krtest::ReadFile(OptionsFile()), written ? after : before);
+                              EXPECT_EQ(KRC::dataOptions.GetPeriodTime(), 45);
+                              EXPECT_EQ(KRC::dataOptions.IsDirty(), !written);
+                              EXPECT_FALSE(HasTemporaryFile(Data()));
+                              EXPECT_EQ(krtest::ModeOf(OptionsFile()), 0600u);
+                              deferred += !locked;
+                          }};
+    EXPECT_GT(RunFaultTable(env, set, kStoreCalls), 0);
+    // Only a failure to take the lock file defers: one open of it, each error but EINTR.
+    EXPECT_LE(deferred, 4);
+    events.reset();
+}
+
+TEST_F(FaultStoredFiles, LoginDataSaveOverAFileAndIntoANewFolder) {
+    LoginDataStoreCache& cache = LoginDataStoreCache::GetInstance();
+    LoginDataStore first;
+    first.StoreServer(ServerInfo("https://a.example", "A"), "https://a.example", "");
+    first.AddUser("https://a.example", User("anna", "tok-anna", "Anna"));
+    ASSERT_TRUE(cache.SaveToFile(first));
+    const std::string path = cache.GetFileLocation().ToPath().Std();
+    const std::string before = krtest::ReadFile(path);
+    LoginDataStore second = first;
+    second.StoreServer(ServerInfo("https://b.example", "B"), "https://b.example", "");
+
+    for (bool existed : {true, false}) {
+        SCOPED_TRACE(existed ? "update" : "first save, which makes the folder too");
+        krtest::FaultCase save{[&] {
+                                   if (existed)
+                                       krtest::WriteFile(path, before);
+                                   else
+                                       std::filesystem::remove_all(BaseFolder());
+                                   cache.ResetForTesting();
+                               },
+                               [&] {
+                                   try {
+                                       cache.SaveToFile(second);
+                                       return false;
+                                   } catch (const LoginDataStoreException&) {
+                                       return true;
+                                   }
+                               },
+                               [&](bool reported) {
+                                   if (after.empty()) after = krtest::ReadFile(path);
+                                   ASSERT_NE(after.find("b.example"), std::string::npos);
+                                   if (reported && !existed) {
+                                       EXPECT_FALSE(krtest::Exists(path));
+                                   } else {
+                                       EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
+                                       EXPECT_EQ(krtest::ModeOf(path), 0600u);
+                                   }
+                                   // A failed save leaves the data as they were on disc.
+                                   ZR::Ref<LoginDataStore> now = cache.GetLoginDataStoreCopy(0);
+                                   EXPECT_EQ(now->ContainsServer("https://b.example"), !reported);
+                                   EXPECT_EQ(now->ContainsUser("https://a.example", "anna"),
+                                             existed || !reported);
+                                   if (krtest::Exists(BaseFolder())) {
+                                       EXPECT_FALSE(HasTemporaryFile(BaseFolder()));
+                                       EXPECT_EQ(krtest::ModeOf(BaseFolder()), 0700u);
+                                   }
+                               }};
+        EXPECT_GT(RunFaultTable(env, save, kStoreCalls), 0);
+    }
+}
+
+// The library's files and folders, made under umask 000, are private.
+TEST_F(FaultStoredFiles, EverythingTheLibraryMakesIsPrivateUnderUmask000) {
+    const mode_t previous = ::umask(0);
+    ZR::PagedArray<ZR::UniString, 8> args;
+    args.Add(ZR::UniString("BaseFolder=" + temp.Sub("fresh/base")));
+    KRC::InitKRClient(args);
+    LoginDataStoreCache::GetInstance().ResetForTesting();
+    KRC::RegisteredProjects::Init(krtest::Loc(temp.Sub("fresh/data")), "Projects", "Libraries");
+    KRC::registeredProjects.SetPeriodTime(12);
+    KRC::CachedProjectInfo(krtest::Info("https://srv", "/P", "anna"),
+                           KRC::registeredProjects.GetMainProjectCacheFolderLocation());
+    LoginDataStore store;
+    store.StoreServer(ServerInfo("https://a", "A"), "https://a", "");
+    LoginDataStoreCache::GetInstance().SaveToFile(store);
+    { ZR::FileLogSink log(temp.Sub("fresh/krc.log")); }
+    ::umask(previous);
+
+    int files = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Sub("fresh"))) {
+        const std::string where = entry.path().string();
+        EXPECT_EQ(krtest::ModeOf(where), entry.is_directory() ? 0700u : 0600u) << where;
+        files += !entry.is_directory();
+    }
+    EXPECT_GE(files, 4);  // options, cache info, login data, log
+    EXPECT_EQ(krtest::ModeOf(temp.Sub("fresh")), 0700u);
+}
+
+}  // namespace
