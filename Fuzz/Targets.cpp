@@ -15,50 +15,50 @@
 namespace krfuzz {
 namespace {
 
-// Readers of files get their input as a file: one scratch folder for the
+// Readers of files get their input as a file, in one scratch folder for the
 // process, removed at exit. In memory where there is a place for it: on a disc
 // file system each rewrite of a file waits for the one before to be written.
-class Scratch {
-public:
+struct Scratch {
     Scratch() {
         for (std::string root :
              {std::string("/dev/shm"), std::filesystem::temp_directory_path().string()}) {
-            std::string base = root + "/krc-fuzz-XXXXXX";
-            if (mkdtemp(base.data())) {
-                mPath = base;
-                return;
-            }
+            path = root + "/krc-fuzz-XXXXXX";
+            if (mkdtemp(path.data())) return;
         }
         std::abort();
     }
     ~Scratch() {
         std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
+        std::filesystem::remove_all(path, ignored);
     }
-    // Puts data into NAME in FOLDER, replacing what an earlier input left
-    // there, and answers the folder.
-    IO::Location Put(const std::string& folder, const char* name, const std::uint8_t* data,
-                     std::size_t size) const {
-        std::string dir = mPath + "/" + folder;
-        std::filesystem::create_directories(dir);
-        std::ofstream out(dir + "/" + name, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-        if (!out) std::abort();
-        return IO::Location(ZR::UniString(dir));
-    }
-
-private:
-    std::string mPath;
+    std::string path;
 };
 
-const Scratch& TheScratch() {
-    static Scratch scratch;
-    return scratch;
+// Puts data into NAME in FOLDER of the scratch folder, replacing what an
+// earlier input left there, and answers the folder.
+IO::Location Put(const std::string& folder, const char* name, const std::uint8_t* data,
+                 std::size_t size) {
+    static const Scratch scratch;
+    std::string dir = scratch.path + "/" + folder;
+    std::filesystem::create_directories(dir);
+    std::ofstream out(dir + "/" + name, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    if (!out) std::abort();
+    return IO::Location(ZR::UniString(dir));
+}
+
+template <typename T>
+int ReadAs(ZR::XMLIChannel& in, const char* key) {
+    T value{};
+    return in.Read(key, &value);
 }
 
 // Walks a channel the way a reader that knows no schema would: every element,
 // entered where it has children, read as the type its name picks otherwise.
 void Walk(ZR::XMLIChannel& in, int depth) {
+    static int (*const kReads[])(ZR::XMLIChannel&, const char*) = {
+        &ReadAs<ZR::UniString>, &ReadAs<std::uint32_t>, &ReadAs<std::int32_t>,
+        &ReadAs<std::uint16_t>, &ReadAs<std::int16_t>,  &ReadAs<bool>};
     ZR::UniString name;
     for (int guard = 0; guard < 100000 && in.GetNextElementName(&name) == 0; ++guard) {
         const char* key = name.ToCString();
@@ -67,33 +67,7 @@ void Walk(ZR::XMLIChannel& in, int depth) {
             in.LeaveElement();
             continue;
         }
-        ZR::UniString text;
-        std::uint32_t u32;
-        std::int32_t i32;
-        std::uint16_t u16;
-        std::int16_t i16;
-        bool flag;
-        int status = 0;
-        switch (name.Std().size() % 6) {
-            case 0:
-                status = in.Read(key, &text);
-                break;
-            case 1:
-                status = in.Read(key, &u32);
-                break;
-            case 2:
-                status = in.Read(key, &i32);
-                break;
-            case 3:
-                status = in.Read(key, &u16);
-                break;
-            case 4:
-                status = in.Read(key, &i16);
-                break;
-            default:
-                status = in.Read(key, &flag);
-                break;
-        }
+        int status = kReads[name.Std().size() % 6](in, key);
         // A value that doesn't parse is consumed; one that was not taken ends the walk.
         if (status != 0 && status != ZR::kXMLErrBadValue) break;
     }
@@ -102,7 +76,7 @@ void Walk(ZR::XMLIChannel& in, int depth) {
 }  // namespace
 
 int FuzzXmlChannel(const std::uint8_t* data, std::size_t size) {
-    IO::Location folder = TheScratch().Put("xml", "In.xml", data, size);
+    IO::Location folder = Put("xml", "In.xml", data, size);
     ZR::XMLIChannel* in = ZRXML::CreateXMLIChannel(folder + IO::Name("In.xml"), "Root", 0);
     if (!in) return 0;
     Walk(*in, 0);
@@ -111,10 +85,9 @@ int FuzzXmlChannel(const std::uint8_t* data, std::size_t size) {
 }
 
 int FuzzCacheInfo(const std::uint8_t* data, std::size_t size) {
-    IO::Location folder = TheScratch().Put("record", KRC::kCacheInfoFileName, data, size);
+    IO::Location folder = Put("record", KRC::kCacheInfoFileName, data, size);
     try {
         KRC::CachedProjectInfo info(folder);
-        IO::Location location;
         info.GetPortalServerUrl();
         info.GetProjectPath();
         info.GetPermissions();
@@ -126,7 +99,7 @@ int FuzzCacheInfo(const std::uint8_t* data, std::size_t size) {
 }
 
 int FuzzDataOptions(const std::uint8_t* data, std::size_t size) {
-    IO::Location folder = TheScratch().Put("options", KRC::KRDataOptions::kFileName, data, size);
+    IO::Location folder = Put("options", KRC::KRDataOptions::kFileName, data, size);
     KRC::KRDataOptions& options = KRC::dataOptions;
     options.ResetForTesting();
     options.SetOptionsFolder(folder);

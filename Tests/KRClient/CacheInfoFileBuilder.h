@@ -1,6 +1,6 @@
 #pragma once
-// Writes "CacheInfo.xml" files of any data version by hand, independently of
-// the library's writer, so that reading is tested against the format itself.
+// Writes "CacheInfo.xml" and options files by hand, independently of the
+// library's writers, so that reading is tested against the format itself.
 
 #include <algorithm>
 #include <filesystem>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Support/TempFolder.h"
+#include "ZR/MD5.h"
 
 namespace krtest {
 
@@ -79,6 +80,22 @@ inline std::string WriteCacheInfo(const std::string& folder, int version,
     std::filesystem::create_directories(folder);
     WriteFile(folder + "/CacheInfo.xml", BuildCacheInfoXml(version, std::move(values)));
     return folder;
+}
+
+// An options file as another writer leaves it; folderTag names the folder's element.
+inline std::string OptionsXml(const std::string& folder, int periodTime,
+                              const std::string& folderTag = "LocalDataFolderPath") {
+    return "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion><" + folderTag +
+           ">" + folder + "</" + folderTag + "><CleanSchedule><Enable>false</Enable><PeriodTime>" +
+           std::to_string(periodTime) +
+           "</PeriodTime><LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></"
+           "CleanSchedule></KRDataOptions>\n";
+}
+
+// The folder name a new record of the key takes.
+inline std::string CacheFolderName(const std::string& server, const std::string& path,
+                                   const std::string& user) {
+    return MD5::Of(ZR::UniString(server + "_" + path + "_" + user)).GetAsZrString().Std();
 }
 
 }  // namespace krtest

@@ -6,7 +6,6 @@
 
 #include "KRClient/RegistryFixture.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
-#include "ZR/MD5.h"
 
 namespace {
 
@@ -29,8 +28,11 @@ protected:
 };
 
 TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5AndOnlyAnotherKeysRecordMovesItAside) {
+    auto nameOf = [&](const ProjectConnectionInfo& info) {
+        return CachedProjectInfo(info, Main()).GetLocalFolderName().GetUniString().Std();
+    };
     auto info = Info("https://srv.example", "/Folder/Tower", "anna");
-    std::string md5 = MD5::Of("https://srv.example_/Folder/Tower_anna").GetAsZrString().Std();
+    std::string md5 = krtest::CacheFolderName("https://srv.example", "/Folder/Tower", "anna");
     {
         CachedProjectInfo first(info, Main());
         EXPECT_EQ(first.GetCacheFolderLocation().ToPath().Std(), temp.Sub("Projects/" + md5));
@@ -45,29 +47,25 @@ TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5AndOnlyAnotherKeysRecordMoves
     // Folders of the name with no record, an empty one or a damaged one (a
     // create cut short) are taken over; none of them makes a second folder.
     auto other = Info("https://srv.example", "/P2", "bob");
-    std::string md5b = MD5::Of("https://srv.example_/P2_bob").GetAsZrString().Std();
-    for (const char* leftover : {"", "<Cache><DataVersion>10</Data", "\x01\x02 not xml"}) {
-        fs::remove_all(temp.Sub("Projects/" + md5b));
-        fs::create_directories(temp.Sub("Projects/" + md5b));
-        krtest::WriteFile(temp.Sub("Projects/" + md5b + "/CacheInfo.xml"), leftover);
-        CachedProjectInfo taken(other, Main());
-        EXPECT_EQ(taken.GetLocalFolderName().GetUniString().Std(), md5b) << leftover;
-        EXPECT_EQ(CachedProjectInfo(taken.GetCacheFolderLocation()).GetLoginName(), "bob");
+    const std::string folder =
+        temp.Sub("Projects/" + krtest::CacheFolderName("https://srv.example", "/P2", "bob"));
+    for (std::string leftover :
+         {"no file", "", "<Cache><DataVersion>10</Data", "\x01\x02 not xml"}) {
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+        if (leftover != "no file") krtest::WriteFile(folder + "/CacheInfo.xml", leftover);
+        EXPECT_EQ(nameOf(other), fs::path(folder).filename()) << leftover;
+        EXPECT_EQ(CachedProjectInfo(Loc(folder)).GetLoginName(), "bob");
     }
-    fs::remove_all(temp.Sub("Projects/" + md5b));
-    fs::create_directories(temp.Sub("Projects/" + md5b));
-    EXPECT_EQ(CachedProjectInfo(other, Main()).GetLocalFolderName().GetUniString().Std(), md5b);
 
     // Only a record of another key under the name moves the new one to the next
     // name, and a later create of the key finds it there again.
     auto third = Info("https://srv.example", "/P3", "carl");
-    std::string md5c = MD5::Of("https://srv.example_/P3_carl").GetAsZrString().Std();
+    std::string md5c = krtest::CacheFolderName("https://srv.example", "/P3", "carl");
     krtest::WriteCacheInfo(temp.Sub("Projects/" + md5c), 10,
                            {{"PortalServerUrl", "https://elsewhere"}, {"LoginName", "carl"}});
-    EXPECT_EQ(CachedProjectInfo(third, Main()).GetLocalFolderName().GetUniString().Std(),
-              md5c + "-1");
-    EXPECT_EQ(CachedProjectInfo(third, Main()).GetLocalFolderName().GetUniString().Std(),
-              md5c + "-1");
+    EXPECT_EQ(nameOf(third), md5c + "-1");
+    EXPECT_EQ(nameOf(third), md5c + "-1");
     EXPECT_FALSE(fs::exists(temp.Sub("Projects/" + md5c + "-2")));
     EXPECT_EQ(CachedProjectInfo(Loc(temp.Sub("Projects/" + md5c))).GetPortalServerUrl(),
               "https://elsewhere");
@@ -269,8 +267,6 @@ TEST_F(CachedProjectInfoTest, FailedWriteIsAnEventAndStillReachesObservers) {
     EXPECT_EQ(counter.writes, 1);
     ASSERT_EQ(counter.errors.size(), 1u);
     EXPECT_EQ(counter.errors[0].first, KRC::FileOpeningFailed);
-    EXPECT_NE(log.GetText().find("InfoXMLsOChannel::Open file creation failed: "),
-              std::string::npos);
 }
 
 TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {

@@ -67,56 +67,47 @@ TEST_F(KRDataOptionsTest, RefreshFollowsEveryOtherWriterAndTellsOfAMovedFolder) 
     dataOptions.SetOptionsFolder(Loc(Data()));
     FolderChangeCounter counter;
 
-    krtest::WriteFile(OptionsFile(), OptionsXml(Data(), 5));
+    krtest::WriteFile(OptionsFile(), krtest::OptionsXml(Data(), 5));
     dataOptions.Refresh();
     EXPECT_EQ(dataOptions.GetPeriodTime(), 5);
     // In place and within the same second; the size differs, as the coarse
     // file clock may not.
-    krtest::WriteFile(OptionsFile(), OptionsXml(Data(), 66));
+    krtest::WriteFile(OptionsFile(), krtest::OptionsXml(Data(), 66));
     dataOptions.Refresh();
     EXPECT_EQ(dataOptions.GetPeriodTime(), 66);
     EXPECT_EQ(counter.changes, 0);
 
     std::string moved = temp.Sub("möved");
-    krtest::WriteFile(OptionsFile(), OptionsXml(moved, 66));
+    krtest::WriteFile(OptionsFile(), krtest::OptionsXml(moved, 66));
     dataOptions.Refresh();
     EXPECT_EQ(DataFolder(), Loc(moved));
     EXPECT_EQ(counter.changes, 1);
     dataOptions.Refresh();  // nothing new
     EXPECT_EQ(counter.changes, 1);
 
-    // A file gone with its folder is made again from memory.
-    fs::remove(OptionsFile());
-    fs::remove(Data());
-    dataOptions.Refresh();
-    EXPECT_EQ(dataOptions.GetPeriodTime(), 66);
-    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"),
-              std::string::npos);
-}
-
-TEST_F(KRDataOptionsTest, DeletedFileComesBackWithTheValuesInMemory) {
-    dataOptions.SetOptionsFolder(Loc(Data()));
-    dataOptions.SetPeriodTime(9);
-    ASSERT_TRUE(dataOptions.Write());
-    fs::remove(OptionsFile());
-
-    // Looking makes no file: an empty one would read as damaged everywhere.
-    int time = 0;
-    EXPECT_FALSE(dataOptions.GetOptionsFileTime(&time));
-    EXPECT_EQ(time, 0);
-    EXPECT_FALSE(dataOptions.HasContent());
-    EXPECT_FALSE(fs::exists(OptionsFile()));
-
-    krtest::EventRecorder events;
-    dataOptions.Refresh();
-    EXPECT_TRUE(events.errors.empty());
-    EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<PeriodTime>9<"), std::string::npos);
-    EXPECT_EQ(DataFolder(), Loc(Data()));
+    // A deleted file: looking makes no file (an empty one would read as
+    // damaged everywhere); a refresh writes it again from memory, quietly,
+    // also when its folder went with it.
+    for (bool withFolder : {false, true}) {
+        fs::remove(OptionsFile());
+        if (withFolder) fs::remove(Data());
+        int time = 0;
+        EXPECT_FALSE(dataOptions.GetOptionsFileTime(&time));
+        EXPECT_EQ(time, 0);
+        EXPECT_FALSE(dataOptions.HasContent());
+        EXPECT_FALSE(fs::exists(OptionsFile()));
+        krtest::EventRecorder events;
+        dataOptions.Refresh();
+        EXPECT_TRUE(events.errors.empty());
+        EXPECT_EQ(dataOptions.GetPeriodTime(), 66);
+        EXPECT_NE(krtest::ReadFile(OptionsFile()).find("<LocalDataFolderPath>" + moved + "<"),
+                  std::string::npos);
+    }
 }
 
 TEST_F(KRDataOptionsTest, DamagedFileIsReportedOnceKeepsMemoryWholeAndIsNeverWritten) {
     const std::string elsewhere = temp.Sub("elsewhere");
-    const std::string good = OptionsXml(elsewhere, 40);
+    const std::string good = krtest::OptionsXml(elsewhere, 40);
     auto replace = [&](const std::string& from, const std::string& to) {
         std::string text = good;
         return text.replace(text.find(from), from.size(), to);

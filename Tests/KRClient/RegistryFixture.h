@@ -70,17 +70,6 @@ protected:
     std::string OptionsFile() const { return Data() + "/KRDataOptions.xml"; }
     std::string LockFile() const { return Data() + "/@DataOptions.Lock"; }
 
-    // An options file as another writer leaves it; folderTag names the folder's element.
-    static std::string OptionsXml(const std::string& folder, int periodTime,
-                                  const std::string& folderTag = "LocalDataFolderPath") {
-        return "<?xml version=\"1.0\"?>\n<KRDataOptions><DataVersion>1</DataVersion><" + folderTag +
-               ">" + folder + "</" + folderTag +
-               "><CleanSchedule><Enable>false</Enable><PeriodTime>" + std::to_string(periodTime) +
-               "</PeriodTime><LastUsedDays>7</LastUsedDays><LastRunTime>555</LastRunTime></"
-               "CleanSchedule>"
-               "</KRDataOptions>\n";
-    }
-
     void Init() { KRC::RegisteredProjects::Init(Loc(Data()), "Projects", "Libraries"); }
 
     static IO::Location Project(const char* server, const char* path, const char* user) {

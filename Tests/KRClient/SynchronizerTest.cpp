@@ -117,13 +117,26 @@ TEST_F(SynchronizerTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
     EXPECT_FALSE(Synchronizer::IsLocked());
 }
 
-TEST_F(SynchronizerTest, UnusableDataFolderGivesAGuardWithoutLockAndUnwrittenOptions) {
+TEST_F(SynchronizerTest, WhereNoLockFileCanBeHeldAGuardGoesOnWithoutAndLeavesTheOptionsPending) {
     Init();
-    std::string notAFolder = temp.Sub("plain-file");
-    krtest::WriteFile(notAFolder, "x");
-    registeredProjects.SetKRDataFolder(Loc(notAFolder), false);
     std::string written = krtest::ReadFile(OptionsFile());
+    // A folder where the lock file belongs is never deleted: ten quick tries,
+    // then on without the lock.
+    fs::create_directories(LockFile() + "/inside");
+    krtest::WriteFile(LockFile() + "/inside/keep.txt", "precious");
+    {
+        Synchronizer lock;
+        EXPECT_FALSE(Synchronizer::IsLocked());
+        registeredProjects.SetPeriodTime(5);
+    }
+    EXPECT_EQ(krtest::ReadFile(LockFile() + "/inside/keep.txt"), "precious");
+    EXPECT_TRUE(KRC::dataOptions.IsDirty());
+    EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
 
+    // A data folder that is a file.
+    krtest::WriteFile(temp.Sub("plain-file"), "x");
+    registeredProjects.SetKRDataFolder(Loc(temp.Sub("plain-file")), false);
+    written = krtest::ReadFile(OptionsFile());
     {
         Synchronizer lock;
         EXPECT_FALSE(Synchronizer::IsLocked());
@@ -131,18 +144,6 @@ TEST_F(SynchronizerTest, UnusableDataFolderGivesAGuardWithoutLockAndUnwrittenOpt
     }
     EXPECT_TRUE(KRC::dataOptions.IsDirty());
     EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
-}
-
-TEST_F(SynchronizerTest, AFolderWhereTheLockFileBelongsIsNeverDeleted) {
-    Init();
-    fs::create_directories(LockFile() + "/inside");
-    krtest::WriteFile(LockFile() + "/inside/keep.txt", "precious");
-    {
-        Synchronizer lock;  // ten quick tries, then on without the lock
-        EXPECT_FALSE(Synchronizer::IsLocked());
-        registeredProjects.SetPeriodTime(5);
-    }
-    EXPECT_EQ(krtest::ReadFile(LockFile() + "/inside/keep.txt"), "precious");
 }
 
 TEST_F(SynchronizerTest, ResetLetsTheLockGoAndLaterGuardsEndHarmlessly) {
@@ -164,23 +165,26 @@ TEST_F(SynchronizerTest, ResetLetsTheLockGoAndLaterGuardsEndHarmlessly) {
     EXPECT_TRUE(Synchronizer::IsLocked());
 }
 
-TEST_F(SynchronizerTest, TemporaryModificationLivesWhileAGuardDoes) {
+TEST_F(SynchronizerTest, TemporaryRenameLivesWhileAGuardDoesAndLookUpsFollowIt) {
+    Init();
+    std::string folder = WriteCache(Projects(), "a", "https://srv.example", "/Old", "anna");
+    IO::Location renamed = Project("https://srv.example", "/New", "anna");
+    ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 1u);
     auto& modification = RegisteredProjects::TemporaryModification::GetInstance();
     ZR::UniString replacement = "untouched";
-
+    auto found = [&](const char* user, const char* path) {
+        return modification.GetCacheRenameModification("https://srv.example", user, path,
+                                                       replacement);
+    };
     modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/dropped");
-    EXPECT_FALSE(
-        modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
+    EXPECT_FALSE(found("anna", "/A"));
     EXPECT_EQ(replacement, "untouched");
-
     // Leave at 0 stays at 0: one Enter later, one Leave clears again.
     modification.Leave();
     modification.Enter();
     modification.AddCacheRenameModification("https://srv.example", "anna", "/A", "/first");
     modification.Leave();
-    EXPECT_FALSE(
-        modification.GetCacheRenameModification("https://srv.example", "anna", "/A", replacement));
-
+    EXPECT_FALSE(found("anna", "/A"));
     {
         RegisteredProjects::TemporaryModifyGuard outer;
         {
@@ -188,20 +192,20 @@ TEST_F(SynchronizerTest, TemporaryModificationLivesWhileAGuardDoes) {
             modification.AddCacheRenameModification("https://srv.example", "Anna", "/Ä",
                                                     "/earlier");
             modification.AddCacheRenameModification("https://srv.example", "anna", "/ä", "/later");
+            modification.AddCacheRenameModification("https://srv.example", "ANNA", "/new", "/old");
         }
         // Added in the inner guard, alive while the outer stands; the first entry answers.
-        EXPECT_TRUE(modification.GetCacheRenameModification("https://srv.example", "ANNA", "/ä",
-                                                            replacement));
+        EXPECT_TRUE(found("ANNA", "/ä"));
         EXPECT_EQ(replacement, "/earlier");
         replacement = "untouched";
         EXPECT_FALSE(modification.GetCacheRenameModification("https://other.example", "anna", "/Ä",
                                                              replacement));
-        EXPECT_FALSE(modification.GetCacheRenameModification("https://srv.example", "bob", "/Ä",
-                                                             replacement));
+        EXPECT_FALSE(found("bob", "/Ä"));
         EXPECT_EQ(replacement, "untouched");
+        EXPECT_EQ(registeredProjects.GetCacheDataFolder(renamed), Loc(folder));
     }
-    EXPECT_FALSE(
-        modification.GetCacheRenameModification("https://srv.example", "anna", "/Ä", replacement));
+    EXPECT_FALSE(found("anna", "/Ä"));
+    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(renamed), nullptr);
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 
 namespace {
 
+using krtest::Loc;
+
 struct IDeleter {
     void operator()(ZR::XMLIChannel* c) const { ZRXML::DisposeXMLIChannel(c); }
 };
@@ -18,18 +20,14 @@ struct ODeleter {
 using IChannel = std::unique_ptr<ZR::XMLIChannel, IDeleter>;
 using OChannel = std::unique_ptr<ZR::XMLOChannel, ODeleter>;
 
-IO::Location At(const std::string& path) {
-    return IO::Location(ZR::UniString(path));
-}
-
 IChannel OpenIn(const std::string& path, const char* root = "Root") {
-    return IChannel(ZRXML::CreateXMLIChannel(At(path), root, 0));
+    return IChannel(ZRXML::CreateXMLIChannel(Loc(path), root, 0));
 }
 
 // Writes key/text pairs under the root, each as a string value.
 void WriteTexts(const std::string& path,
                 std::initializer_list<std::pair<const char*, const char*>> items) {
-    OChannel out(ZRXML::CreateXMLOChannel(At(path), "Root", 0));
+    OChannel out(ZRXML::CreateXMLOChannel(Loc(path), "Root", 0));
     ASSERT_TRUE(out);
     ASSERT_EQ(out->StartDocument(), 0);
     for (const auto& [key, text] : items) ASSERT_EQ(out->Write(key, text, 0), 0);
@@ -46,12 +44,12 @@ T Get(const IChannel& in, const char* key) {
 
 }  // namespace
 
-TEST(XMLChannel, WritesAndReadsBackEveryType) {
+TEST(XMLChannel, WritesAndReadsBackEveryTypeAtEveryLevel) {
     krtest::TempFolder tmp;
     const std::string path = tmp.Sub("doc.xml");
     const ZR::UniString nasty("  a<b>&\"' \r\n\ttab ä 😀 \x01 ]]> ");
     {
-        OChannel out(ZRXML::CreateXMLOChannel(At(path), "Root", 0));
+        OChannel out(ZRXML::CreateXMLOChannel(Loc(path), "Root", 0));
         ASSERT_TRUE(out);
         EXPECT_EQ(out->Write("early", true), ZR::kXMLErrState);
         ASSERT_EQ(out->StartDocument(), 0);
@@ -63,8 +61,13 @@ TEST(XMLChannel, WritesAndReadsBackEveryType) {
         ASSERT_EQ(out->Write("i32", std::numeric_limits<std::int32_t>::min()), 0);
         ASSERT_EQ(out->StartElement("Group"), 0);
         ASSERT_EQ(out->Write("u16", std::numeric_limits<std::uint16_t>::max()), 0);
+        ASSERT_EQ(out->StartElement("Inner"), 0);
         ASSERT_EQ(out->Write("i16", std::numeric_limits<std::int16_t>::min()), 0);
         ASSERT_EQ(out->EndElement(), 0);
+        // An unclosed element stops the document from ending.
+        EXPECT_EQ(out->EndDocument(), ZR::kXMLErrState);
+        ASSERT_EQ(out->EndElement(), 0);
+        EXPECT_EQ(out->StartElement("bad name"), ZR::kXMLErrBadValue);
         ASSERT_EQ(out->Write("yes", true), 0);
         ASSERT_EQ(out->Write("no", false), 0);
         EXPECT_EQ(out->EndElement(), ZR::kXMLErrState);
@@ -89,10 +92,15 @@ TEST(XMLChannel, WritesAndReadsBackEveryType) {
     ZR::UniString name;
     ASSERT_EQ(in->GetNextElementName(&name), 0);
     EXPECT_EQ(name, "Group");
+    EXPECT_EQ(in->EnterElement("Other"), ZR::kXMLErrNotFound);
     ASSERT_EQ(in->EnterElement("Group"), 0);
     EXPECT_EQ(Get<std::uint16_t>(in, "u16"), 65535);
+    ASSERT_EQ(in->EnterElement("Inner"), 0);
     EXPECT_EQ(Get<std::int16_t>(in, "i16"), -32768);
     EXPECT_EQ(in->GetNextElementName(&name), ZR::kXMLErrNotFound);
+    bool flag = false;
+    EXPECT_EQ(in->Read("yes", &flag), ZR::kXMLErrNotFound);  // the level has ended
+    ASSERT_EQ(in->LeaveElement(), 0);
     ASSERT_EQ(in->LeaveElement(), 0);
     EXPECT_TRUE(Get<bool>(in, "yes"));
     EXPECT_FALSE(Get<bool>(in, "no"));
@@ -134,48 +142,17 @@ TEST(XMLChannel, ReadsFailOnWrongOrderAndBadValues) {
     Get<ZR::UniString>(in, "last");
 }
 
-TEST(XMLChannel, NestedLevels) {
-    krtest::TempFolder tmp;
-    const std::string path = tmp.Sub("doc.xml");
-    {
-        OChannel out(ZRXML::CreateXMLOChannel(At(path), "Root", 0));
-        ASSERT_EQ(out->StartDocument(), 0);
-        ASSERT_EQ(out->StartElement("Outer"), 0);
-        ASSERT_EQ(out->StartElement("Inner"), 0);
-        ASSERT_EQ(out->Write("v", std::int32_t(5)), 0);
-        ASSERT_EQ(out->EndElement(), 0);
-        // An unclosed element stops the document from ending.
-        EXPECT_EQ(out->EndDocument(), ZR::kXMLErrState);
-        ASSERT_EQ(out->EndElement(), 0);
-        ASSERT_EQ(out->Write("after", true), 0);
-        EXPECT_EQ(out->StartElement("bad name"), ZR::kXMLErrBadValue);
-        ASSERT_EQ(out->EndDocument(), 0);
-    }
-    IChannel in = OpenIn(path);
-    ASSERT_TRUE(in);
-    ZR::UniString text;
-    EXPECT_EQ(in->Read("Outer", &text), ZR::kXMLErrBadValue);  // a group is not a value
-
-    in = OpenIn(path);
-    ASSERT_EQ(in->EnterElement("Outer"), 0);
-    EXPECT_EQ(in->EnterElement("Other"), ZR::kXMLErrNotFound);
-    ASSERT_EQ(in->EnterElement("Inner"), 0);
-    EXPECT_EQ(Get<std::int32_t>(in, "v"), 5);
-    std::int32_t v = 0;
-    EXPECT_EQ(in->Read("after", &v), ZR::kXMLErrNotFound);  // the level has ended
-    ASSERT_EQ(in->LeaveElement(), 0);
-    ASSERT_EQ(in->LeaveElement(), 0);
-    EXPECT_TRUE(Get<bool>(in, "after"));
-}
-
 TEST(XMLChannel, MissingOrUnreadableFilesGiveNoChannel) {
     krtest::TempFolder tmp;
     EXPECT_FALSE(OpenIn(tmp.Sub("none.xml")));
-    EXPECT_FALSE(ZRXML::CreateXMLOChannel(At(tmp.Sub("no/folder.xml")), "Root", 0));
+    EXPECT_FALSE(ZRXML::CreateXMLOChannel(Loc(tmp.Sub("no/folder.xml")), "Root", 0));
 
     krtest::WriteFile(tmp.Sub("broken.xml"), "<Root><a>1</a>");
     EXPECT_FALSE(OpenIn(tmp.Sub("broken.xml")));
     krtest::WriteFile(tmp.Sub("other.xml"), "<Other><a>1</a></Other>");
     EXPECT_FALSE(OpenIn(tmp.Sub("other.xml")));
     EXPECT_TRUE(OpenIn(tmp.Sub("other.xml"), "Other"));
+    ZR::UniString text;
+    krtest::WriteFile(tmp.Sub("group.xml"), "<Root><g><a>1</a></g></Root>");
+    EXPECT_EQ(OpenIn(tmp.Sub("group.xml"))->Read("g", &text), ZR::kXMLErrBadValue);  // no value
 }

@@ -9,32 +9,29 @@
 #include <nlohmann/json.hpp>
 
 #include "KRClient/CacheInfoFileBuilder.h"
-#include "Support/Process.h"
-#include "Support/TempFolder.h"
+#include "Support/Krctl.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-class DoctorTest : public ::testing::Test {
+class DoctorTest : public krtest::KrctlRun {
 protected:
-    krtest::ProcessResult Krctl(std::vector<std::string> args) const {
-        std::vector<std::string> argv = {KRCTL_PATH};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return krtest::RunProcess(argv);
+    DoctorTest() { globals = {"--data-folder", Data()}; }
+    void SetUp() override {
+        ASSERT_EQ(Run({"--create", "options", "set", "periodTime", "5"}).exitCode, 0);
     }
-    std::string Data() const { return temp.Sub("data"); }
     void Record(const std::string& folder, const std::string& server, const std::string& path,
                 const std::string& user) const {
         krtest::WriteCacheInfo(
             Data() + "/Projects/" + folder, 10,
             {{"PortalServerUrl", server}, {"ProjectPath", path}, {"LoginName", user}});
     }
-    // Every path under the folder with its size and modification time.
-    std::map<std::string, std::string> Snapshot(const std::string& root) const {
+    // Every path under the data folder with its size and modification time.
+    std::map<std::string, std::string> Snapshot() const {
         std::map<std::string, std::string> files;
-        for (const auto& e : fs::recursive_directory_iterator(root)) {
+        for (const auto& e : fs::recursive_directory_iterator(Data())) {
             struct stat st {};
             lstat(e.path().c_str(), &st);
             files[e.path().string()] = std::to_string(st.st_size) + "/" +
@@ -43,15 +40,11 @@ protected:
         }
         return files;
     }
-    krtest::TempFolder temp;
 };
 
 TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicates) {
-    ASSERT_EQ(
-        Krctl({"--create", "--data-folder", Data(), "options", "set", "periodTime", "5"}).exitCode,
-        0);
-    ASSERT_EQ(Krctl({"--data-folder", Data(), "registry", "create", "--server", "https://srv",
-                     "--user", "anna", "--path", "/A/Good"})
+    ASSERT_EQ(Run({"registry", "create", "--server", "https://srv", "--user", "anna", "--path",
+                   "/A/Good"})
                   .exitCode,
               0);
     Record("dup-1", "https://srv", "/A/Twice", "bert");
@@ -66,14 +59,16 @@ TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicat
     krtest::WriteFile(Data() + "/.KRDataOptions.xml.tmp-a1B2c3", "<KRData");  // leftovers
     krtest::WriteFile(Data() + "/Projects/dup-1/.CacheInfo.xml.tmp-Zz9Yy8", "<Ca");
 
-    const auto before = Snapshot(Data());
-    auto doctor = Krctl({"--json", "--data-folder", Data(), "doctor"});
+    const auto before = Snapshot();
+    auto doctor = Run({"--json", "doctor"});
     EXPECT_EQ(doctor.exitCode, 1) << doctor.err;
-    EXPECT_EQ(Snapshot(Data()), before);  // read only
+    EXPECT_EQ(Snapshot(), before);  // read only
     Json report = Json::parse(doctor.out);
-    EXPECT_EQ(report["options"]["state"], "readable");
-    EXPECT_EQ(report["options"]["form"], "current");
-    EXPECT_EQ(report["options"]["outside"], false);
+    EXPECT_EQ(report["options"], (Json{{"file", Data() + "/KRDataOptions.xml"},
+                                       {"state", "readable"},
+                                       {"form", "current"},
+                                       {"localDataFolder", Data()},
+                                       {"outside", false}}));
     EXPECT_EQ(report["lock"]["state"], "stale");
     std::map<std::string, Json> folders;
     for (const Json& c : report["cacheFolders"])
@@ -94,55 +89,47 @@ TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicat
     EXPECT_EQ(report["leftovers"].size(), 2u);
     EXPECT_EQ(report["problems"], 6);  // stale lock, damaged, two groups, two leftovers
 
-    auto repair = Krctl({"--json", "--data-folder", Data(), "doctor", "--repair"});
+    auto repair = Run({"--json", "doctor", "--repair"});
     EXPECT_EQ(repair.exitCode, 1) << repair.err;  // the duplicates stay
     Json repaired = Json::parse(repair.out);
     EXPECT_EQ(repaired["repairs"].size(), 4u) << repaired["repairs"].dump();
     EXPECT_EQ(repaired["problems"], 2);
     EXPECT_EQ(repaired["lock"]["state"], "absent");
     EXPECT_FALSE(krtest::Exists(damaged));
-    bool quarantined = false;
-    for (const auto& e : fs::directory_iterator(Data()))
-        if (e.path().filename().string().rfind("Quarantine-", 0) == 0)
-            quarantined =
-                krtest::ReadFile((e.path() / "damaged/CacheInfo.xml").string()) == damagedBytes;
-    EXPECT_TRUE(quarantined);
+    std::vector<std::string> quarantine = krtest::Listing(Data(), "Quarantine-");
+    ASSERT_EQ(quarantine.size(), 1u);
+    EXPECT_EQ(krtest::ReadFile(Data() + "/" + quarantine[0] + "/damaged/CacheInfo.xml"),
+              damagedBytes);
 
-    const auto afterRepair = Snapshot(Data());
-    auto again = Krctl({"--json", "--data-folder", Data(), "doctor", "--repair"});
+    const auto afterRepair = Snapshot();
+    auto again = Run({"--json", "doctor", "--repair"});
     EXPECT_EQ(Json::parse(again.out)["repairs"].size(), 0u) << again.out;
-    EXPECT_EQ(Snapshot(Data()), afterRepair);
+    EXPECT_EQ(Snapshot(), afterRepair);
 }
 
 TEST_F(DoctorTest, ACopyPointingAtItsOriginalUnknownUsersAndAHeldLock) {
-    ASSERT_EQ(
-        Krctl({"--create", "--data-folder", Data(), "options", "set", "periodTime", "5"}).exitCode,
-        0);
     Record("known", "https://srv", "/A/P", "anna");
     Record("unknown", "https://srv", "/A/Q", "bert");
-    const std::string base = temp.Sub("base");
-    ASSERT_EQ(Krctl({"--base-folder", base, "login", "add-server", "https://srv"}).exitCode, 0);
-    ASSERT_EQ(Krctl({"--base-folder", base, "login", "add-user", "https://srv", "anna"}).exitCode,
+    ASSERT_EQ(Run({"--base-folder", Base(), "login", "add-server", "https://srv"}).exitCode, 0);
+    ASSERT_EQ(Run({"--base-folder", Base(), "login", "add-user", "https://srv", "anna"}).exitCode,
               0);
-
-    krtest::ChildProcess holder(
-        {KRCTL_PATH, "--data-folder", Data(), "lock", "hold", "--seconds", "600"});
-    std::string line;
-    ASSERT_TRUE(holder.ReadLine(&line));
-    auto doctor = Krctl({"--json", "--data-folder", Data(), "--base-folder", base, "doctor"});
-    EXPECT_EQ(doctor.exitCode, 1) << doctor.err;
-    Json report = Json::parse(doctor.out);
-    EXPECT_EQ(report["lock"]["state"], "held");
-    ASSERT_EQ(report["unknownUsers"].size(), 1u);
-    EXPECT_EQ(report["unknownUsers"][0]["user"], "bert");
-    EXPECT_EQ(report["problems"], 1);
-    holder.Kill(SIGKILL);
-    holder.Wait();
+    {
+        krtest::ChildProcess holder(Krctl({"lock", "hold", "--seconds", "600"}));
+        std::string line;
+        ASSERT_TRUE(holder.ReadLine(&line));
+        auto doctor = Run({"--json", "--base-folder", Base(), "doctor"});
+        EXPECT_EQ(doctor.exitCode, 1) << doctor.err;
+        Json report = Json::parse(doctor.out);
+        EXPECT_EQ(report["lock"]["state"], "held");
+        ASSERT_EQ(report["unknownUsers"].size(), 1u);
+        EXPECT_EQ(report["unknownUsers"][0]["user"], "bert");
+        EXPECT_EQ(report["problems"], 1);
+    }
     fs::remove(Data() + "/@DataOptions.Lock");  // left by the killed holder
 
     const std::string copy = temp.Sub("copy");
     fs::copy(Data(), copy, fs::copy_options::recursive);
-    auto copied = Krctl({"--data-folder", copy, "doctor"});
+    auto copied = krtest::RunProcess({KRCTL_PATH, "--data-folder", copy, "doctor"});
     EXPECT_EQ(copied.exitCode, 1);
     EXPECT_NE(copied.out.find("OUTSIDE the data folder"), std::string::npos) << copied.out;
     EXPECT_NE(copied.out.find("1 problem(s)"), std::string::npos) << copied.out;

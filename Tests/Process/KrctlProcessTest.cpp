@@ -1,29 +1,96 @@
 // krctl run by several processes at once on one data folder.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <time.h>
 
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "Support/Process.h"
-#include "Support/TempFolder.h"
+#include "KRClient/CacheInfoFileBuilder.h"
+#include "Support/Krctl.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-class KrctlProcessTest : public ::testing::Test {
+std::int64_t NowMillis() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<std::int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+class KrctlProcessTest : public krtest::KrctlRun {
 protected:
-    std::vector<std::string> Krctl(std::vector<std::string> args) const {
-        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", temp.Sub("base"),
-                                         "--create", "--data-folder", temp.Sub("data")};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return argv;
+    KrctlProcessTest() { globals = {"--base-folder", Base(), "--create", "--data-folder", Data()}; }
+    void SetUp() override {
+        krtest::WriteCacheInfo(
+            Data() + "/Projects/p", 10,
+            {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A/P"}, {"LoginName", "anna"}});
+        ASSERT_EQ(Run({"options", "set", "periodTime", "7"}).exitCode, 0);
     }
-    krtest::TempFolder temp;
+    std::vector<std::string> SetVisits(const char* count) const {
+        return Krctl({"registry", "set", "visitCount", count, "--server", "https://srv", "--user",
+                      "anna", "--path", "/A/P"});
+    }
+    int VisitCount() const {
+        Json list = Json::parse(Run({"--json", "registry", "list"}).out);
+        return list.size() == 1 ? list[0]["visitCount"].get<int>() : -1;
+    }
+    // `lock hold` for the seconds given, once it holds the lock.
+    std::unique_ptr<krtest::ChildProcess> HoldLock(const char* seconds) const {
+        auto holder =
+            std::make_unique<krtest::ChildProcess>(Krctl({"lock", "hold", "--seconds", seconds}));
+        std::string line;
+        EXPECT_TRUE(holder->ReadLine(&line) && line.rfind("locked ", 0) == 0) << line;
+        return holder;
+    }
 };
+
+TEST_F(KrctlProcessTest, AWriterWaitsForTheHolderAndGoesOnRightAfterTheRelease) {
+    auto holder = HoldLock("1");
+    krtest::ChildProcess writer(SetVisits("7"));
+    EXPECT_EQ(writer.Wait(), 0);
+    const std::int64_t writerDone = NowMillis();
+    std::string line;
+    ASSERT_TRUE(holder->ReadLine(&line));
+    ASSERT_EQ(line.rfind("released ", 0), 0u) << line;  // "released <ms>"
+    const std::int64_t released = std::stoll(line.substr(9));
+    EXPECT_GE(writerDone, released);
+    // One wait step is 50 ms; the bound leaves room for a loaded machine.
+    EXPECT_LT(writerDone - released, 1000);
+    EXPECT_EQ(holder->Wait(), 0);
+    EXPECT_EQ(VisitCount(), 7);
+}
+
+TEST_F(KrctlProcessTest, AWaitForTheLockIsToldAndBoundedAndALockLeftByAKilledHolderDelaysNobody) {
+    auto holder = HoldLock("600");
+    // Given up before a second: no word of waiting, only the failure.
+    auto quick = Run({"options", "set", "periodTime", "9", "--wait", "0.2"});
+    EXPECT_EQ(quick.exitCode, 1);
+    EXPECT_EQ(quick.err.find("krctl: waiting for the lock"), std::string::npos) << quick.err;
+    EXPECT_NE(quick.err.find("gave up waiting for the lock of " + Data()), std::string::npos)
+        << quick.err;
+    // Past a second the wait is told on standard error.
+    auto slow = Run({"--wait", "1.3", "options", "set", "periodTime", "9"});
+    EXPECT_EQ(slow.exitCode, 1);
+    EXPECT_NE(
+        slow.err.find("krctl: waiting for the lock of " + Data() + " held by another process\n"),
+        std::string::npos)
+        << slow.err;
+    EXPECT_EQ(Json::parse(Run({"--json", "options", "show"}).out)["periodTime"], 7);
+
+    holder.reset();                                              // killed
+    EXPECT_TRUE(krtest::Exists(Data() + "/@DataOptions.Lock"));  // left behind
+    const std::int64_t start = NowMillis();
+    auto r = krtest::RunProcess(SetVisits("3"));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_LT(NowMillis() - start, 5000);  // against a hold of ten minutes
+    EXPECT_EQ(VisitCount(), 3);
+    EXPECT_FALSE(krtest::Exists(Data() + "/@DataOptions.Lock"));
+}
 
 TEST_F(KrctlProcessTest, RegistryCreateInEightProcessesAtOnceGivesOneFolder) {
     const std::vector<std::string> create = {"registry", "create", "--server", "https://srv",
@@ -39,47 +106,13 @@ TEST_F(KrctlProcessTest, RegistryCreateInEightProcessesAtOnceGivesOneFolder) {
         EXPECT_EQ(run->Wait(), 0);
     }
     EXPECT_EQ(folders.size(), 1u);
-    std::size_t made = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(temp.Sub("data/Projects"))) {
-        (void)entry;
-        ++made;
-    }
-    EXPECT_EQ(made, 1u);
+    EXPECT_EQ(krtest::Listing(Data() + "/Projects").size(), 2u);  // and "p"
     // Once more, in one process: found, not made.
-    auto again = krtest::RunProcess(Krctl({"--json", "registry", "create", "--server",
-                                           "https://srv", "--user", "anna", "--path", "/A/Tower"}));
-    Json j = Json::parse(again.out);
-    EXPECT_EQ(j["created"], false);
-    EXPECT_EQ(j["cacheDataFolder"], *folders.begin());
-}
-
-TEST_F(KrctlProcessTest, AWaitForTheLockIsToldAndBoundedAndChangesNothing) {
-    ASSERT_EQ(krtest::RunProcess(Krctl({"options", "set", "periodTime", "7"})).exitCode, 0);
-    krtest::ChildProcess holder(Krctl({"lock", "hold", "--seconds", "600"}));
-    std::string line;
-    ASSERT_TRUE(holder.ReadLine(&line));
-    ASSERT_EQ(line.rfind("locked ", 0), 0u) << line;
-
-    // Given up before a second: no word of waiting, only the failure.
-    auto quick = krtest::RunProcess(Krctl({"options", "set", "periodTime", "9", "--wait", "0.2"}));
-    EXPECT_EQ(quick.exitCode, 1);
-    EXPECT_EQ(quick.err.find("krctl: waiting for the lock"), std::string::npos) << quick.err;
-    EXPECT_NE(quick.err.find("gave up waiting for the lock of " + temp.Sub("data")),
-              std::string::npos)
-        << quick.err;
-
-    // Past a second the wait is told on standard error.
-    auto slow = krtest::RunProcess(Krctl({"--wait", "1.3", "options", "set", "periodTime", "9"}));
-    EXPECT_EQ(slow.exitCode, 1);
-    EXPECT_NE(slow.err.find("krctl: waiting for the lock of " + temp.Sub("data") +
-                            " held by another process\n"),
-              std::string::npos)
-        << slow.err;
-    holder.Kill(SIGKILL);
-    holder.Wait();
-
-    auto show = krtest::RunProcess(Krctl({"--json", "options", "show"}));
-    EXPECT_EQ(Json::parse(show.out)["periodTime"], 7);
+    std::vector<std::string> json = {"--json"};
+    json.insert(json.end(), create.begin(), create.end());
+    Json again = Json::parse(Run(json).out);
+    EXPECT_EQ(again["created"], false);
+    EXPECT_EQ(again["cacheDataFolder"], *folders.begin());
 }
 
 }  // namespace

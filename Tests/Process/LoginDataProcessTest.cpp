@@ -15,8 +15,7 @@
 #include "KRCB/KRClientBase.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRCB/Paths.h"
-#include "Support/Process.h"
-#include "Support/TempFolder.h"
+#include "Support/Krctl.h"
 #include "ZR/Logger.h"
 
 namespace {
@@ -24,28 +23,12 @@ namespace {
 using Json = nlohmann::ordered_json;
 using namespace KRCB::LoginDataStore;
 
-class LoginDataProcessTest : public ::testing::Test {
+class LoginDataProcessTest : public krtest::KrctlRun {
 protected:
-    std::vector<std::string> Krctl(std::vector<std::string> args) const {
-        std::vector<std::string> argv = {KRCTL_PATH, "--base-folder", Base(), "--log-file",
-                                         temp.Sub("krctl.log")};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return argv;
-    }
-    krtest::ProcessResult Run(std::vector<std::string> args) const {
-        return krtest::RunProcess(Krctl(std::move(args)));
-    }
-    std::string Base() const { return temp.Sub("base"); }
     std::string File() const { return Base() + "/LoginData.json"; }
     std::vector<std::string> TempFiles() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(Base())) {
-            std::string name = entry.path().filename();
-            if (name.rfind(".LoginData.json.tmp-", 0) == 0) names.push_back(name);
-        }
-        return names;
+        return krtest::Listing(Base(), ".LoginData.json.tmp-");
     }
-    krtest::TempFolder temp;
 };
 
 TEST_F(LoginDataProcessTest, EightProcessesAddingServersAtOnceKeepEveryOne) {
@@ -120,6 +103,8 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
     const std::string token = "SENTINEL-TOKEN-5c1f", password = "SENTINEL-PASSWORD-77ab";
     const std::string withPassword = "https://anna:" + password + "@vault.example";
     std::vector<krtest::ProcessResult> runs = {
+        Run({"cache", "create", "--main-folder", temp.Sub("P"), "--server", "https://srv.example",
+             "--path", "/F/Tower", "--user", "anna", "--token", token}),
         Run({"login", "add-server", "https://srv.example", "--name", "Main"}),
         Run({"login", "add-user", "https://srv.example", "anna", "--token", token}),
         Run({"login", "set-active", "https://srv.example", "anna"}),
@@ -128,8 +113,8 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
         Run({"login", "add-server", withPassword}),
         Run({"login", "add-user", withPassword, "anna", "--token", token}),
     };
-    EXPECT_NE(runs[5].exitCode, 0);
     EXPECT_NE(runs[6].exitCode, 0);
+    EXPECT_NE(runs[7].exitCode, 0);
 
     // The library in this process, with a log that takes every line.
     ZR::CaptureLogSink log;

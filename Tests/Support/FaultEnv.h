@@ -49,20 +49,46 @@ public:
     // How many of the faults asked for have struck.
     int Struck() const;
 
-    int Open(const char* path, int flags, mode_t mode) override;
-    ssize_t Read(int fd, void* buffer, std::size_t length) override;
-    ssize_t Write(int fd, const void* data, std::size_t length) override;
-    ssize_t PWrite(int fd, const void* data, std::size_t length, off_t offset) override;
-    int Fsync(int fd) override;
-    int Close(int fd) override;
-    int Rename(const char* from, const char* to) override;
-    int Unlink(const char* path) override;
-    int Mkdir(const char* path, mode_t mode) override;
-    int Rmdir(const char* path) override;
-    int Chmod(const char* path, mode_t mode) override;
-    int Fchmod(int fd, mode_t mode) override;
-    int Lock(int fd, int command, struct flock* lock) override;
-    int ListFolder(const char* path, std::vector<IO::FolderEntry>* entries) override;
+    int Open(const char* path, int flags, mode_t mode) override {
+        return Strikes(Call::Open) ? -1 : Env::Open(path, flags, mode);
+    }
+    ssize_t Read(int fd, void* buffer, std::size_t length) override {
+        return Strikes(Call::Read) ? -1 : Env::Read(fd, buffer, length);
+    }
+    ssize_t Write(int fd, const void* data, std::size_t length) override {
+        if (Strikes(Call::Write)) return -1;
+        return Env::Write(fd, data, Shortened(length));
+    }
+    ssize_t PWrite(int fd, const void* data, std::size_t length, off_t offset) override {
+        if (Strikes(Call::Write)) return -1;
+        return Env::PWrite(fd, data, Shortened(length), offset);
+    }
+    int Fsync(int fd) override { return Strikes(Call::Fsync) ? -1 : Env::Fsync(fd); }
+    int Close(int fd) override {
+        // A close always releases the descriptor, whatever it answers.
+        int result = Env::Close(fd);
+        return Strikes(Call::Close) ? -1 : result;
+    }
+    int Rename(const char* from, const char* to) override {
+        return Strikes(Call::Rename) ? -1 : Env::Rename(from, to);
+    }
+    int Unlink(const char* path) override { return Strikes(Call::Unlink) ? -1 : Env::Unlink(path); }
+    int Mkdir(const char* path, mode_t mode) override {
+        return Strikes(Call::Mkdir) ? -1 : Env::Mkdir(path, mode);
+    }
+    int Rmdir(const char* path) override { return Strikes(Call::Rmdir) ? -1 : Env::Rmdir(path); }
+    int Chmod(const char* path, mode_t mode) override {
+        return Strikes(Call::Chmod) ? -1 : Env::Chmod(path, mode);
+    }
+    int Fchmod(int fd, mode_t mode) override {
+        return Strikes(Call::Chmod) ? -1 : Env::Fchmod(fd, mode);
+    }
+    int Lock(int fd, int command, struct flock* lock) override {
+        return Strikes(Call::Lock) ? -1 : Env::Lock(fd, command, lock);
+    }
+    int ListFolder(const char* path, std::vector<IO::FolderEntry>* entries) override {
+        return Strikes(Call::List) ? -1 : Env::ListFolder(path, entries);
+    }
 
 private:
     struct Fault {
@@ -71,7 +97,8 @@ private:
     };
     // Counts the call; true (and errno set) if it is to fail.
     bool Strikes(Call call);
-    bool ShortensThisWrite();
+    // Half the length if this write is to be short.
+    std::size_t Shortened(std::size_t length);
 
     mutable std::mutex mMutex;
     std::array<int, kCallKinds> mCounts{};

@@ -11,13 +11,15 @@
 //   store_worker BASE options-race DATA_FOLDER COUNT
 //   store_worker BASE registry-race DATA_FOLDER COUNT
 //       COUNT times, under one lock, reads the period of the options (or the
-//       visit count of the one record) and stores it plus one; then reads it
-//       back without the lock and fails (exit 3) if it is below what it set
+//       visit count of the one record, which the first to come makes) and
+//       stores it plus one; then reads it back without the lock and fails
+//       (exit 3) if it is below what it set
 // The loops print "ready" first and run until they are killed.
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "KRClient/CachedProjectInfo.h"
@@ -132,7 +134,12 @@ int main(int argc, char** argv) {
         rc = Race(
             std::stol(number),
             [&] { return static_cast<long>(registeredProjects.GetVisitCount(project)); },
-            [&](long v) { registeredProjects.SetVisitCount(project, static_cast<unsigned>(v)); });
+            [&](long v) {
+                bool created = false;
+                std::unique_ptr<KRC::CachedProjectInfo> record(
+                    registeredProjects.CreateCachedProjectInfo(project, created));
+                registeredProjects.SetVisitCount(project, static_cast<unsigned>(v));
+            });
     }
     KRC::CloseKRClient();
     return rc;
