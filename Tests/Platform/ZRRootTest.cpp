@@ -6,7 +6,6 @@
 
 #include "ZR/Containers.h"
 #include "ZR/EventSource.h"
-#include "ZR/Exceptions.h"
 #include "ZR/MD5.h"
 #include "ZR/Ref.h"
 #include "ZR/UniString.h"
@@ -50,18 +49,6 @@ TEST(Containers, InsertionOrderSurvivesAddAndRemove) {
     EXPECT_TRUE(set.Remove("y"));
     EXPECT_EQ(std::vector<std::string>(set.begin(), set.end()),
               (std::vector<std::string>{"z", "x"}));
-}
-
-TEST(Exceptions, CopyOwnsTheCauseChain) {
-    ZR::InterruptedException root("root", ZR_HERE, 7);
-    ZR::GeneralException middle("middle", ZR_HERE, root);
-    ZR::IllegalArgumentException top("top", ZR_HERE, middle);
-    ZR::ZRException copy(top);
-    ASSERT_NE(copy.GetCause(), nullptr);
-    ASSERT_NE(copy.GetCause()->GetCause(), nullptr);
-    EXPECT_EQ(copy.GetCause()->GetCause()->GetName(), "InterruptedException");
-    EXPECT_EQ(copy.GetCause()->GetCause()->GetErrorCode(), 7);
-    EXPECT_NE(copy.GetCause(), top.GetCause());  // owned clones, not shared
 }
 
 namespace {

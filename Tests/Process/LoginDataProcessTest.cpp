@@ -62,14 +62,15 @@ TEST_F(LoginDataProcessTest, AWriterKilledAtRandomPointsLeavesTheOldOrTheNewData
     long next = 1;
     int landedMidSave = 0, leftTemp = 0;
     for (int kill = 0; kill < kKills; ++kill) {
-        krtest::ChildProcess writer({LOGIN_WRITER_PATH, Base(), std::to_string(next)});
+        krtest::ChildProcess writer(
+            {STORE_WORKER_PATH, Base(), "login", "-", std::to_string(next)});
         std::string line;
         ASSERT_TRUE(writer.ReadLine(&line)) << "the writer did not save";
         std::this_thread::sleep_for(std::chrono::microseconds(delayMicros(random)));
         writer.Kill(SIGKILL);
         EXPECT_EQ(writer.Wait(), -1);
-        long saved = std::stol(line.substr(6));
-        while (writer.ReadLine(&line)) saved = std::stol(line.substr(6));
+        long saved = std::stol(line);
+        while (writer.ReadLine(&line)) saved = std::stol(line);
 
         // Old or new: the last save reported, or the one under way.
         LoginDataStore store;

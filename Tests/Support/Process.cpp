@@ -1,12 +1,13 @@
 #include "Support/Process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 #include "IO/File.h"
@@ -39,40 +40,25 @@ int DecodeStatus(int status) {
 }  // namespace
 
 ProcessResult RunProcess(const std::vector<std::string>& argv) {
-    int out[2], err[2];
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
-        throw std::runtime_error("pipe failed");
-    pid_t pid = Spawn(argv, out[1], err[1]);
-    close(out[1]);
-    close(err[1]);
+    // Standard error goes to a file, so that neither output can fill its pipe
+    // while the other is read.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> err(std::tmpfile(), &std::fclose);
+    if (!err) throw std::runtime_error("tmpfile failed");
+    ChildProcess child(argv, fileno(err.get()));
     ProcessResult result;
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-    int open = 2;
-    char buf[4096];
-    while (open > 0) {
-        if (poll(fds, 2, -1) < 0) continue;
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
-            ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n > 0)
-                (i == 0 ? result.out : result.err).append(buf, static_cast<std::size_t>(n));
-            else {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    result.exitCode = DecodeStatus(status);
+    std::string line;
+    while (child.ReadLine(&line)) result.out += line + "\n";
+    result.out += child.mBuffer;  // a last line without its end
+    result.exitCode = child.Wait();
+    std::rewind(err.get());
+    for (int c; (c = std::fgetc(err.get())) != EOF;) result.err += static_cast<char>(c);
     return result;
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
+ChildProcess::ChildProcess(const std::vector<std::string>& argv, int errFd) {
     int out[2];
     if (pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    mPid = Spawn(argv, out[1], -1);
+    mPid = Spawn(argv, out[1], errFd);
     close(out[1]);
     mOut = out[0];
 }

@@ -21,7 +21,8 @@ ProcessResult RunProcess(const std::vector<std::string>& argv);
 // A started process; its standard output is readable line by line.
 class ChildProcess {
 public:
-    explicit ChildProcess(const std::vector<std::string>& argv);
+    // Standard error goes to errFd if one is given, else where the test's goes.
+    explicit ChildProcess(const std::vector<std::string>& argv, int errFd = -1);
     ~ChildProcess();  // kills a process still running
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -34,6 +35,7 @@ public:
     int Wait();
 
 private:
+    friend ProcessResult RunProcess(const std::vector<std::string>& argv);
     pid_t mPid = -1;
     int mOut = -1;
     std::string mBuffer;

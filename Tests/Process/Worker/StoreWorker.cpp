@@ -1,27 +1,27 @@
-// A host process that writes the stored files of the local project store in
-// a loop, for the crash and race tests:
-//   store_worker BASE create MAIN_FOLDER PREFIX
-//       makes the records of PREFIX/0, PREFIX/1, ... in MAIN_FOLDER, prints
-//       each number once its record is made, then removes its folder
-//   store_worker BASE record CACHE_FOLDER START
-//       sets the visit count of the record to START+1, START+2, ... and
-//       prints each value once it is written
-//   store_worker BASE options DATA_FOLDER START
-//       the same with the period of the options, each set under the lock
-//   store_worker BASE options-race DATA_FOLDER COUNT
-//   store_worker BASE registry-race DATA_FOLDER COUNT
-//       COUNT times, under one lock, reads the period of the options (or the
-//       visit count of the one record, which the first to come makes) and
-//       stores it plus one; then reads it back without the lock and fails
-//       (exit 3) if it is below what it set
-// The loops print "ready" first and run until they are killed.
+// A host process that writes the stored files in a loop, for the crash and
+// race tests: store_worker BASE MODE FOLDER NUMBER, with MODE
+//   create   makes the records of NUMBER/0, NUMBER/1, ... in the main folder
+//            FOLDER, prints each number once its record is made, then removes it
+//   record   sets the visit count of the record in FOLDER to NUMBER+1,
+//            NUMBER+2, ... and prints each value once it is written
+//   options  the same with the period of the options of the data FOLDER,
+//            each set under the lock
+//   login    saves the token "tok-N" of user anna of https://srv.example for
+//            N = NUMBER, NUMBER+1, ... and prints N after each save
+// These print "ready" first (login does not) and run until they are killed.
+//   options-race, registry-race
+//            NUMBER times, under one lock, reads the period of the options of
+//            the data FOLDER (or the visit count of the one record, which the
+//            first to come makes) and stores it plus one; then reads it back
+//            without the lock and fails (exit 3) if it is below what it set
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
+#include "KRCB/LoginDataStore.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegisteredProjects.h"
@@ -48,44 +48,28 @@ void Say(const std::string& line) {
     std::fflush(stdout);
 }
 
-void StartRegistry(const std::string& data) {
-    RegisteredProjects::Init(Loc(data), "Projects", "Libraries");
-}
-
-int Create(const std::string& main, const std::string& prefix) {
-    Say("ready");
-    for (long i = 0;; ++i) {
-        std::string folder;
-        {
-            KRC::CachedProjectInfo record(Info(prefix + "/" + std::to_string(i)), Loc(main));
-            folder = record.GetCacheFolderLocation().ToPath().Std();
-        }
-        Say(std::to_string(i));
-        std::filesystem::remove_all(folder);
+// Runs step(N) for N = first, first + 1, ... and says each N after its step.
+[[noreturn]] void Loop(long first, const std::function<void(long)>& step) {
+    for (long n = first;; ++n) {
+        step(n);
+        Say(std::to_string(n));
     }
 }
 
-int Record(const std::string& folder, unsigned start) {
-    KRC::CachedProjectInfo record{Loc(folder)};
-    Say("ready");
-    for (unsigned v = start + 1;; ++v) {
-        record.SetVisitCount(v);
-        Say(std::to_string(v));
-    }
-}
-
-int Options(const std::string& data, int start) {
-    StartRegistry(data);
-    Say("ready");
-    for (int v = start + 1;; ++v) {
-        registeredProjects.SetPeriodTime(v);
-        Say(std::to_string(v));
-    }
+void SaveToken(long n) {
+    using namespace KRCB::LoginDataStore;
+    const ZR::UniString url("https://srv.example");
+    LoginDataStoreCache& cache = LoginDataStoreCache::GetInstance();
+    ZR::Ref<LoginDataStore> store = cache.GetLoginDataStoreCopy(OpenForWriting);
+    if (!store->ContainsServer(url))
+        store->StoreServer(Kerrow::PortalServer::Client::Management::ServerInfo(url, "Srv"), url,
+                           ZR::UniString());
+    store->AddUser(url, User("anna", ZR::UniString("tok-" + std::to_string(n)), "Anna"));
+    cache.SaveToFile(*store);
 }
 
 // get and set run under the lock; get runs again without it afterwards.
-template <typename Get, typename Set>
-int Race(long count, Get get, Set set) {
+int Race(long count, const std::function<long()>& get, const std::function<void(long)>& set) {
     for (long i = 0; i < count; ++i) {
         long written;
         {
@@ -115,32 +99,50 @@ int main(int argc, char** argv) {
     ZR::PagedArray<ZR::UniString, 8> args{ZR::UniString(std::string("BaseFolder=") + argv[1])};
     KRC::InitKRClient(args);
     const std::string mode = argv[2], folder = argv[3], number = argv[4];
-    int rc = 2;
+    if (mode == "login") Loop(std::stol(number), SaveToken);
     if (mode == "create") {
-        rc = Create(folder, number);
-    } else if (mode == "record") {
-        rc = Record(folder, static_cast<unsigned>(std::stoul(number)));
-    } else if (mode == "options") {
-        rc = Options(folder, std::stoi(number));
-    } else if (mode == "options-race") {
-        StartRegistry(folder);
-        rc = Race(
-            std::stol(number), [] { return static_cast<long>(registeredProjects.GetPeriodTime()); },
-            [](long v) { registeredProjects.SetPeriodTime(static_cast<int>(v)); });
-    } else if (mode == "registry-race") {
-        StartRegistry(folder);
-        IO::Location project;
-        Info("/Shared/Race").ToKerrowLocation(&project);
-        rc = Race(
-            std::stol(number),
-            [&] { return static_cast<long>(registeredProjects.GetVisitCount(project)); },
-            [&](long v) {
-                bool created = false;
-                std::unique_ptr<KRC::CachedProjectInfo> record(
-                    registeredProjects.CreateCachedProjectInfo(project, created));
-                registeredProjects.SetVisitCount(project, static_cast<unsigned>(v));
-            });
+        Say("ready");
+        Loop(0, [&](long i) {
+            std::string made;
+            {
+                KRC::CachedProjectInfo record(Info(number + "/" + std::to_string(i)), Loc(folder));
+                made = record.GetCacheFolderLocation().ToPath().Std();
+            }
+            std::filesystem::remove_all(made);
+        });
     }
+    if (mode == "record") {
+        KRC::CachedProjectInfo record{Loc(folder)};
+        Say("ready");
+        Loop(std::stol(number) + 1,
+             [&](long v) { record.SetVisitCount(static_cast<unsigned>(v)); });
+    }
+    RegisteredProjects::Init(Loc(folder), "Projects", "Libraries");
+    if (mode == "options") {
+        Say("ready");
+        Loop(std::stol(number) + 1,
+             [](long v) { registeredProjects.SetPeriodTime(static_cast<int>(v)); });
+    }
+    IO::Location project;
+    Info("/Shared/Race").ToKerrowLocation(&project);
+    const bool options = mode == "options-race";
+    if (!options && mode != "registry-race") return 2;
+    int rc = Race(
+        std::stol(number),
+        [&] {
+            return options ? registeredProjects.GetPeriodTime()
+                           : static_cast<long>(registeredProjects.GetVisitCount(project));
+        },
+        [&](long v) {
+            if (options) {
+                registeredProjects.SetPeriodTime(static_cast<int>(v));
+                return;
+            }
+            bool created = false;
+            std::unique_ptr<KRC::CachedProjectInfo> record(
+                registeredProjects.CreateCachedProjectInfo(project, created));
+            registeredProjects.SetVisitCount(project, static_cast<unsigned>(v));
+        });
     KRC::CloseKRClient();
     return rc;
 }
