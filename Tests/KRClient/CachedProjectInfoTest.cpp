@@ -259,16 +259,6 @@ TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
               std::string::npos);
 }
 
-TEST_F(CachedProjectInfoTest, FailedWriteIsAnEventAndStillReachesObservers) {
-    CachedProjectInfo record(Info("https://srv", "/P", "anna"), Main());
-    std::filesystem::remove_all(record.GetCacheFolderLocation().ToPath().Std());
-    krtest::EventRecorder counter;
-    record.SetVisitCount(4);
-    EXPECT_EQ(counter.writes, 1);
-    ASSERT_EQ(counter.errors.size(), 1u);
-    EXPECT_EQ(counter.errors[0].first, KRC::FileOpeningFailed);
-}
-
 TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {
     CachedProjectInfo mine(Info("https://srv", "/P", "anna"), Main());
     CachedProjectInfo theirs(mine.GetCacheFolderLocation());
@@ -277,6 +267,15 @@ TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {
         mine.Refresh();
         EXPECT_EQ(mine.GetVisitCount(), i);
     }
+}
+
+TEST_F(CachedProjectInfoTest, WriteIntoAVanishedFolderIsAnOpeningFailure) {
+    CachedProjectInfo record(Info("https://srv", "/P", "anna"), Main());
+    std::filesystem::remove_all(record.GetCacheFolderLocation().ToPath().Std());
+    krtest::EventRecorder events;
+    record.SetVisitCount(4);
+    ASSERT_EQ(events.errors.size(), 1u);
+    EXPECT_EQ(events.errors[0].first, KRC::FileOpeningFailed);
 }
 
 TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) {

@@ -64,6 +64,7 @@ TEST_F(FaultStoredFiles, CacheInfoUpdate) {
                                  ASSERT_NE(after.find("<VisitCount>7<"), std::string::npos);
                                  EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
                                  EXPECT_EQ(record->GetVisitCount(), 7u);  // written or not
+                                 EXPECT_EQ(events->writes, 1);  // observers hear of it anyway
                                  EXPECT_FALSE(HasTemporaryFile(folder));
                                  EXPECT_EQ(krtest::ModeOf(path), 0600u);
                              }};
