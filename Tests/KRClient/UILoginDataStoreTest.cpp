@@ -33,25 +33,6 @@ protected:
     }
 };
 
-TEST_F(UILoginDataStoreTest, AddServerRefusesNullInfoAndNonHttpUrlsAndStoresUrlsUnchanged) {
-    UILoginDataStore store(UILoginDataStore::ForWriting);
-    EXPECT_THROW(store.AddServer(ZR::Ref<ServerInfo>(), "https://a.example"),
-                 KRC::KRClientException);
-    EXPECT_THROW(store.AddServer(Info("ftp://a.example"), "https://a.example"),
-                 KRC::KRClientException);
-    // An empty unique URL is judged by the url argument.
-    EXPECT_THROW(store.AddServer(Info(""), "a.example"), KRC::KRClientException);
-    EXPECT_TRUE(store.IsEmpty());
-    EXPECT_FALSE(store.IsChanged());
-
-    store.AddServer(Info("HTTPS://Srv.Example/", "Srv"), "Http://Srv.Example:443");
-    store.AddServer(Info(""), "https://plain.example");
-    EXPECT_TRUE(store.IsChanged());
-    EXPECT_EQ(store.GetServer("https://srv.example").GetUniqueURL(), "HTTPS://Srv.Example/");
-    EXPECT_EQ(store.GetServer("https://srv.example").GetCommonConnections()[0],
-              "Http://Srv.Example:443");
-}
-
 TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWorkingCopy) {
     {
         UILoginDataStore untouched(UILoginDataStore::ForWriting);
@@ -83,15 +64,28 @@ TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWork
     EXPECT_FALSE(shared.Write());
 }
 
-TEST_F(UILoginDataStoreTest, QuestionsAnswerFromTheWorkingCopy) {
+TEST_F(UILoginDataStoreTest, AddServerTakesOnlyHttpAndQuestionsAnswerFromTheWorkingCopy) {
     StoreTwoServers();
     UILoginDataStore store(UILoginDataStore::ForReading);
+    EXPECT_THROW(store.AddServer(ZR::Ref<ServerInfo>(), "https://c.example"),
+                 KRC::KRClientException);
+    EXPECT_THROW(store.AddServer(Info("ftp://c.example"), "https://c.example"),
+                 KRC::KRClientException);
+    // An empty unique URL is judged by the url argument.
+    EXPECT_THROW(store.AddServer(Info(""), "c.example"), KRC::KRClientException);
+    EXPECT_FALSE(store.IsChanged());
+    // URLs are stored as given.
+    store.AddServer(Info("HTTPS://Srv.Example/", "Srv"), "Http://Srv.Example:443");
+    store.AddServer(Info(""), "https://nameless.example");
+    EXPECT_TRUE(store.IsChanged());
+    EXPECT_EQ(store.GetServer("https://srv.example").GetUniqueURL(), "HTTPS://Srv.Example/");
+    EXPECT_EQ(store.GetServer("https://srv.example").GetCommonConnections()[0],
+              "Http://Srv.Example:443");
+
     EXPECT_EQ(store.GetServerVersion("https://a-alias.example"), 2603);
     EXPECT_EQ(store.GetServerFriendlyName("https://a.example/"), "A");
-    store.AddServer(Info("https://nameless.example"), "https://nameless.example");
     EXPECT_EQ(store.GetServerFriendlyName("https://NAMELESS.example"), "https://NAMELESS.example");
     EXPECT_EQ(store.GetServerFriendlyName("https://unknown.example"), "https://unknown.example");
-
     EXPECT_TRUE(store.HasServer());
     EXPECT_TRUE(store.HasActiveConnection());
     EXPECT_TRUE(store.HasAnyUsers());

@@ -123,23 +123,7 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
     ASSERT_TRUE(InitKRClientBase({ZR::UniString("BaseFolder=" + Base())}));
     LoginDataStoreCache& cache = LoginDataStoreCache::GetInstance();
     cache.ResetForTesting();
-    std::vector<std::string> messages;
-    auto expectRefused = [&](auto&& call) {
-        try {
-            call();
-            ADD_FAILURE() << "not refused";
-        } catch (const ZR::ZRException& e) {
-            messages.push_back(e.GetMessage().Std());
-        }
-    };
     ZR::Ref<LoginDataStore> store = cache.GetLoginDataStoreCopy(OpenForWriting);
-    using Kerrow::PortalServer::Client::Management::ServerInfo;
-    expectRefused([&] { store->StoreServer(ServerInfo(), withPassword, ""); });
-    expectRefused([&] { store->GetRefreshToken(withPassword, "anna"); });
-    expectRefused([&] {
-        IO::Location location;
-        KRCB::CreateServerLocation(location, withPassword, "anna", token);
-    });
     store->SetRefreshToken("https://srv.example", "anna", token + "-2");
     ASSERT_TRUE(cache.SaveToFile(*store));
     // A damaged file is set aside whole, token included, as a login data file.
@@ -149,7 +133,6 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
 
     std::string everything;
     for (const auto& run : runs) everything += run.out + run.err;
-    for (const auto& message : messages) everything += message + "\n";
     everything += log.GetText();
     for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Path())) {
         if (!entry.is_regular_file()) continue;
