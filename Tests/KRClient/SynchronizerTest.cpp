@@ -71,7 +71,10 @@ TEST_F(SynchronizerTest, OptionsSetUnderTheLockAreWrittenWhenTheLastGuardGoes) {
     EXPECT_EQ(registeredProjects.GetPeriodTime(), 7);
 }
 
-TEST_F(SynchronizerTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
+// Tests that start threads; CI runs them under ThreadSanitizer too.
+class SynchronizerThreadTest : public SynchronizerTest {};
+
+TEST_F(SynchronizerThreadTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrupted) {
     Init();
     krtest::WriteFile(LockFile(), "");
     IO::File holder(Loc(LockFile()));

@@ -532,7 +532,10 @@ TEST_F(LoginDataStoreCacheTest, TheBaseFolderIsMadeOwnerOnlyAndWithoutOneLoginDa
     Cache().CheckSave();  // nothing pending: quiet
 }
 
-TEST_F(LoginDataStoreCacheTest, ConcurrentWritersInOneProcessLoseNothing) {
+// Tests that start threads; CI runs them under ThreadSanitizer too.
+class LoginDataStoreCacheThreadTest : public LoginDataStoreCacheTest {};
+
+TEST_F(LoginDataStoreCacheThreadTest, ConcurrentWritersInOneProcessLoseNothing) {
     constexpr int kThreads = 4, kUsers = 10;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
