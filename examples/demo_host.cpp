@@ -139,8 +139,8 @@ int main(int argc, char** argv) {
     KRC::CloseKRClient();
     std::printf(
         "\nDone. Inspect the files with:\n  build/dev/Tools/krctl/krctl cache show %s\n  "
-        "build/dev/Tools/krctl/krctl --data-folder %s/shared "
-        "registry list\n",
-        tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str());
+        "build/dev/Tools/krctl/krctl --data-folder %s/shared registry list\n  "
+        "build/dev/Tools/krctl/krctl --data-folder %s/shared doctor\n",
+        tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str(), root.c_str());
     return 0;
 }
