@@ -4,6 +4,7 @@
 #include <string>
 
 #include "IO/File.h"
+#include "IO/Internal/StampedFile.h"
 #include "KRCB/Paths.h"
 #include "KRClient/Internal/ServerUrl.h"
 #include "KRClient/KRClientExceptions.h"
@@ -309,17 +310,28 @@ bool CachedProjectInfo::SetProjectConnectionInfo(const ProjectConnectionInfo& in
 }
 
 void CachedProjectInfo::Refresh() {
+    RefreshIfPresent();
+}
+
+bool CachedProjectInfo::RefreshIfPresent(bool* reread) {
+    if (reread) *reread = false;
+    // One stat: this runs for every record of every walk over a known folder.
+    const std::string path = GetCacheInfoFilePath();
+    if (path.empty()) return false;
+    IO::FileStamp now;
+    int status = IO::StatStamp(path.c_str(), &now);
+    // Something of the name stands there, but not a file that could be read.
+    if (status == IO::kErrIsAFolder) return true;
+    if (status != IO::kOk) return false;
+    // Inequality, not "newer": a file put back from elsewhere counts too.
+    if (now.changeStamp == fileStamp) return true;
+    if (reread) *reread = true;
     try {
-        IO::Location location;
-        IO::File file(GetCacheInfoFileLocation(&location), IO::kNotFoundFail);
-        if (file.GetStatus() != IO::kOk) return;
-        std::uint64_t stamp = 0;
-        if (file.GetChangeStamp(&stamp) != IO::kOk) return;
-        // Inequality, not "newer": a file put back from elsewhere counts too.
-        if (stamp != fileStamp) ReadFromDisc(true);
+        ReadFromDisc(true);
     } catch (...) {
         // A record that can't be read now keeps what it had; the next look tries again.
     }
+    return true;
 }
 
 }  // namespace KRC

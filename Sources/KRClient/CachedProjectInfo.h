@@ -6,6 +6,7 @@
 /// attempt. The refresh token is not a field: it lives in the login data store.
 
 #include <cstdint>
+#include <string>
 
 #include "IO/Location.h"
 #include "KRCB/CachedProjectInfo.h"
@@ -15,9 +16,14 @@
 #include "ZR/EventSource.h"
 #include "ZR/UniString.h"
 
+namespace ZR {
+class XMLIChannel;
+}
+
 namespace KRC {
 
 class CachedProjectInfo;
+class CacheInfoReader;
 
 /// Both the listener's base and, as its one instance, the sender.
 class KRCLIENT_EXPORT CachedProjectInfoObserver : public ZR::EventObserver, public ZR::EventSource {
@@ -123,6 +129,9 @@ public:
 
     /// Re-reads the file if it changed since this object last saw it.
     void Refresh();
+    /// Refresh with one look at the file: false, and nothing read, if the
+    /// folder holds no info file. *reread tells whether the file was read again.
+    bool RefreshIfPresent(bool* reread = nullptr);
     /// Writes even inside an update.
     void WriteToDisc() { WriteToDiscIfComplete(true); }
 
@@ -152,6 +161,11 @@ protected:
     std::int32_t _GetXMLVersion() const override { return xmlVersion; }
 
 private:
+    friend class CacheInfoReader;
+    struct Unread {};
+    /// A record of cacheFolder with every field empty, for a reader to fill.
+    CachedProjectInfo(const IO::Location& cacheFolder, Unread) : cacheFolder(cacheFolder) {}
+
     template <typename T>
     void SetField(T& field, const T& value);
 
@@ -162,6 +176,11 @@ private:
     void WriteToDiscIfComplete(bool force) const;
     void WriteFile() const;  ///< steps that may throw, used by WriteToDiscIfComplete
     void ReadFile();         ///< steps that may throw, used by ReadFromDisc
+    /// The elements of the file in order: 0, or the status of the first failure.
+    int ReadFields(ZR::XMLIChannel& in);
+    /// After the fields: the time and stamp of what was read, if known.
+    void TakeFileStamp(bool stamped, std::int32_t time, std::uint64_t stamp);
+    std::string GetCacheInfoFilePath() const;
     void SetModificationTime() const;
     // The file's time and stamp as they are now; false if they can't be had.
     bool GetFileStamp(std::int32_t* time, std::uint64_t* stamp) const;

@@ -1,6 +1,7 @@
 // "CacheInfo.xml": reading at every data version, writing at the current one.
 
 #include "IO/File.h"
+#include "IO/Internal/StampedFile.h"
 #include "KRCB/Paths.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/InfoXMLsChannel.h"
@@ -19,11 +20,24 @@ void Check(int status, const IO::Location& location) {
 
 }  // namespace
 
+std::string CachedProjectInfo::GetCacheInfoFilePath() const {
+    const std::string& folder = cacheFolder.GetLocalPath().Std();
+    if (folder.empty()) return std::string();
+    std::string path;
+    path.reserve(folder.size() + 1 + std::char_traits<char>::length(kCacheInfoFileName));
+    path += folder;
+    if (folder != "/") path += '/';
+    path += kCacheInfoFileName;
+    return path;
+}
+
 bool CachedProjectInfo::GetFileStamp(std::int32_t* time, std::uint64_t* stamp) const {
-    IO::Location location;
-    IO::File file(GetCacheInfoFileLocation(&location), IO::kNotFoundFail);
-    return file.GetStatus() == IO::kOk && file.GetModificationTime(time) == IO::kOk &&
-           file.GetChangeStamp(stamp) == IO::kOk;
+    const std::string path = GetCacheInfoFilePath();
+    IO::FileStamp now;
+    if (path.empty() || IO::StatStamp(path.c_str(), &now) != IO::kOk) return false;
+    *time = now.modificationTime;
+    *stamp = now.changeStamp;
+    return true;
 }
 
 void CachedProjectInfo::SetModificationTime() const {
@@ -129,71 +143,84 @@ void CachedProjectInfo::ReadFile() {
         throw FileOpeningError(location);
     }
 
-    auto check = [&](int status) { Check<ErrorReadingFile>(status, location); };
+    Check<ErrorReadingFile>(ReadFields(*in), location);
+    TakeFileStamp(stamped, time, stamp);
+    holder.Close();
+}
+
+int CachedProjectInfo::ReadFields(ZR::XMLIChannel& in) {
+    // Each step reads one element straight into its field; the first failure ends the read.
+#define KRC_READ(key, field) \
+    if (int status = in.Read(key, field); status != 0) return status
     std::uint16_t version = 0;
-    check(in->Read("DataVersion", &version));
+    KRC_READ("DataVersion", &version);
     xmlVersion = version;
 
-    if (version >= 1) check(in->Read("LoginName", &loginName));
-    check(in->Read("UserName", &userName));
-    check(in->Read("UserId", &userId));
-    if (version >= 8) check(in->Read("ProjectPath", &projectPath));
-    check(in->Read("ProjectName", &projectName));
+    if (version >= 1) KRC_READ("LoginName", &loginName);
+    KRC_READ("UserName", &userName);
+    KRC_READ("UserId", &userId);
+    if (version >= 8) KRC_READ("ProjectPath", &projectPath);
+    KRC_READ("ProjectName", &projectName);
     if (projectPath.IsEmpty()) projectPath = projectName;
-    if (version >= 3) check(in->Read("ProjectCategoryName", &projectCategoryName));
-    check(in->Read("ServerName", &serverName));
-    check(in->Read("Port", &port));
-    if (version >= 8) check(in->Read("PortalServerUrl", &portalServerUrl));
-    if (version >= 10)
-        check(in->Read("ModelServerName", &modelServerPath));
-    else
+    if (version >= 3) KRC_READ("ProjectCategoryName", &projectCategoryName);
+    KRC_READ("ServerName", &serverName);
+    KRC_READ("Port", &port);
+    if (version >= 8) KRC_READ("PortalServerUrl", &portalServerUrl);
+    if (version >= 10) {
+        KRC_READ("ModelServerName", &modelServerPath);
+    } else {
         modelServerPath.Clear();
-    check(in->Read("SessionId", &sessionId));
-    check(in->Read("LogonId", &logonId));
-    check(in->Read("RoleName", &roleName));
+    }
+    KRC_READ("SessionId", &sessionId);
+    KRC_READ("LogonId", &logonId);
+    KRC_READ("RoleName", &roleName);
     if (version >= 2) {
-        check(in->Read("UserColorList", &userColorList));
-        check(in->Read("ColorMode", &colorMode));
+        KRC_READ("UserColorList", &userColorList);
+        KRC_READ("ColorMode", &colorMode);
     }
     std::uint32_t count = 0;
-    check(in->Read("PermissionCount", &count));
+    KRC_READ("PermissionCount", &count);
     permissions.Clear();
     for (std::uint32_t i = 0; i < count; ++i) {
         ZR::UniString permission;
-        check(in->Read("Permission", &permission));
+        KRC_READ("Permission", &permission);
         permissions.Add(permission);
     }
-    check(in->Read("ProjectId", &projectId));
-    check(in->Read("UnsentChange", &unsentChanges));
-    if (version >= 2) check(in->Read("ProjectForcedOffline", &projectForcedOffline));
+    KRC_READ("ProjectId", &projectId);
+    KRC_READ("UnsentChange", &unsentChanges);
+    if (version >= 2) KRC_READ("ProjectForcedOffline", &projectForcedOffline);
     if (version >= 5) {
-        check(in->Read("LastOpenProjectTime", &lastOpenProjectTime));
-        check(in->Read("TravelPackageCreationTime", &travelPackageCreationTime));
-        check(in->Read("TravelPackageCreated", &travelPackageCreated));
-        check(in->Read("ExtractedFromTravelPackage", &extractedFromTravelPackage));
-        check(in->Read("EnableTravelPackageWarningAtClose", &enableTravelPackageWarningAtClose));
+        KRC_READ("LastOpenProjectTime", &lastOpenProjectTime);
+        KRC_READ("TravelPackageCreationTime", &travelPackageCreationTime);
+        KRC_READ("TravelPackageCreated", &travelPackageCreated);
+        KRC_READ("ExtractedFromTravelPackage", &extractedFromTravelPackage);
+        KRC_READ("EnableTravelPackageWarningAtClose", &enableTravelPackageWarningAtClose);
     }
     if (version >= 6) {
-        check(in->Read("ProjectVersion", &projectVersion));
-        check(in->Read("ProjectBuild", &projectBuildNum));
-        check(in->Read("ProjectDetached", &projectDetached));
+        KRC_READ("ProjectVersion", &projectVersion);
+        KRC_READ("ProjectBuild", &projectBuildNum);
+        KRC_READ("ProjectDetached", &projectDetached);
     } else {
         projectVersion = version == 5 ? "14.0.0.0 (C-107)" : "13.0.0.0";
     }
-    if (version >= 7)
-        check(in->Read("VisitCount", &visitCount));
-    else
+    if (version >= 7) {
+        KRC_READ("VisitCount", &visitCount);
+    } else {
         visitCount = 0;
+    }
+#undef KRC_READ
+    return 0;
+}
 
+void CachedProjectInfo::TakeFileStamp(bool stamped, std::int32_t time, std::uint64_t stamp) {
     // A newer writer's file: leave the time alone, so the next Refresh reads it again.
-    if (version <= kCacheInfoDataVersion) {
+    if (xmlVersion <= kCacheInfoDataVersion) {
         if (stamped) {
             modificationTime = time;
             fileStamp = stamp;
         }
         if (lastOpenProjectTime == 0) lastOpenProjectTime = modificationTime;
     }
-    holder.Close();
 }
 
 void CachedProjectInfo::ClearOnReadFailure() {

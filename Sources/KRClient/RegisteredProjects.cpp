@@ -4,7 +4,12 @@
 #include "KRClient/RegisteredProjects.h"
 
 #include <algorithm>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "KRClient/Internal/CacheInfoReader.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
 
@@ -16,12 +21,24 @@ ZR::Array<RegisteredProjects::CacheInfoRecord> RegisteredProjects::mCacheInforeg
 
 namespace {
 
-// What RefreshCacheFolderEnumCallback works on: the records and an index of
-// their folders, so that a walk over many folders stays linear.
-struct RefreshWalk {
-    ZR::Array<RegisteredProjects::CacheInfoRecord>* records;
-    ZR::HashTable<ZR::UniString, std::size_t> byFolder;
-};
+using Records = ZR::Array<RegisteredProjects::CacheInfoRecord>;
+
+// Appends a record for every readable cache folder of the listing; folders
+// without an info file, or with one that can't be read, are left out silently.
+void AddRecords(const IO::Location& mainFolder, const std::vector<IO::Folder::Item>& items,
+                Records& records) {
+    CacheInfoReader reader(mainFolder, items);
+    records.EnsureCapacity(records.GetSize() + reader.GetCount());
+    for (std::size_t i = 0; i < reader.GetCount(); ++i) {
+        try {
+            if (std::unique_ptr<CachedProjectInfo> info = reader.Read(i))
+                records.Emplace(info.release());
+        } catch (const FileOpeningError&) {
+            // Left out until it can be read; nothing is reported.
+        } catch (const ErrorReadingFile&) {
+        }
+    }
+}
 
 // Removes, keeping the order of the rest, the records not seen by the walk
 // and the record of excludedFolder.
@@ -42,14 +59,29 @@ void RemoveUnseen(ZR::Array<RegisteredProjects::CacheInfoRecord>& records,
 }  // namespace
 
 RegisteredProjects::CacheInfoRecord::CacheInfoRecord(const CacheInfoRecord& other)
-    : notSeen(other.notSeen), info(other.info ? new CachedProjectInfo(*other.info) : nullptr) {}
+    : notSeen(other.notSeen),
+      info(other.info ? new CachedProjectInfo(*other.info) : nullptr),
+      foldedPath(other.foldedPath),
+      foldedUser(other.foldedUser) {}
 
 RegisteredProjects::CacheInfoRecord& RegisteredProjects::CacheInfoRecord::operator=(
     const CacheInfoRecord& other) {
     if (this == &other) return *this;
     notSeen = other.notSeen;
     info.reset(other.info ? new CachedProjectInfo(*other.info) : nullptr);
+    foldedPath = other.foldedPath;
+    foldedUser = other.foldedUser;
     return *this;
+}
+
+void RegisteredProjects::CacheInfoRecord::UpdateKeys() {
+    if (!info) {
+        foldedPath.Clear();
+        foldedUser.Clear();
+        return;
+    }
+    foldedPath = info->GetProjectPath().FoldCase();
+    foldedUser = info->GetLoginName().FoldCase();
 }
 
 // The observer bases detach from every source they know; an explicit Detach
@@ -109,11 +141,11 @@ void RegisteredProjects::RegisterCaches(const IO::Location* excludedFolder) {
     IO::Location location;
     dataOptions.GetMainProjectCacheFolder(&location, false);
     IO::Folder folder(location, IO::kNotFoundCreate);
-    if (folder.GetStatus() != IO::kOk || folder.IsEmpty()) return;
-    std::size_t folders = folder.CountFolders();
-    if (folders == 0) return;
-    mCacheInforegister.EnsureCapacity(folders);
-    folder.Enumerate(CacheFolderEnumCallback, 1, 2, &mCacheInforegister);
+    if (folder.GetStatus() != IO::kOk) return;
+    // One listing serves the emptiness test, the count and the walk.
+    std::vector<IO::Folder::Item> items;
+    if (folder.List(&items, 1) != IO::kOk) return;
+    AddRecords(location, items, mCacheInforegister);
     RemoveUnseen(mCacheInforegister, excludedFolder);
 }
 
@@ -122,66 +154,50 @@ void RegisteredProjects::RefreshCaches(const IO::Location* excludedFolder) {
     dataOptions.GetMainProjectCacheFolder(&location, false);
     IO::Folder folder(location, IO::kNotFoundCreate);
     if (folder.GetStatus() != IO::kOk) return;
-    if (folder.IsEmpty()) {
+    std::vector<IO::Folder::Item> items;
+    if (folder.List(&items, 1) != IO::kOk || items.empty()) {
         mCacheInforegister.Clear();
         return;
     }
-    std::size_t folders = folder.CountFolders();
-    RefreshWalk walk{&mCacheInforegister, {}};
-    mCacheInforegister.EnsureCapacity(std::max(folders, mCacheInforegister.GetSize()));
+    // The records by folder path, so that a walk over many folders stays
+    // linear; emplace keeps the first, the one the walk must meet.
+    std::unordered_map<std::string, std::size_t> byFolder;
+    byFolder.reserve(mCacheInforegister.GetSize());
     for (std::size_t i = 0; i < mCacheInforegister.GetSize(); ++i) {
         CacheInfoRecord& record = mCacheInforegister[i];
         record.notSeen = true;
-        // Add keeps the first: the walk meets the earliest record of a folder.
-        if (record.info) walk.byFolder.Add(record.info->GetCacheFolderLocation().ToText(), i);
+        if (record.info)
+            byFolder.emplace(record.info->GetCacheFolderLocation().GetLocalPath().Std(), i);
     }
-    if (folders > 0) folder.Enumerate(RefreshCacheFolderEnumCallback, 1, 2, &walk);
-    RemoveUnseen(mCacheInforegister, excludedFolder);
-}
-
-bool RegisteredProjects::CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
-                                                 bool isFolder, void* argument) {
-    if (!isFolder) return true;
-    IO::Location location = folder.GetLocation() + name;
-    if (!CachedProjectInfo::CachedProjectInfoExist(location)) return true;
-    try {
-        auto* records = static_cast<ZR::Array<CacheInfoRecord>*>(argument);
-        records->Emplace(new CachedProjectInfo(location));
-    } catch (const FileOpeningError&) {
-        // Left out until it can be read; nothing is reported.
-    } catch (const ErrorReadingFile&) {
-    }
-    return true;
-}
-
-bool RegisteredProjects::RefreshCacheFolderEnumCallback(const IO::Folder& folder,
-                                                        const IO::Name& name, bool isFolder,
-                                                        void* argument) {
-    if (!isFolder) return true;
-    IO::Location location = folder.GetLocation() + name;
-    if (!CachedProjectInfo::CachedProjectInfoExist(location)) return true;
-    auto* walk = static_cast<RefreshWalk*>(argument);
-    if (const std::size_t* index = walk->byFolder.Find(location.ToText())) {
-        CacheInfoRecord& record = (*walk->records)[*index];
-        if (record.info && record.info->GetCacheFolderLocation() == location) {
-            record.info->Refresh();
-            record.notSeen = false;
-            return true;
+    CacheInfoReader reader(location, items);
+    mCacheInforegister.EnsureCapacity(std::max(reader.GetCount(), mCacheInforegister.GetSize()));
+    for (std::size_t i = 0; i < reader.GetCount(); ++i) {
+        auto known = byFolder.find(std::string(reader.GetFolderPath(i)));
+        if (known != byFolder.end()) {
+            // A known folder costs one look at its file; a missing file
+            // leaves the record unseen, and so it goes.
+            CacheInfoRecord& record = mCacheInforegister[known->second];
+            bool reread = false;
+            if (record.info->RefreshIfPresent(&reread)) record.notSeen = false;
+            if (reread) record.UpdateKeys();
+            continue;
+        }
+        try {
+            if (std::unique_ptr<CachedProjectInfo> info = reader.Read(i))
+                mCacheInforegister.Emplace(info.release());
+        } catch (...) {
+            // A folder that can't be read now comes in at a later walk.
         }
     }
-    try {
-        walk->records->Emplace(new CachedProjectInfo(location));
-    } catch (...) {
-        // A folder that can't be read now comes in at a later walk.
-    }
-    return true;
+    RemoveUnseen(mCacheInforegister, excludedFolder);
 }
 
 void RegisteredProjects::SearchCaches(const IO::Location& location,
                                       ZR::Array<CacheInfoRecord>& records) {
     IO::Folder folder(location, IO::kNotFoundFail);
-    if (folder.GetStatus() != IO::kOk || folder.IsEmpty() || folder.CountFolders() == 0) return;
-    folder.Enumerate(CacheFolderEnumCallback, 1, 2, &records);
+    std::vector<IO::Folder::Item> items;
+    if (folder.GetStatus() != IO::kOk || folder.List(&items, 1) != IO::kOk) return;
+    AddRecords(location, items, records);
 }
 
 void RegisteredProjects::KRDataFolderChanged() {
@@ -199,6 +215,7 @@ void RegisteredProjects::ContentWrittenToDisc(const CachedProjectInfo* written) 
         if (!folder.IsEmpty() && record.info && record.info->GetCacheFolderLocation() == folder) {
             // Assigning writes nothing, so this doesn't come back here.
             record.info->AssignContent(*written);
+            record.UpdateKeys();
             return;
         }
     }

@@ -53,14 +53,22 @@ public:
     /// One entry of the registry; owns its record, and a copy copies it.
     struct CacheInfoRecord {
         CacheInfoRecord() = default;
-        explicit CacheInfoRecord(CachedProjectInfo* owned) : info(owned) {}
+        explicit CacheInfoRecord(CachedProjectInfo* owned) : info(owned) { UpdateKeys(); }
         CacheInfoRecord(const CacheInfoRecord& other);
         CacheInfoRecord& operator=(const CacheInfoRecord& other);
         CacheInfoRecord(CacheInfoRecord&&) noexcept = default;
         CacheInfoRecord& operator=(CacheInfoRecord&&) noexcept = default;
 
+        /// Folds the info's project path and login name again; due after
+        /// anything that may have changed them.
+        void UpdateKeys();
+
         bool notSeen = false;
         std::unique_ptr<CachedProjectInfo> info;
+        /// The look-up's keys, folded once here rather than at every
+        /// comparison, so that a look-up compares plain bytes.
+        ZR::UniString foldedPath;
+        ZR::UniString foldedUser;
     };
 
     /// Scoped guard of the lock file "@DataOptions.Lock" in the local data
@@ -286,10 +294,6 @@ private:
 
     void RegisterCaches(const IO::Location* excludedFolder);
     void RefreshCaches(const IO::Location* excludedFolder);
-    static bool CacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
-                                        bool isFolder, void* argument);
-    static bool RefreshCacheFolderEnumCallback(const IO::Folder& folder, const IO::Name& name,
-                                               bool isFolder, void* argument);
     static void SearchCaches(const IO::Location& folder, ZR::Array<CacheInfoRecord>& records);
 
     bool GetCacheIndex(const IO::Location& location, std::size_t& index, bool refreshFound);

@@ -1,6 +1,8 @@
 // Finding a project's record by its project location, making new records,
 // and the per-project operations built on the look-up.
 
+#include <string>
+
 #include "KRCB/Paths.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/RegisteredProjects.h"
@@ -39,19 +41,26 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
     TemporaryModification::GetInstance().GetCacheRenameModification(server, user, path,
                                                                     alternativePath);
 
+    // The query is folded once; the records carry their keys folded, so the
+    // walk compares plain bytes and allocates nothing.
+    const std::string foldedPath = path.FoldCase().Std();
+    const std::string foldedUser = user.FoldCase().Std();
+    const std::string foldedAlternative =
+        alternativePath.IsEmpty() ? std::string() : alternativePath.FoldCase().Std();
+
     constexpr std::size_t kNone = static_cast<std::size_t>(-1);
     std::size_t strict = kNone;
     std::size_t loose = kNone;
     std::size_t looseCount = 0;
-    for (std::size_t i = 0; i < mCacheInforegister.GetSize(); ++i) {
-        const CachedProjectInfo* info = mCacheInforegister[i].info.get();
-        if (!info) continue;
-        ZR::UniString recordPath = info->GetProjectPath();
-        if (!recordPath.IsEqual(path, ZR::kIgnoreCase) &&
-            (alternativePath.IsEmpty() || !recordPath.IsEqual(alternativePath, ZR::kIgnoreCase)))
+    const std::size_t count = mCacheInforegister.GetSize();
+    for (std::size_t i = 0; i < count; ++i) {
+        const CacheInfoRecord& record = mCacheInforegister[i];
+        const std::string& recordPath = record.foldedPath.Std();
+        if (recordPath != foldedPath &&
+            (foldedAlternative.empty() || recordPath != foldedAlternative))
             continue;
-        if (!info->GetLoginName().IsEqual(user, ZR::kIgnoreCase)) continue;
-        ZR::UniString recordServer = RecordServer(*info);
+        if (record.foldedUser.Std() != foldedUser || !record.info) continue;
+        const ZR::UniString recordServer = RecordServer(*record.info);
         if (KRCB::IsEqualServerUrls(recordServer, server, true)) {
             strict = i;
             break;
@@ -65,10 +74,11 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
     if (found == kNone) return false;
 
     index = found;
-    CachedProjectInfo* info = mCacheInforegister[found].info.get();
-    if (!refreshFound || !info) return true;
-    if (!CachedProjectInfo::CachedProjectInfoExist(info->GetCacheFolderLocation())) return false;
-    info->Refresh();
+    CacheInfoRecord& record = mCacheInforegister[found];
+    if (!refreshFound || !record.info) return true;
+    bool reread = false;
+    if (!record.info->RefreshIfPresent(&reread)) return false;
+    if (reread) record.UpdateKeys();
     return true;
 }
 
@@ -131,7 +141,14 @@ void RegisteredProjects::SetByLocation(const IO::Location& location, F&& set) {
     try {
         Synchronizer sync;
         // The guard's first reading made the registry fresh.
-        if (CachedProjectInfo* info = GetCacheInfo(location, false)) set(*info);
+        std::size_t index = 0;
+        if (!GetCacheIndex(location, index, false)) return;
+        CachedProjectInfo* info = mCacheInforegister[index].info.get();
+        if (!info) return;
+        set(*info);
+        // The write is heard by the registry, which may have moved records meanwhile.
+        if (index < mCacheInforegister.GetSize() && mCacheInforegister[index].info.get() == info)
+            mCacheInforegister[index].UpdateKeys();
     } catch (...) {
     }
 }

@@ -61,6 +61,9 @@ int Env::Fchmod(int fd, mode_t mode) {
 int Env::Lock(int fd, int command, struct flock* lock) {
     return ::fcntl(fd, command, lock);
 }
+int Env::Advise(int fd, off_t offset, off_t length, int advice) {
+    return ::posix_fadvise(fd, offset, length, advice);
+}
 
 int Env::ListFolder(const char* path, std::vector<FolderEntry>* entries) {
     DIR* dir = ::opendir(path);
@@ -202,6 +205,14 @@ int Fchmod(int fd, mode_t mode) {
 }
 int Lock(int fd, int command, struct flock* lock) {
     return Again([&] { return CurrentEnv().Lock(fd, command, lock); });
+}
+int Advise(int fd, off_t offset, off_t length, int advice) {
+    return Again([&] {
+        int error = CurrentEnv().Advise(fd, offset, length, advice);
+        if (error == 0) return 0;
+        errno = error;
+        return -1;
+    });
 }
 
 int ListFolder(const char* path, std::vector<FolderEntry>* entries) {

@@ -70,15 +70,25 @@ std::size_t Folder::CountFolders() const {
 
 int Folder::Enumerate(EnumCallback callback, int linkProcessing, int /*flags*/,
                       void* argument) const {
+    std::vector<Item> items;
+    if (int status = List(&items, linkProcessing); status != kOk) return status;
+    for (const Item& item : items)
+        if (!callback(*this, Name(ZR::UniString(item.name)), item.isFolder, argument)) break;
+    return kOk;
+}
+
+int Folder::List(std::vector<Item>* items, int linkProcessing) const {
+    items->clear();
     if (mStatus != kOk) return mStatus;
     const std::string path = mLocation.ToPath().Std();
     std::vector<Entry> entries;
     if (int status = ReadEntries(path, &entries); status != kOk) return status;
     std::sort(entries.begin(), entries.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });
-    for (const Entry& entry : entries) {
+    items->reserve(entries.size());
+    for (Entry& entry : entries) {
         bool isFolder = IsFolderEntry(path, entry, linkProcessing == 1);
-        if (!callback(*this, Name(ZR::UniString(entry.name)), isFolder, argument)) break;
+        items->push_back({std::move(entry.name), isFolder});
     }
     return kOk;
 }

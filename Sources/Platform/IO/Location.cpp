@@ -151,6 +151,11 @@ ZR::UniString Location::ToPath() const {
     return mPath;
 }
 
+const ZR::UniString& Location::GetLocalPath() const {
+    static const ZR::UniString kNone;
+    return mKind == Kind::Local ? mPath : kNone;
+}
+
 Location& Location::AppendName(const Name& name) {
     if (name.IsEmpty() || mKind == Kind::Server) return *this;
     if (mKind == Kind::Empty) {

@@ -133,6 +133,8 @@ private:
     State mState = State::Fresh;
 };
 
+}  // namespace
+
 class IChannel final : public ZR::XMLIChannel {
 public:
     // False if the file cannot be read or parsed, or its root has another name.
@@ -142,8 +144,18 @@ public:
         std::string bytes;
         if (IO::fileSystem.ReadWholeFile(location, &bytes, ZR::kXMLMaxFileBytes) != IO::kOk)
             return false;
-        if (!mDocument.load_buffer(bytes.data(), bytes.size(), kParseFlags, pugi::encoding_utf8))
-            return false;
+        return LoadInPlace(bytes.data(), bytes.size(), rootName, false);
+    }
+
+    // The bytes are parsed where they are unless copy; a document loaded
+    // before goes.
+    bool LoadInPlace(char* data, std::size_t size, const char* rootName, bool inPlace = true) {
+        mLevels.clear();
+        if (!rootName) return false;
+        pugi::xml_parse_result parsed =
+            inPlace ? mDocument.load_buffer_inplace(data, size, kParseFlags, pugi::encoding_utf8)
+                    : mDocument.load_buffer(data, size, kParseFlags, pugi::encoding_utf8);
+        if (!parsed) return false;
         pugi::xml_node root = mDocument.document_element();
         if (!root || std::string_view(root.name()) != rootName) return false;
         mLevels.push_back({root, NextElement(root.first_child())});
@@ -151,9 +163,9 @@ public:
     }
 
     int Read(const char* key, ZR::UniString* value) override {
-        std::string text;
+        const char* text = nullptr;
         int status = Take(key, &text);
-        if (status == 0) *value = ZR::UniString(std::move(text));
+        if (status == 0) *value = ZR::UniString(std::string_view(text));
         return status;
     }
     int Read(const char* key, std::uint32_t* value) override { return ReadInteger(key, value); }
@@ -162,7 +174,7 @@ public:
     int Read(const char* key, std::int16_t* value) override { return ReadInteger(key, value); }
 
     int Read(const char* key, bool* value) override {
-        std::string text;
+        const char* text = nullptr;
         if (int status = Take(key, &text); status != 0) return status;
         std::string_view t = Trim(text);
         if (t == "true" || t == "1")
@@ -210,7 +222,8 @@ private:
 
     // Takes the next element if it is called key. A name mismatch leaves it
     // for the next call; a bad value still consumes it.
-    int Take(const char* key, std::string* text) {
+    int Take(const char* key, const char** text) {
+        if (mLevels.empty()) return ZR::kXMLErrState;
         Level& level = mLevels.back();
         if (!level.next || !key || std::string_view(level.next.name()) != key)
             return ZR::kXMLErrNotFound;
@@ -224,7 +237,7 @@ private:
 
     template <typename T>
     int ReadInteger(const char* key, T* value) {
-        std::string text;
+        const char* text = nullptr;
         if (int status = Take(key, &text); status != 0) return status;
         return ParseInteger(text, value) ? 0 : ZR::kXMLErrBadValue;
     }
@@ -233,7 +246,12 @@ private:
     std::vector<Level> mLevels;
 };
 
-}  // namespace
+XMLBufferReader::XMLBufferReader() : mChannel(std::make_unique<IChannel>()) {}
+XMLBufferReader::~XMLBufferReader() = default;
+
+ZR::XMLIChannel* XMLBufferReader::Load(char* data, std::size_t size, const char* rootName) {
+    return mChannel->LoadInPlace(data, size, rootName) ? mChannel.get() : nullptr;
+}
 
 ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName,
                                    int /*exceptionPolicy*/) {

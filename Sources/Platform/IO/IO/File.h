@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "IO/Errors.h"
 #include "IO/IOExport.h"
@@ -63,6 +64,11 @@ private:
 
 class IO_EXPORT Folder {
 public:
+    struct Item {
+        std::string name;
+        bool isFolder = false;
+    };
+
     /// Called for each entry; answer false to stop the walk.
     using EnumCallback = bool (*)(const Folder& folder, const Name& name, bool isFolder,
                                   void* argument);
@@ -79,6 +85,8 @@ public:
     /// links when telling folders from files, 0 reports links as files.
     /// Flags are reserved.
     int Enumerate(EnumCallback callback, int linkProcessing, int flags, void* argument) const;
+    /// The same entries in the same order, from one reading of the folder.
+    int List(std::vector<Item>* items, int linkProcessing) const;
     /// Deletes an entry (a folder with all it holds). dataSafety and
     /// accessDenied are accepted for the interface and not used.
     int Delete(const Name& name, int dataSafety, int accessDenied) const;

@@ -49,6 +49,8 @@ public:
     ///
     /// ToPath: the path text; a server location gives its display text, never the token.
     ZR::UniString ToPath() const;
+    /// The path of a local location without a copy; empty text for any other.
+    const ZR::UniString& GetLocalPath() const;
     Location& AppendName(const Name& name);
     Location operator+(const Name& name) const {
         Location l(*this);

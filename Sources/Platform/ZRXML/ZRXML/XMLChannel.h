@@ -63,6 +63,26 @@ public:
 
 namespace ZRXML {
 
+class IChannel;
+
+/// An input channel over bytes in memory, loaded again for each of many small
+/// documents, so that one document and its memory serve a whole walk.
+class ZRXML_EXPORT XMLBufferReader {
+public:
+    XMLBufferReader();
+    ~XMLBufferReader();
+    XMLBufferReader(const XMLBufferReader&) = delete;
+    XMLBufferReader& operator=(const XMLBufferReader&) = delete;
+
+    /// Parses data in place: the bytes are changed, and must stay as they are
+    /// while the channel is read. Null if they are not a document with this
+    /// root; else the channel, valid until the next Load.
+    ZR::XMLIChannel* Load(char* data, std::size_t size, const char* rootName);
+
+private:
+    std::unique_ptr<IChannel> mChannel;
+};
+
 /// Null if the file can't be read or parsed, or its root element has another name.
 ZRXML_EXPORT ZR::XMLIChannel* CreateXMLIChannel(const IO::Location& location, const char* rootName,
                                                 int exceptionPolicy);

@@ -46,6 +46,8 @@ public:
     virtual int Fchmod(int fd, mode_t mode);
     // fcntl with a lock command (F_OFD_SETLK, F_OFD_SETLKW, F_OFD_GETLK, ...).
     virtual int Lock(int fd, int command, struct flock* lock);
+    // posix_fadvise: 0 or the error number itself (errno is not used).
+    virtual int Advise(int fd, off_t offset, off_t length, int advice);
     // opendir, readdir, closedir: the entries without "." and "..".
     virtual int ListFolder(const char* path, std::vector<FolderEntry>* entries);
     virtual pid_t GetPid();
@@ -99,6 +101,8 @@ int Fstat(int fd, struct stat* st);
 int Chmod(const char* path, mode_t mode);
 int Fchmod(int fd, mode_t mode);
 int Lock(int fd, int command, struct flock* lock);
+// 0, or -1 with errno: a hint only, so callers may ignore the answer.
+int Advise(int fd, off_t offset, off_t length, int advice);
 int ListFolder(const char* path, std::vector<FolderEntry>* entries);
 pid_t GetPid();
 std::string GetCurrentFolder();

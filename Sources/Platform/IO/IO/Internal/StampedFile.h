@@ -1,0 +1,65 @@
+#pragma once
+// Small stored files read whole, each with the stamp of exactly what was read:
+// the stamp comes from the open file, so content and stamp always belong to
+// one version of the file, even while writers replace it.
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace IO {
+
+struct FileStamp {
+    std::int32_t modificationTime = 0;  ///< on the TIGetTime scale
+    std::uint64_t changeStamp = 0;      ///< as File::GetChangeStamp answers
+};
+
+FileStamp StampOf(const struct stat& st);
+
+// One stat, following links: kOk for a file, kErrIsAFolder, kErrNotFound, ...
+int StatStamp(const char* path, FileStamp* stamp);
+
+// Reads a list of files in order, one open, fstat, read and close each, into
+// one buffer that serves every file. Once reads are seen waiting for the disc,
+// the next files of the list are opened early and the kernel is told that
+// they will be read, so that their pages come in while earlier ones are
+// parsed; while everything is in the page cache nothing of that is done.
+class StampedReader {
+public:
+    StampedReader(std::vector<std::string> paths, std::size_t maxBytes);
+    ~StampedReader();
+    StampedReader(const StampedReader&) = delete;
+    StampedReader& operator=(const StampedReader&) = delete;
+
+    std::size_t GetCount() const { return mPaths.size(); }
+    const std::string& GetPath(std::size_t index) const { return mPaths[index]; }
+
+    // Reads file index; files are read in ascending order, each at most once.
+    // kErrNotFound if missing, kErrIsAFolder, kErrTooLarge beyond maxBytes.
+    // On kOk the bytes stay in GetData() until the next Read, and may be
+    // changed in place by the caller.
+    int Read(std::size_t index, FileStamp* stamp);
+    char* GetData() { return mData.data(); }
+    std::size_t GetSize() const { return mSize; }
+
+    // Read-ahead from the first file on, whatever the reads show.
+    void ForceReadAhead() { mReadAhead = true; }
+
+private:
+    void OpenAhead(std::size_t from);
+    int ReadFd(int fd, FileStamp* stamp);
+
+    std::vector<std::string> mPaths;
+    std::size_t mMaxBytes;
+    std::vector<char> mData;
+    std::size_t mSize = 0;
+    bool mReadAhead = false;
+    int mSlowReads = 0;
+    std::size_t mAheadEnd = 0;  ///< files below this were opened early (or tried)
+    std::vector<int> mAhead;    ///< descriptors opened early, -1 where none
+};
+
+}  // namespace IO

@@ -1,0 +1,118 @@
+#include "IO/Internal/StampedFile.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "IO/Errors.h"
+#include "IO/Internal/Env.h"
+#include "ZR/Time.h"
+
+namespace IO {
+namespace {
+
+// Files opened ahead of the read: enough to keep a disc's queue busy, few
+// enough not to matter against the descriptor limit.
+constexpr std::size_t kReadAheadWindow = 32;
+// A read of a few kilobytes from the page cache takes microseconds; one that
+// takes this long waited for the disc.
+constexpr auto kSlowRead = std::chrono::microseconds(200);
+constexpr int kSlowReadsBeforeReadAhead = 2;
+
+}  // namespace
+
+FileStamp StampOf(const struct stat& st) {
+    // FNV-1a over the fields that a replacement or a write changes.
+    const std::uint64_t parts[] = {static_cast<std::uint64_t>(st.st_mtim.tv_sec),
+                                   static_cast<std::uint64_t>(st.st_mtim.tv_nsec),
+                                   static_cast<std::uint64_t>(st.st_ctim.tv_sec),
+                                   static_cast<std::uint64_t>(st.st_ctim.tv_nsec),
+                                   static_cast<std::uint64_t>(st.st_ino),
+                                   static_cast<std::uint64_t>(st.st_size)};
+    std::uint64_t h = 1469598103934665603ull;
+    for (std::uint64_t p : parts)
+        for (int i = 0; i < 8; ++i) {
+            h ^= (p >> (8 * i)) & 0xFF;
+            h *= 1099511628211ull;
+        }
+    FileStamp stamp;
+    stamp.modificationTime = ZR::UnixToTI(st.st_mtim.tv_sec);
+    stamp.changeStamp = h == 0 ? 1 : h;
+    return stamp;
+}
+
+int StatStamp(const char* path, FileStamp* stamp) {
+    struct stat st;
+    if (Sys::Stat(path, &st) != 0) return errno == ENOENT ? kErrNotFound : StatusFromErrno(errno);
+    if (S_ISDIR(st.st_mode)) return kErrIsAFolder;
+    *stamp = StampOf(st);
+    return kOk;
+}
+
+StampedReader::StampedReader(std::vector<std::string> paths, std::size_t maxBytes)
+    : mPaths(std::move(paths)), mMaxBytes(maxBytes), mAhead(mPaths.size(), -1) {}
+
+StampedReader::~StampedReader() {
+    for (std::size_t i = 0; i < mAhead.size(); ++i)
+        if (mAhead[i] >= 0) Sys::Close(mAhead[i]);
+}
+
+void StampedReader::OpenAhead(std::size_t from) {
+    const std::size_t end = std::min(mPaths.size(), from + kReadAheadWindow);
+    for (std::size_t i = std::max(from, mAheadEnd); i < end; ++i) {
+        int fd = Sys::Open(mPaths[i].c_str(), O_RDONLY | O_CLOEXEC);
+        // A file that can't be opened now is tried again when its turn comes.
+        if (fd < 0) continue;
+        Sys::Advise(fd, 0, 0, POSIX_FADV_WILLNEED);
+        mAhead[i] = fd;
+    }
+    mAheadEnd = std::max(mAheadEnd, end);
+}
+
+int StampedReader::Read(std::size_t index, FileStamp* stamp) {
+    mSize = 0;
+    if (mReadAhead) OpenAhead(index + 1);
+    int fd = mAhead[index];
+    mAhead[index] = -1;
+    if (fd < 0) fd = Sys::Open(mPaths[index].c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return errno == ENOENT ? kErrNotFound : StatusFromErrno(errno);
+    int status = ReadFd(fd, stamp);
+    Sys::Close(fd);
+    return status;
+}
+
+int StampedReader::ReadFd(int fd, FileStamp* stamp) {
+    struct stat st;
+    if (Sys::Fstat(fd, &st) != 0) return StatusFromErrno(errno);
+    if (S_ISDIR(st.st_mode)) return kErrIsAFolder;
+    const std::size_t expected = static_cast<std::size_t>(st.st_size);
+    if (expected > mMaxBytes) return kErrTooLarge;
+    // One byte more than the file holds: a read that fills it saw the file grow.
+    if (mData.size() < expected + 2) mData.resize(expected + 2);
+    const auto start = std::chrono::steady_clock::now();
+    std::size_t got = 0;
+    while (true) {
+        // Bounded again while reading: the file may grow meanwhile.
+        if (got == mData.size() - 1) {
+            if (got > mMaxBytes) return kErrTooLarge;
+            mData.resize(std::min(mData.size() * 2, mMaxBytes + 2));
+        }
+        ssize_t n = Sys::Read(fd, mData.data() + got, mData.size() - 1 - got);
+        if (n < 0) return StatusFromErrno(errno);
+        if (n == 0) break;
+        got += static_cast<std::size_t>(n);
+        // A regular file gives less than asked only at its end.
+        if (got < mData.size() - 1) break;
+    }
+    if (got > mMaxBytes) return kErrTooLarge;
+    if (!mReadAhead && std::chrono::steady_clock::now() - start > kSlowRead &&
+        ++mSlowReads >= kSlowReadsBeforeReadAhead)
+        mReadAhead = true;
+    mData[got] = '\0';
+    mSize = got;
+    *stamp = StampOf(st);
+    return kOk;
+}
+
+}  // namespace IO
