@@ -112,6 +112,7 @@ CachedProjectInfo& CachedProjectInfo::operator=(const CachedProjectInfo& other) 
     logonId = other.logonId;
     roleName = other.roleName;
     permissions = other.permissions;
+    PermissionsChanged();
     projectForcedOffline = other.projectForcedOffline;
     unsentChanges = other.unsentChanges;
     lastOpenProjectTime = other.lastOpenProjectTime;
@@ -241,14 +242,29 @@ void CachedProjectInfo::_SetProjectForcedOffline(bool offline) {
 }
 
 void CachedProjectInfo::SetPermissions(const ZR::HashSet<ZR::UniString>& value) {
-    bool equal = value.GetSize() == permissions.GetSize();
+    bool equal = value.GetSize() == permissions.size();
     for (const ZR::UniString& p : permissions) {
         if (!equal) break;
         equal = value.Contains(p);
     }
     if (equal) return;
-    permissions = value;
+    permissions.assign(value.begin(), value.end());
+    PermissionsChanged();
     WriteToDiscIfComplete(false);
+}
+
+const ZR::HashSet<ZR::UniString>& CachedProjectInfo::_GetPermissions() const {
+    if (!permissionSet) {
+        permissionSet = std::make_unique<ZR::HashSet<ZR::UniString>>();
+        for (const ZR::UniString& p : permissions) permissionSet->Add(p);
+    }
+    return *permissionSet;
+}
+
+void CachedProjectInfo::PermissionsChanged() {
+    if (!permissionSet) return;
+    permissionSet->Clear();
+    for (const ZR::UniString& p : permissions) permissionSet->Add(p);
 }
 
 void CachedProjectInfo::SetProjectPath(const ZR::UniString& value) {

@@ -6,7 +6,9 @@
 /// attempt. The refresh token is not a field: it lives in the login data store.
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "IO/Location.h"
 #include "KRCB/CachedProjectInfo.h"
@@ -152,7 +154,7 @@ protected:
     bool _IsReservation() const override { return false; }
     const IO::Location& _GetCacheFolderLocation() const override { return cacheFolder; }
     std::int32_t _GetLogonId() const override { return logonId; }
-    const ZR::HashSet<ZR::UniString>& _GetPermissions() const override { return permissions; }
+    const ZR::HashSet<ZR::UniString>& _GetPermissions() const override;
     void _GetCacheEntryList(ZR::Array<IO::Name>& entries) const override;
     void _SetChanges(bool changes) override { SetUnsentChanges(changes); }
     void _SetSessionId(const ZR::UniString& id) override { SetSessionId(id); }
@@ -181,6 +183,7 @@ private:
     /// After the fields: the time and stamp of what was read, if known.
     void TakeFileStamp(bool stamped, std::int32_t time, std::uint64_t stamp);
     std::string GetCacheInfoFilePath() const;
+    void PermissionsChanged();
     void SetModificationTime() const;
     // The file's time and stamp as they are now; false if they can't be had.
     bool GetFileStamp(std::int32_t* time, std::uint64_t* stamp) const;
@@ -201,7 +204,12 @@ private:
     IO::Location cacheFolder;
     std::int32_t logonId = 0;
     ZR::UniString roleName;
-    ZR::HashSet<ZR::UniString> permissions;
+    /// The permissions in their order, without repeats. Kept as a list: a
+    /// registry holds many records, and a hash set of a few texts costs
+    /// several times their size. The set that _GetPermissions answers is made
+    /// at its first call and then kept in step, so a reference to it stays good.
+    std::vector<ZR::UniString> permissions;
+    mutable std::unique_ptr<ZR::HashSet<ZR::UniString>> permissionSet;
     bool projectForcedOffline = false;
     bool unsentChanges = false;
     std::int32_t lastOpenProjectTime = 0;

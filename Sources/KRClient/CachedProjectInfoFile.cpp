@@ -1,5 +1,9 @@
 // "CacheInfo.xml": reading at every data version, writing at the current one.
 
+#include <string>
+#include <unordered_set>
+#include <vector>
+
 #include "IO/File.h"
 #include "IO/Internal/StampedFile.h"
 #include "KRCB/Paths.h"
@@ -16,6 +20,27 @@ constexpr const char* kRootName = "Cache";
 template <typename E>
 void Check(int status, const IO::Location& location) {
     if (status != 0) throw E(location);
+}
+
+// Keeps the first of equal texts, in order, as adding to a set would.
+void DropRepeats(std::vector<ZR::UniString>& texts) {
+    if (texts.size() < 2) return;
+    // A few texts are compared with each other; many go through a set.
+    constexpr std::size_t kFew = 16;
+    std::unordered_set<std::string> seen;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        bool repeat = false;
+        if (texts.size() <= kFew) {
+            for (std::size_t k = 0; k < kept && !repeat; ++k) repeat = texts[k] == texts[i];
+        } else {
+            repeat = !seen.insert(texts[i].Std()).second;
+        }
+        if (repeat) continue;
+        if (kept != i) texts[kept] = std::move(texts[i]);
+        ++kept;
+    }
+    texts.resize(kept);
 }
 
 }  // namespace
@@ -92,7 +117,7 @@ void CachedProjectInfo::WriteFile() const {
     check(out->Write("RoleName", roleName));
     check(out->Write("UserColorList", userColorList.ToCString(), 0));
     check(out->Write("ColorMode", colorMode));
-    check(out->Write("PermissionCount", static_cast<std::uint32_t>(permissions.GetSize())));
+    check(out->Write("PermissionCount", static_cast<std::uint32_t>(permissions.size())));
     for (const ZR::UniString& permission : permissions) check(out->Write("Permission", permission));
     check(out->Write("ProjectId", projectId));
     check(out->Write("UnsentChange", unsentChanges));
@@ -180,12 +205,14 @@ int CachedProjectInfo::ReadFields(ZR::XMLIChannel& in) {
     }
     std::uint32_t count = 0;
     KRC_READ("PermissionCount", &count);
-    permissions.Clear();
+    permissions.clear();
     for (std::uint32_t i = 0; i < count; ++i) {
         ZR::UniString permission;
         KRC_READ("Permission", &permission);
-        permissions.Add(permission);
+        permissions.push_back(std::move(permission));
     }
+    DropRepeats(permissions);
+    PermissionsChanged();
     KRC_READ("ProjectId", &projectId);
     KRC_READ("UnsentChange", &unsentChanges);
     if (version >= 2) KRC_READ("ProjectForcedOffline", &projectForcedOffline);
@@ -241,7 +268,8 @@ void CachedProjectInfo::ClearOnReadFailure() {
     roleName.Clear();
     userColorList.Clear();
     colorMode = 0;
-    permissions.Clear();
+    permissions.clear();
+    PermissionsChanged();
     projectId.Clear();
     projectForcedOffline = false;
     unsentChanges = false;

@@ -61,27 +61,23 @@ void RemoveUnseen(ZR::Array<RegisteredProjects::CacheInfoRecord>& records,
 RegisteredProjects::CacheInfoRecord::CacheInfoRecord(const CacheInfoRecord& other)
     : notSeen(other.notSeen),
       info(other.info ? new CachedProjectInfo(*other.info) : nullptr),
-      foldedPath(other.foldedPath),
-      foldedUser(other.foldedUser) {}
+      pathHash(other.pathHash),
+      userHash(other.userHash) {}
 
 RegisteredProjects::CacheInfoRecord& RegisteredProjects::CacheInfoRecord::operator=(
     const CacheInfoRecord& other) {
     if (this == &other) return *this;
     notSeen = other.notSeen;
     info.reset(other.info ? new CachedProjectInfo(*other.info) : nullptr);
-    foldedPath = other.foldedPath;
-    foldedUser = other.foldedUser;
+    pathHash = other.pathHash;
+    userHash = other.userHash;
     return *this;
 }
 
 void RegisteredProjects::CacheInfoRecord::UpdateKeys() {
-    if (!info) {
-        foldedPath.Clear();
-        foldedUser.Clear();
-        return;
-    }
-    foldedPath = info->GetProjectPath().FoldCase();
-    foldedUser = info->GetLoginName().FoldCase();
+    const std::hash<ZR::UniString> hash;
+    pathHash = info ? hash(info->GetProjectPath().FoldCase()) : 0;
+    userHash = info ? hash(info->GetLoginName().FoldCase()) : 0;
 }
 
 // The observer bases detach from every source they know; an explicit Detach

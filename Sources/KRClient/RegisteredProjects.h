@@ -59,16 +59,17 @@ public:
         CacheInfoRecord(CacheInfoRecord&&) noexcept = default;
         CacheInfoRecord& operator=(CacheInfoRecord&&) noexcept = default;
 
-        /// Folds the info's project path and login name again; due after
-        /// anything that may have changed them.
+        /// Takes the hashes of the info's keys again; due after anything
+        /// that may have changed them.
         void UpdateKeys();
 
         bool notSeen = false;
         std::unique_ptr<CachedProjectInfo> info;
-        /// The look-up's keys, folded once here rather than at every
-        /// comparison, so that a look-up compares plain bytes.
-        ZR::UniString foldedPath;
-        ZR::UniString foldedUser;
+        /// Hashes of the info's project path and login name, case-folded
+        /// once here: a look-up sorts out the records of other keys without
+        /// leaving the array, and compares texts only where these agree.
+        std::size_t pathHash = 0;
+        std::size_t userHash = 0;
     };
 
     /// Scoped guard of the lock file "@DataOptions.Lock" in the local data

@@ -41,12 +41,14 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
     TemporaryModification::GetInstance().GetCacheRenameModification(server, user, path,
                                                                     alternativePath);
 
-    // The query is folded once; the records carry their keys folded, so the
-    // walk compares plain bytes and allocates nothing.
-    const std::string foldedPath = path.FoldCase().Std();
-    const std::string foldedUser = user.FoldCase().Std();
-    const std::string foldedAlternative =
-        alternativePath.IsEmpty() ? std::string() : alternativePath.FoldCase().Std();
+    // The query is folded and hashed once; the records carry the hashes of
+    // their keys, so the walk compares texts only where the hashes agree,
+    // and allocates nothing.
+    const std::hash<ZR::UniString> hash;
+    const std::size_t pathHash = hash(path.FoldCase());
+    const std::size_t userHash = hash(user.FoldCase());
+    const bool alternative = !alternativePath.IsEmpty();
+    const std::size_t alternativeHash = alternative ? hash(alternativePath.FoldCase()) : 0;
 
     constexpr std::size_t kNone = static_cast<std::size_t>(-1);
     std::size_t strict = kNone;
@@ -55,12 +57,17 @@ bool RegisteredProjects::GetCacheIndex(const IO::Location& location, std::size_t
     const std::size_t count = mCacheInforegister.GetSize();
     for (std::size_t i = 0; i < count; ++i) {
         const CacheInfoRecord& record = mCacheInforegister[i];
-        const std::string& recordPath = record.foldedPath.Std();
-        if (recordPath != foldedPath &&
-            (foldedAlternative.empty() || recordPath != foldedAlternative))
+        if (record.userHash != userHash) continue;
+        if (record.pathHash != pathHash && (!alternative || record.pathHash != alternativeHash))
             continue;
-        if (record.foldedUser.Std() != foldedUser || !record.info) continue;
-        const ZR::UniString recordServer = RecordServer(*record.info);
+        const CachedProjectInfo* info = record.info.get();
+        if (!info) continue;
+        const ZR::UniString recordPath = info->GetProjectPath();
+        if (!recordPath.IsEqual(path, ZR::kIgnoreCase) &&
+            (!alternative || !recordPath.IsEqual(alternativePath, ZR::kIgnoreCase)))
+            continue;
+        if (!info->GetLoginName().IsEqual(user, ZR::kIgnoreCase)) continue;
+        const ZR::UniString recordServer = RecordServer(*info);
         if (KRCB::IsEqualServerUrls(recordServer, server, true)) {
             strict = i;
             break;

@@ -31,9 +31,6 @@ public:
     // file. An unreadable file throws as the constructor from a folder does.
     std::unique_ptr<CachedProjectInfo> Read(std::size_t index);
 
-    // Read-ahead from the first file on (for tests of that path).
-    void ForceReadAhead() { files.ForceReadAhead(); }
-
 private:
     IO::StampedReader files;
     ZRXML::XMLBufferReader xml;

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 
@@ -19,6 +21,12 @@ constexpr std::size_t kReadAheadWindow = 32;
 // takes this long waited for the disc.
 constexpr auto kSlowRead = std::chrono::microseconds(200);
 constexpr int kSlowReadsBeforeReadAhead = 2;
+
+std::atomic<int> gPolicy{static_cast<int>(StampedReader::ReadAhead::kAdaptive)};
+
+StampedReader::ReadAhead Policy() {
+    return static_cast<StampedReader::ReadAhead>(gPolicy.load(std::memory_order_relaxed));
+}
 
 }  // namespace
 
@@ -50,8 +58,15 @@ int StatStamp(const char* path, FileStamp* stamp) {
     return kOk;
 }
 
+void StampedReader::SetReadAheadPolicy(ReadAhead policy) {
+    gPolicy.store(static_cast<int>(policy), std::memory_order_relaxed);
+}
+
 StampedReader::StampedReader(std::vector<std::string> paths, std::size_t maxBytes)
-    : mPaths(std::move(paths)), mMaxBytes(maxBytes), mAhead(mPaths.size(), -1) {}
+    : mPaths(std::move(paths)),
+      mMaxBytes(maxBytes),
+      mReadAhead(Policy() == ReadAhead::kAlways),
+      mAhead(mPaths.size(), -1) {}
 
 StampedReader::~StampedReader() {
     for (std::size_t i = 0; i < mAhead.size(); ++i)
@@ -106,7 +121,8 @@ int StampedReader::ReadFd(int fd, FileStamp* stamp) {
         if (got < mData.size() - 1) break;
     }
     if (got > mMaxBytes) return kErrTooLarge;
-    if (!mReadAhead && std::chrono::steady_clock::now() - start > kSlowRead &&
+    if (!mReadAhead && Policy() == ReadAhead::kAdaptive &&
+        std::chrono::steady_clock::now() - start > kSlowRead &&
         ++mSlowReads >= kSlowReadsBeforeReadAhead)
         mReadAhead = true;
     mData[got] = '\0';

@@ -45,8 +45,10 @@ public:
     char* GetData() { return mData.data(); }
     std::size_t GetSize() const { return mSize; }
 
-    // Read-ahead from the first file on, whatever the reads show.
-    void ForceReadAhead() { mReadAhead = true; }
+    // For benchmarks and tests, process-wide: read-ahead as the reads show
+    // (the default), never, or always.
+    enum class ReadAhead { kAdaptive, kNever, kAlways };
+    static void SetReadAheadPolicy(ReadAhead policy);
 
 private:
     void OpenAhead(std::size_t from);
