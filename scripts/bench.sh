@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset release >/dev/null
-nice cmake --build --preset release --target RegistryBenchmark
+nice cmake --build --preset release --target RegistryBenchmark >&2
 out="$(mktemp "${TMPDIR:-/tmp}/krc-bench-XXXXXX.json")"
 trap 'rm -f "$out"' EXIT
 ./build/release/Benchmarks/RegistryBenchmark --benchmark_out="$out" --benchmark_out_format=json \

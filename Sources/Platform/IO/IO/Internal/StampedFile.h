@@ -46,7 +46,8 @@ public:
     std::size_t GetSize() const { return mSize; }
 
     // For benchmarks and tests, process-wide: read-ahead as the reads show
-    // (the default), never, or always.
+    // (the default; never while an Env other than the system's is current,
+    // so that a test's count of calls doesn't depend on timing), never, or always.
     enum class ReadAhead { kAdaptive, kNever, kAlways };
     static void SetReadAheadPolicy(ReadAhead policy);
 
