@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -32,6 +34,7 @@ public:
 
     int Open(const char* path, int flags, mode_t mode) override {
         int fd = Env::Open(path, flags, mode);
+        std::lock_guard<std::mutex> guard(lock);
         if (IsInfoFile(path)) {
             ++opens;
             if (fd >= 0)
@@ -42,11 +45,17 @@ public:
         return fd;
     }
     int Close(int fd) override {
-        if (infoFds.erase(fd)) ++closes;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            if (infoFds.erase(fd)) ++closes;
+        }
         return Env::Close(fd);
     }
     int Fstat(int fd, struct stat* st) override {
-        if (infoFds.count(fd)) ++fstats;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            if (infoFds.count(fd)) ++fstats;
+        }
         return Env::Fstat(fd, st);
     }
     int Stat(const char* path, struct stat* st) override {
@@ -62,7 +71,9 @@ public:
         return Env::ListFolder(path, entries);
     }
 
-    int opens = 0, failedOpens = 0, closes = 0, fstats = 0, stats = 0, listings = 0;
+    // Read-ahead opens files on a thread of its own.
+    std::mutex lock;
+    std::atomic<int> opens{0}, failedOpens{0}, closes{0}, fstats{0}, stats{0}, listings{0};
     std::set<int> infoFds;
 
 private:

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <system_error>
 
 #include "IO/Errors.h"
 #include "IO/Internal/Env.h"
@@ -14,8 +15,7 @@
 namespace IO {
 namespace {
 
-// Files opened ahead of the read: enough to keep a disc's queue busy, few
-// enough not to matter against the descriptor limit.
+// Files asked for ahead of the reads: enough to keep a disc's queue busy.
 constexpr std::size_t kReadAheadWindow = 128;
 // A read of a few kilobytes from the page cache takes microseconds; one that
 // takes this long waited for the disc.
@@ -63,37 +63,65 @@ void StampedReader::SetReadAheadPolicy(ReadAhead policy) {
 }
 
 StampedReader::StampedReader(std::vector<std::string> paths, std::size_t maxBytes)
-    : mPaths(std::move(paths)),
-      mMaxBytes(maxBytes),
-      mReadAhead(Policy() == ReadAhead::kAlways),
-      mAhead(mPaths.size(), -1) {}
-
-StampedReader::~StampedReader() {
-    for (std::size_t i = 0; i < mAhead.size(); ++i)
-        if (mAhead[i] >= 0) Sys::Close(mAhead[i]);
+    : mPaths(std::move(paths)), mMaxBytes(maxBytes) {
+    if (Policy() == ReadAhead::kAlways) StartReadAhead(0);
 }
 
-void StampedReader::OpenAhead(std::size_t from) {
-    const std::size_t end = std::min(mPaths.size(), from + kReadAheadWindow);
-    for (std::size_t i = std::max(from, mAheadEnd); i < end; ++i) {
+StampedReader::~StampedReader() {
+    if (!mHelper.joinable()) return;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mStop = true;
+    }
+    mWake.notify_one();
+    mHelper.join();
+}
+
+void StampedReader::StartReadAhead(std::size_t from) {
+    mReadAhead = true;
+    try {
+        mHelper = std::thread([this, from] { ReadAheadFrom(from); });
+    } catch (const std::system_error&) {
+        // No thread to be had: the reads go on without read-ahead.
+    }
+}
+
+void StampedReader::ReadAheadFrom(std::size_t from) {
+    for (std::size_t i = from; i < mPaths.size(); ++i) {
+        {
+            std::unique_lock<std::mutex> guard(mLock);
+            // Within the window ahead of the reads; the reads wake us as they go on.
+            while (!mStop && i >= mPosition.load() + kReadAheadWindow) {
+                mHelperWaits.store(true);
+                if (i >= mPosition.load() + kReadAheadWindow) mWake.wait(guard);
+                mHelperWaits.store(false);
+            }
+            if (mStop) return;
+        }
+        if (i <= mPosition.load()) continue;  // the reads got there first
+        // Only a hint: a file that can't be opened now is simply read later.
         int fd = Sys::Open(mPaths[i].c_str(), O_RDONLY | O_CLOEXEC);
-        // A file that can't be opened now is tried again when its turn comes.
         if (fd < 0) continue;
         Sys::Advise(fd, 0, 0, POSIX_FADV_WILLNEED);
-        mAhead[i] = fd;
+        Sys::Close(fd);
     }
-    mAheadEnd = std::max(mAheadEnd, end);
 }
 
 int StampedReader::Read(std::size_t index, FileStamp* stamp) {
     mSize = 0;
-    if (mReadAhead) OpenAhead(index + 1);
-    int fd = mAhead[index];
-    mAhead[index] = -1;
-    if (fd < 0) fd = Sys::Open(mPaths[index].c_str(), O_RDONLY | O_CLOEXEC);
+    if (mHelper.joinable()) {
+        mPosition.store(index);
+        if (mHelperWaits.load()) {
+            // Taking the lock orders this wake after the helper's test.
+            { std::lock_guard<std::mutex> guard(mLock); }
+            mWake.notify_one();
+        }
+    }
+    int fd = Sys::Open(mPaths[index].c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return errno == ENOENT ? kErrNotFound : StatusFromErrno(errno);
     int status = ReadFd(fd, stamp);
     Sys::Close(fd);
+    if (!mReadAhead && mSlowReads >= kSlowReadsBeforeReadAhead) StartReadAhead(index + 1);
     return status;
 }
 
@@ -123,9 +151,8 @@ int StampedReader::ReadFd(int fd, FileStamp* stamp) {
     if (got > mMaxBytes) return kErrTooLarge;
     // Under an Env of a test the calls stay as they are, whatever the timing.
     if (!mReadAhead && Policy() == ReadAhead::kAdaptive && &CurrentEnv() == &SystemEnv() &&
-        std::chrono::steady_clock::now() - start > kSlowRead &&
-        ++mSlowReads >= kSlowReadsBeforeReadAhead)
-        mReadAhead = true;
+        std::chrono::steady_clock::now() - start > kSlowRead)
+        ++mSlowReads;
     mData[got] = '\0';
     mSize = got;
     *stamp = StampOf(st);

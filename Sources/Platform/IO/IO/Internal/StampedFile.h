@@ -5,9 +5,13 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace IO {
@@ -24,9 +28,10 @@ int StatStamp(const char* path, FileStamp* stamp);
 
 // Reads a list of files in order, one open, fstat, read and close each, into
 // one buffer that serves every file. Once reads are seen waiting for the disc,
-// the next files of the list are opened early and the kernel is told that
-// they will be read, so that their pages come in while earlier ones are
-// parsed; while everything is in the page cache nothing of that is done.
+// a helper thread runs a window ahead of the reads and tells the kernel which
+// files will be read next, so that their pages come in, with the work of
+// asking for them on another core, while earlier ones are parsed. While
+// everything is in the page cache nothing of that is done.
 class StampedReader {
 public:
     StampedReader(std::vector<std::string> paths, std::size_t maxBytes);
@@ -52,7 +57,8 @@ public:
     static void SetReadAheadPolicy(ReadAhead policy);
 
 private:
-    void OpenAhead(std::size_t from);
+    void StartReadAhead(std::size_t from);
+    void ReadAheadFrom(std::size_t from);
     int ReadFd(int fd, FileStamp* stamp);
 
     std::vector<std::string> mPaths;
@@ -61,8 +67,13 @@ private:
     std::size_t mSize = 0;
     bool mReadAhead = false;
     int mSlowReads = 0;
-    std::size_t mAheadEnd = 0;  ///< files below this were opened early (or tried)
-    std::vector<int> mAhead;    ///< descriptors opened early, -1 where none
+    // The helper, and what it shares with the reads.
+    std::thread mHelper;
+    std::mutex mLock;
+    std::condition_variable mWake;
+    bool mStop = false;                     ///< under mLock
+    std::atomic<std::size_t> mPosition{0};  ///< the file being read
+    std::atomic<bool> mHelperWaits{false};
 };
 
 }  // namespace IO
