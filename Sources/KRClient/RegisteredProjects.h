@@ -79,6 +79,9 @@ public:
     /// best effort: a guard always comes into being, with or without it.
     class Synchronizer {
     public:
+        /// The lock file's name, in the local data folder.
+        static constexpr const char* kLockFileName = "@DataOptions.Lock";
+
         Synchronizer();
         ~Synchronizer();
         Synchronizer(const Synchronizer&) = delete;

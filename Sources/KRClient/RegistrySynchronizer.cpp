@@ -10,7 +10,6 @@
 namespace KRC {
 namespace {
 
-constexpr const char* kLockFileName = "@DataOptions.Lock";
 constexpr int kLockTries = 10;
 constexpr int kLockPollMs = 50;
 

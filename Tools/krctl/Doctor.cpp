@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +15,8 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "IO/File.h"
+#include "KRCB/LoginDataStore.h"
 #include "KRCB/Paths.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/KRDataOptions.h"
@@ -30,8 +31,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char* const kLockFileName = "@DataOptions.Lock";
-const char* const kLoginDataName = "LoginData.json";
+const char* const kLockFileName = KRC::RegisteredProjects::Synchronizer::kLockFileName;
+const char* const kLoginDataName = KRCB::LoginDataStore::LoginDataStoreCache::kFileName;
 
 // Someone holds the file by an open-file-description lock. Only looks: no lock is taken.
 bool IsHeld(const std::string& path) {
@@ -50,22 +51,15 @@ bool IsRegularFile(const std::string& path) {
     return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// ".NAME.tmp-XXXXXX": the temporary file of a write of NAME.
-bool IsTemporaryOf(const std::string& entry, const std::string& target) {
-    const std::string prefix = "." + target.substr(0, 200) + ".tmp-";
-    if (entry.size() != prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0)
-        return false;
-    return std::all_of(entry.begin() + static_cast<std::ptrdiff_t>(prefix.size()), entry.end(),
-                       [](unsigned char c) { return std::isalnum(c) != 0; });
-}
-
 // Temporary files beside folder/target that nobody is writing: left by writers that died.
 void FindLeftovers(const std::string& folder, const std::string& target, Json& leftovers) {
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(folder, ec)) {
         std::string name = entry.path().filename().string();
         std::string path = entry.path().string();
-        if (IsTemporaryOf(name, target) && IsRegularFile(path) && !IsHeld(path))
+        if (IO::FileSystem::IsTemporaryFileOf(IO::Name(ZR::UniString(name)),
+                                              IO::Name(ZR::UniString(target))) &&
+            IsRegularFile(path) && !IsHeld(path))
             leftovers.push_back(path);
     }
 }

@@ -38,6 +38,14 @@ bool IsTempOf(const std::string& entry, const std::string& prefix) {
     return true;
 }
 
+}  // namespace
+
+bool FileSystem::IsTemporaryFileOf(const Name& entry, const Name& target) {
+    return IsTempOf(entry.ToString().Std(), TempPrefix(target));
+}
+
+namespace {
+
 // Unique enough: O_EXCL settles any collision, and nothing depends on the
 // name being hard to guess.
 std::string Suffix() {

@@ -132,6 +132,8 @@ public:
     /// as a lock file.
     int WriteFileAtomically(const Location& location, const std::string& data,
                             unsigned int mode = kNewFileMode) const;
+    /// entry has the name form of a temporary file of a write of target.
+    static bool IsTemporaryFileOf(const Name& entry, const Name& target);
     /// The whole file; kErrTooLarge, with data empty, for one of more than maxBytes.
     int ReadWholeFile(const Location& location, std::string* data,
                       std::size_t maxBytes = SIZE_MAX) const;
