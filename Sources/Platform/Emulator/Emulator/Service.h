@@ -1,0 +1,259 @@
+#pragma once
+/// @file
+/// An in-process emulation of the service: management servers by URL, their
+/// users, folders, projects, model servers and permissions, the project
+/// servers' sessions and members, and the signal channel. The base client's
+/// classes reach it through their transport interface only; tests and tools
+/// build and change its state, script failures and blocks, and count calls
+/// through this class. Thread-safe; ids and times are deterministic under the
+/// seed.
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Emulator {
+
+/// Names of the operations the base client sends, for faults, blocks and counts.
+namespace Op {
+inline constexpr const char* kLogin = "Login";  ///< every client factory
+inline constexpr const char* kGetCurrentUserId = "GetCurrentUserId";
+inline constexpr const char* kGetProjectIdByPath = "GetProjectIdByPath";
+inline constexpr const char* kGetResourceById = "GetResourceById";
+inline constexpr const char* kGetProjectState = "GetProjectState";
+inline constexpr const char* kGetUserPermissions = "GetUserPermissions";
+inline constexpr const char* kGetUser = "GetUser";
+inline constexpr const char* kGetUserImage = "GetUserImage";
+inline constexpr const char* kGetUsersByIds = "GetUsersByIds";
+inline constexpr const char* kOpenProjectClient = "OpenProjectClient";
+inline constexpr const char* kGetSessions = "GetSessions";
+inline constexpr const char* kCreateSession = "CreateSession";
+inline constexpr const char* kGetProjectMembers = "GetProjectMembers";
+inline constexpr const char* kGetSessionAttribute = "GetSessionAttribute";
+inline constexpr const char* kSetSessionAttribute = "SetSessionAttribute";
+/// The signal channel; not counted by ServerCallCount.
+inline constexpr const char* kSignalConnect = "SignalConnect";
+inline constexpr const char* kSendInternalSignal = "SendInternalSignal";
+inline constexpr const char* kSendSignal = "SendSignal";
+inline constexpr const char* kGetPresenceState = "GetPresenceState";
+inline constexpr const char* kSetPresenceState = "SetPresenceState";
+inline constexpr const char* kIsOnline = "IsOnline";
+}  // namespace Op
+
+/// What a scripted failure throws at the caller in the base client.
+enum class FaultKind {
+    SessionRequired,                 ///< Kerrow::PortalServer::Client::SessionRequiredException
+    CreateSessionFailed,             ///< ...::CreateSessionFailedException
+    EntityNotFound,                  ///< ...::EntityNotFoundException
+    PortalServerClient,              ///< ...::PortalServerClientException
+    ConnectionFailed,                ///< ...::ConnectionFailedException
+    IncompatibleModelServerVersion,  ///< KRCB::IncompatibleModelServerVersionException
+    IncompatibleProjectVersion,      ///< KRCB::IncompatibleProjectVersionException
+    SessionExists,  ///< Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException
+    ZRException,    ///< a plain ZR::ZRException
+    Foreign,        ///< a std::runtime_error, no ZR exception at all
+};
+
+struct Fault {
+    FaultKind kind = FaultKind::ZRException;
+    std::string message = "emulated failure";
+    /// Versions carried by the two Incompatible... kinds: for the model server
+    /// the server's (major, minor) and the client's; for a project its (major, minor).
+    int major = 0;
+    int minor = 0;
+    int clientMajor = 0;
+    int clientMinor = 0;
+};
+
+/// A scenario file that can't be used: a JSON syntax error (line and column
+/// set) or a document that doesn't fit (an unknown key, a missing field...).
+class ScenarioError : public std::runtime_error {
+public:
+    ScenarioError(const std::string& message, int line = 0, int column = 0);
+    int GetLine() const { return mLine; }
+    int GetColumn() const { return mColumn; }
+
+private:
+    int mLine;
+    int mColumn;
+};
+
+struct UserSpec {
+    std::string login;
+    std::string password;
+    std::string fullName;
+    std::string id;            ///< generated from the seed if empty
+    std::string refreshToken;  ///< generated from the seed if empty
+    std::string color = "#808080ff";
+    std::string guid;         ///< generated from the seed if empty
+    std::string pictureType;  ///< "image/jpeg", "image/png", or empty for none
+    std::vector<unsigned char> picture;
+};
+
+struct ModelServerSpec {
+    std::string id;
+    std::string path;
+    int major = 1;
+    int minor = 0;
+};
+
+struct SessionSpec {
+    std::string id;    ///< generated if empty
+    std::string user;  ///< login name
+    std::map<std::string, std::vector<unsigned char>> attributes;
+};
+
+struct MemberSpec {
+    std::string user;         ///< login name
+    std::int16_t userId = 0;  ///< short id in the project; assigned if 0
+};
+
+struct ProjectSpec {
+    std::string path;         ///< "/Folder/Project"
+    std::string id;           ///< generated if empty
+    std::string modelServer;  ///< model server id
+    int state = 0;
+    /// Login name to permission texts.
+    std::map<std::string, std::vector<std::string>> permissions;
+    std::vector<SessionSpec> sessions;
+    std::vector<MemberSpec> members;
+};
+
+struct ServerSpec {
+    std::string url;
+    std::string friendlyName;
+    int major = 1;
+    int minor = 0;
+};
+
+/// A signal the base client sent, in the order of sending.
+struct SignalRecord {
+    std::string serverUrl;
+    std::string user;
+    std::string clientId;
+    bool internal = false;  ///< SendInternalSignal or SendSignal
+    int id = 0;
+    std::string text;
+};
+
+/// A call held by BlockNext until Release.
+class Gate {
+public:
+    virtual ~Gate() = default;
+    /// Waits until a call has reached the gate; false after timeoutMs.
+    virtual bool WaitUntilReached(int timeoutMs) = 0;
+    /// Lets the held call (and any later one at this gate) go on.
+    virtual void Release() = 0;
+};
+
+class Service {
+public:
+    explicit Service(std::uint64_t seed = 1);
+    ~Service();
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    /// Scenario files (see docs/EMULATOR.md).
+    static std::unique_ptr<Service> FromScenarioText(const std::string& text,
+                                                     std::uint64_t seed = 1);
+    static std::unique_ptr<Service> FromScenarioFile(const std::string& path,
+                                                     std::uint64_t seed = 1);
+    /// The state as a scenario document (sessions and attributes included).
+    std::string ToScenarioText() const;
+    /// Writes ToScenarioText atomically (temporary file and rename).
+    void SaveScenarioFile(const std::string& path) const;
+
+    /// Makes this the service the base client talks to, until Uninstall or
+    /// destruction. One service at a time per process.
+    void Install();
+    void Uninstall();
+
+    // State.
+    void AddServer(const ServerSpec& server);
+    /// Answers the user's id.
+    std::string AddUser(const std::string& serverUrl, const UserSpec& user);
+    void AddModelServer(const std::string& serverUrl, const ModelServerSpec& modelServer);
+    void AddFolder(const std::string& serverUrl, const std::string& path);
+    /// Answers the project's id. Sessions and members in the spec are added too.
+    std::string AddProject(const std::string& serverUrl, const ProjectSpec& project);
+    std::optional<UserSpec> FindUser(const std::string& serverUrl, const std::string& login) const;
+    /// Empty if no project stands at that path.
+    std::string GetProjectId(const std::string& serverUrl, const std::string& path) const;
+
+    /// Between calls: the id stays, the path changes (rename or move).
+    void MoveProject(const std::string& serverUrl, const std::string& oldPath,
+                     const std::string& newPath);
+    /// Another project, of a new id, takes the path; the old one is gone. Answers the new id.
+    std::string ReplaceProject(const std::string& serverUrl, const std::string& path);
+    void DeleteProject(const std::string& serverUrl, const std::string& path);
+    void SetProjectState(const std::string& serverUrl, const std::string& path, int state);
+    void SetPermissions(const std::string& serverUrl, const std::string& path,
+                        const std::string& login, const std::vector<std::string>& texts);
+    void GrantPermission(const std::string& serverUrl, const std::string& path,
+                         const std::string& login, const std::string& text);
+    void RevokePermission(const std::string& serverUrl, const std::string& path,
+                          const std::string& login, const std::string& text);
+    std::vector<std::string> GetPermissions(const std::string& serverUrl, const std::string& path,
+                                            const std::string& login) const;
+
+    /// Sessions of the project at path. AddSession answers the session id.
+    std::string AddSession(const std::string& serverUrl, const std::string& path,
+                           const SessionSpec& session);
+    std::vector<SessionSpec> GetSessions(const std::string& serverUrl,
+                                         const std::string& path) const;
+    void DeleteSession(const std::string& serverUrl, const std::string& sessionId);
+    /// The session's "ComputerName" attribute, as the client stores it (UTF-8).
+    void SetSessionComputer(const std::string& serverUrl, const std::string& sessionId,
+                            const std::string& computer);
+    std::optional<std::string> GetSessionComputer(const std::string& serverUrl,
+                                                  const std::string& sessionId) const;
+    void SetSessionAttribute(const std::string& serverUrl, const std::string& sessionId,
+                             const std::string& name, const std::vector<unsigned char>& bytes);
+    std::optional<std::vector<unsigned char>> GetSessionAttribute(const std::string& serverUrl,
+                                                                  const std::string& sessionId,
+                                                                  const std::string& name) const;
+
+    /// Members of the project at path.
+    void AddMember(const std::string& serverUrl, const std::string& path, const MemberSpec& member);
+
+    /// A server that is down refuses every call with ConnectionFailed, and
+    /// its signal clients are offline.
+    void SetServerDown(const std::string& serverUrl, bool down);
+
+    // Scripting.
+    /// The next call of op (on any server) throws the fault.
+    void FailNext(const std::string& op, const Fault& fault);
+    /// The nth call of op from now (1 = the next) throws the fault.
+    void FailNth(const std::string& op, int nth, const Fault& fault);
+    /// Every call of op throws the fault until ClearFaults.
+    void FailAlways(const std::string& op, const Fault& fault);
+    void ClearFaults();
+    /// The next call of op waits at the returned gate until it is released.
+    std::shared_ptr<Gate> BlockNext(const std::string& op);
+
+    /// Calls of op since the start or the last ResetCounts, failed ones included.
+    int CallCount(const std::string& op) const;
+    /// Calls of every server operation (the signal channel not counted).
+    int ServerCallCount() const;
+    void ResetCounts();
+
+    // The signal channel.
+    std::vector<SignalRecord> GetSignals() const;
+    void ClearSignals();
+    /// The presence state last set by a client of that user; 0 if none.
+    int GetPresenceState(const std::string& serverUrl, const std::string& user) const;
+    void SetPresenceState(const std::string& serverUrl, const std::string& user, int state);
+    /// Takes the user's signal clients offline (or back online).
+    void SetOnline(const std::string& serverUrl, const std::string& user, bool online);
+    void SetForcedOffline(const std::string& serverUrl, const std::string& user, bool offline);
+
+private:
+    struct State;
+    std::unique_ptr<State> mState;
+};
+
+}  // namespace Emulator
