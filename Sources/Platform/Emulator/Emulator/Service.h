@@ -18,9 +18,15 @@
 
 namespace Emulator {
 
+namespace Internal {
+struct State;
+}
+
 /// Names of the operations the base client sends, for faults, blocks and counts.
 namespace Op {
 inline constexpr const char* kLogin = "Login";  ///< every client factory
+/// Opened by the outermost query guard of a login: counts the guards.
+inline constexpr const char* kQuery = "Query";
 inline constexpr const char* kGetCurrentUserId = "GetCurrentUserId";
 inline constexpr const char* kGetProjectIdByPath = "GetProjectIdByPath";
 inline constexpr const char* kGetResourceById = "GetResourceById";
@@ -37,11 +43,16 @@ inline constexpr const char* kGetSessionAttribute = "GetSessionAttribute";
 inline constexpr const char* kSetSessionAttribute = "SetSessionAttribute";
 /// The signal channel; not counted by ServerCallCount.
 inline constexpr const char* kSignalConnect = "SignalConnect";
+inline constexpr const char* kSignalDisconnect = "SignalDisconnect";
+inline constexpr const char* kSignalJoinProject = "SignalJoinProject";
 inline constexpr const char* kSendInternalSignal = "SendInternalSignal";
 inline constexpr const char* kSendSignal = "SendSignal";
 inline constexpr const char* kGetPresenceState = "GetPresenceState";
 inline constexpr const char* kSetPresenceState = "SetPresenceState";
 inline constexpr const char* kIsOnline = "IsOnline";
+inline constexpr const char* kIsForcedOffline = "IsForcedOffline";
+inline constexpr const char* kSetForcedOffline = "SetForcedOffline";
+inline constexpr const char* kGetOnlineUsers = "GetOnlineUsers";
 }  // namespace Op
 
 /// What a scripted failure throws at the caller in the base client.
@@ -135,9 +146,11 @@ struct SignalRecord {
     std::string serverUrl;
     std::string user;
     std::string clientId;
+    std::string projectId;  ///< the project the client had joined; may be empty
     bool internal = false;  ///< SendInternalSignal or SendSignal
     int id = 0;
     std::string text;
+    std::int64_t time = 0;  ///< the emulator's clock, milliseconds
 };
 
 /// A call held by BlockNext until Release.
@@ -252,8 +265,7 @@ public:
     void SetForcedOffline(const std::string& serverUrl, const std::string& user, bool offline);
 
 private:
-    struct State;
-    std::unique_ptr<State> mState;
+    std::shared_ptr<Internal::State> mState;
 };
 
 }  // namespace Emulator

@@ -86,7 +86,6 @@ protected:
 private:
     friend class PortalServerNonTransactionalQueryGuard;
     friend class PortalServerTransactionalQueryGuard;
-    int mGuardDepth = 0;
 };
 
 /// The client a project connection uses: the management server's calls and

@@ -69,7 +69,8 @@ public:
     ZR::UniString GetProjectPath() const override;
     bool IsSecondary() const override { return mSecondary; }
     SignalClient* GetSignalClient() const override { return mSignalClient.get(); }
-    ZR::UniString GetSessionId() const override { return mSessionId; }
+    /// The session set by SetSessionId, else the one in the cached record.
+    ZR::UniString GetSessionId() const override;
     /// Sets the session the manager runs on (the project is open in it).
     void SetSessionId(const ZR::UniString& sessionId) { mSessionId = sessionId; }
 
@@ -87,7 +88,8 @@ public:
     void SetUserAttributes(UserAttributes* attributes);
     const UserAttributes* GetUserAttributes() const { return mUserAttributes.get(); }
 
-    /// The refresh token changed: the manager's location takes the new one.
+    /// The refresh token changed: the manager's location, and its signal
+    /// client's, take the new one.
     virtual void PasswordChanged(const IO::Location& location);
     /// A transaction of a write connection was committed.
     virtual void TransactionComitted();
@@ -140,8 +142,17 @@ public:
     bool ShouldCheck() const { return mShouldCheck; }
 
 protected:
+    /// A connection that logs in at its first use and stands unchecked.
+    struct LogInOnUse {};
+    ProjectConnectionBase(ProjectConnectionManagerInterface* manager, LogInOnUse);
+
     ZR::Ref<Management::ResourceManagerClient>& ClientReference() { return mClient; }
     const ZR::Ref<Management::ResourceManagerClient>& ClientReference() const { return mClient; }
+    /// The client; one that logs in on use does so at the first call.
+    ZR::Ref<Management::ResourceManagerClient> EnsureClient() const;
+    /// The project's id: the manager's cached record's, else the server's for
+    /// the manager's path; empty without either.
+    ZR::UniString ProjectIdOfManager() const;
     virtual ZR::Ref<Kerrow::Server::Project::Client::ProjectClient> _GetProjectClient();
     virtual void _CloseProjectClient();
     virtual bool _IsOpen() const;
@@ -149,9 +160,10 @@ protected:
 
 private:
     ProjectConnectionManagerInterface* mManager;
-    ZR::Ref<Management::ResourceManagerClient> mClient;
+    mutable ZR::Ref<Management::ResourceManagerClient> mClient;
     ZR::Ref<Kerrow::Server::Project::Client::ProjectClient> mProjectClient;
     bool mShouldCheck = false;
+    bool mLogInOnUse = false;
 };
 
 class KRCB_EXPORT ReadProjectConnectionBase : public ProjectConnectionBase,
@@ -174,8 +186,8 @@ protected:
     using ProjectConnectionBase::_Invoke;
 };
 
-/// A read connection that takes no part in checks: it logs in when it is made
-/// and stands unchecked.
+/// A read connection that takes no part in checks: it logs in at its first
+/// use and stands unchecked.
 class KRCB_EXPORT TemporaryReadProjectConnection : public ReadProjectConnectionBase {
 public:
     explicit TemporaryReadProjectConnection(ProjectConnectionManagerInterface* manager);

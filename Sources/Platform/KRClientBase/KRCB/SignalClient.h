@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "IO/Location.h"
 #include "KRCB/KRClientBaseExport.h"
 #include "ZR/Containers.h"
 #include "ZR/Ref.h"
@@ -26,11 +27,13 @@ using SignalId = std::int32_t;
 /// failed; 3 online.
 using PresenceState = std::int32_t;
 
+/// Calls of the channel never throw: what can't reach the server is dropped,
+/// and the state questions answer what was last known.
 class KRCB_EXPORT SignalClient {
 public:
     /// A signal client of this user on this management server. It registers
-    /// with the server at once; if the server can't be reached it stands
-    /// offline.
+    /// with the server at once; if the server can't be reached or refuses the
+    /// token it stands offline until Reconnect.
     SignalClient(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                  const ZR::UniString& refreshToken);
     virtual ~SignalClient();
@@ -45,12 +48,26 @@ public:
     PresenceState GetPresenceState() const;
     void SetPresenceState(PresenceState state);
 
+    /// Registered, and the server and the user's channel are up.
     bool IsOnline() const;
     /// The user chose to work offline.
     bool IsForcedOffline() const;
     void SetForcedOffline(bool offline);
     /// Login names of the users whose clients are online on this server.
     void GetOnlineUsers(ZR::Array<ZR::UniString>& users) const;
+
+    /// Registers again (after the server was down, or with a new token) and
+    /// joins the project it had joined. Not to be called while another
+    /// thread reads GetClientId.
+    void Reconnect();
+    /// Joins the channel of a project: its signals go to the project's clients.
+    void JoinProject(const ZR::UniString& projectId);
+    ZR::UniString GetProjectId() const;
+
+    /// The project location of the manager that made the client; its
+    /// password is the refresh token in use. PasswordChanged replaces it.
+    IO::Location GetProjectLocation() const;
+    void SetProjectLocation(const IO::Location& location);
 
     const ZR::UniString& GetServerUrl() const { return mServerUrl; }
     const ZR::UniString& GetUserName() const { return mUserName; }
@@ -61,6 +78,7 @@ private:
     ZR::UniString mServerUrl;
     ZR::UniString mUserName;
     ZR::UniString mClientId;
+    std::unique_ptr<Internal::SignalChannel> mChannel;
 };
 
 }  // namespace KRCB

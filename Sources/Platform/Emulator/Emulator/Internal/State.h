@@ -1,0 +1,150 @@
+#pragma once
+// The emulator's tables and the machinery around them: one mutex over all of
+// it, the seeded generator of ids, faults, gates and counts.
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Emulator/Service.h"
+#include "KRCB/Internal/Transport.h"
+
+namespace Emulator::Internal {
+
+using KRCB::Internal::Data;
+
+inline constexpr const char* kComputerNameAttribute = "ComputerName";
+
+struct Session {
+    std::string id;
+    std::string user;  ///< login name
+    std::map<std::string, std::vector<unsigned char>> attributes;
+};
+
+struct Project {
+    std::string id;
+    std::string path;
+    std::string modelServer;
+    int state = 0;
+    std::map<std::string, std::vector<std::string>> permissions;  ///< login to texts
+    std::vector<Session> sessions;                                ///< in creation order
+    std::vector<MemberSpec> members;
+};
+
+struct User {
+    UserSpec spec;
+    bool online = true;
+    bool forcedOffline = false;
+    int presence = 0;
+};
+
+struct SignalClientEntry {
+    std::string id;
+    std::string user;
+    std::string projectId;
+};
+
+struct Server {
+    ServerSpec spec;
+    bool down = false;
+    std::vector<User> users;
+    std::vector<ModelServerSpec> modelServers;
+    std::vector<std::string> folders;
+    std::vector<Project> projects;
+    std::vector<SignalClientEntry> clients;
+    std::map<std::string, std::string> logins;  ///< login id to login name
+};
+
+class GateImpl : public Gate {
+public:
+    bool WaitUntilReached(int timeoutMs) override;
+    void Release() override;
+    /// Called by the held call, outside the service's lock.
+    void Hold();
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mReached = false;
+    bool mReleased = false;
+};
+
+struct FaultRule {
+    int countdown = 1;  ///< fires when it reaches 0
+    Fault fault;
+};
+
+struct State {
+    explicit State(std::uint64_t seed);
+
+    mutable std::mutex mutex;
+    std::uint64_t random;
+    std::int64_t clock;
+    std::vector<Server> servers;
+
+    std::map<std::string, std::vector<FaultRule>> faults;
+    std::map<std::string, Fault> permanentFaults;
+    std::map<std::string, std::deque<std::shared_ptr<GateImpl>>> gates;
+    std::vector<std::shared_ptr<GateImpl>> allGates;  ///< released when the service goes
+    std::map<std::string, int> counts;
+    std::vector<SignalRecord> signals;
+    /// The transport Install made, to tell it from another one at Uninstall.
+    const KRCB::Internal::Transport* installed = nullptr;
+
+    // Under the lock.
+    std::uint64_t Next();
+    std::string NewId(const char* prefix);
+    std::string NewGuid();
+    std::int64_t Tick();
+
+    Server* FindServer(const std::string& url);
+    Server& RequireServer(const std::string& url);
+    User* FindUser(Server& server, const std::string& login);
+    User* FindUserById(Server& server, const std::string& id);
+    Project* FindProjectByPath(Server& server, const std::string& path);
+    Project* FindProjectById(Server& server, const std::string& id);
+    Project& RequireProject(Server& server, const std::string& path);
+    /// The session and its project; null if none has that id.
+    Session* FindSession(Server& server, const std::string& sessionId, Project** project);
+    const ModelServerSpec* FindModelServer(const Server& server, const std::string& id) const;
+
+    /// Additions that check what they're given; std::invalid_argument if it doesn't fit.
+    void AddServer(const ServerSpec& spec);
+    std::string AddUser(Server& server, UserSpec spec);
+    void AddModelServer(Server& server, const ModelServerSpec& spec);
+    void AddFolder(Server& server, const std::string& path);
+    std::string AddProject(Server& server, const ProjectSpec& spec);
+    std::string AddSession(Server& server, Project& project, const SessionSpec& spec);
+    /// The member's short id; the user becomes a member with the next one.
+    std::int16_t EnsureMember(Project& project, const std::string& login, std::int16_t userId = 0);
+    static void CheckPermissionTexts(const std::vector<std::string>& texts);
+
+    /// The transport: counts, gates, faults, then the operation.
+    KRCB::Internal::Reply Call(const KRCB::Internal::Request& request);
+    KRCB::Internal::Reply Dispatch(Server& server, const KRCB::Internal::Request& request);
+    KRCB::Internal::Reply DispatchSignal(Server& server, const KRCB::Internal::Request& request);
+};
+
+/// The signal channel's operations, which ServerCallCount leaves out.
+bool IsSignalOperation(const std::string& op);
+
+/// A folder's id, made from its path so that it is the same in every run.
+std::string FolderId(const std::string& path);
+
+/// Paths and logins compare without regard to case.
+bool SameText(const std::string& a, const std::string& b);
+
+KRCB::Internal::Reply Refuse(KRCB::Internal::FaultKind kind, const std::string& message);
+KRCB::Internal::Fault ToTransportFault(const Fault& fault);
+
+std::string EncodeBase64(const std::vector<unsigned char>& bytes);
+/// False for anything but strict base64 (padding included).
+bool DecodeBase64(const std::string& text, std::vector<unsigned char>* bytes);
+
+}  // namespace Emulator::Internal

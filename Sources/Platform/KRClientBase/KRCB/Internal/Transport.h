@@ -1,0 +1,118 @@
+#pragma once
+/// @file
+/// The one way from the base client's classes to a server. A request names
+/// the server, the operation, the login it runs under and its parameters as
+/// data; the answer is a result as data or a fault, which Call turns into the
+/// exception a caller of the base client catches. Whatever serves the
+/// requests (the service emulator, or a network transport) installs itself
+/// with SetTransport; the client classes never see more of it than this.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+namespace KRCB::Internal {
+
+/// Parameters and results: JSON values, with byte strings as binary values.
+using Data = nlohmann::ordered_json;
+
+/// Operation names. The emulator's list (Emulator/Service.h) is the same.
+namespace Op {
+inline constexpr const char* kLogin = "Login";
+inline constexpr const char* kQuery = "Query";
+inline constexpr const char* kGetCurrentUserId = "GetCurrentUserId";
+inline constexpr const char* kGetProjectIdByPath = "GetProjectIdByPath";
+inline constexpr const char* kGetResourceById = "GetResourceById";
+inline constexpr const char* kGetProjectState = "GetProjectState";
+inline constexpr const char* kGetUserPermissions = "GetUserPermissions";
+inline constexpr const char* kGetUser = "GetUser";
+inline constexpr const char* kGetUserImage = "GetUserImage";
+inline constexpr const char* kGetUsersByIds = "GetUsersByIds";
+inline constexpr const char* kOpenProjectClient = "OpenProjectClient";
+inline constexpr const char* kGetSessions = "GetSessions";
+inline constexpr const char* kCreateSession = "CreateSession";
+inline constexpr const char* kGetProjectMembers = "GetProjectMembers";
+inline constexpr const char* kGetSessionAttribute = "GetSessionAttribute";
+inline constexpr const char* kSetSessionAttribute = "SetSessionAttribute";
+inline constexpr const char* kSignalConnect = "SignalConnect";
+inline constexpr const char* kSignalDisconnect = "SignalDisconnect";
+inline constexpr const char* kSignalJoinProject = "SignalJoinProject";
+inline constexpr const char* kSendInternalSignal = "SendInternalSignal";
+inline constexpr const char* kSendSignal = "SendSignal";
+inline constexpr const char* kGetPresenceState = "GetPresenceState";
+inline constexpr const char* kSetPresenceState = "SetPresenceState";
+inline constexpr const char* kIsOnline = "IsOnline";
+inline constexpr const char* kIsForcedOffline = "IsForcedOffline";
+inline constexpr const char* kSetForcedOffline = "SetForcedOffline";
+inline constexpr const char* kGetOnlineUsers = "GetOnlineUsers";
+}  // namespace Op
+
+/// The kinds of refusal a server gives; Call throws the matching exception.
+enum class FaultKind {
+    SessionRequired,                 ///< Kerrow::PortalServer::Client::SessionRequiredException
+    CreateSessionFailed,             ///< ...::CreateSessionFailedException
+    EntityNotFound,                  ///< ...::EntityNotFoundException
+    PortalServerClient,              ///< ...::PortalServerClientException
+    ConnectionFailed,                ///< ...::ConnectionFailedException
+    IncompatibleModelServerVersion,  ///< KRCB::IncompatibleModelServerVersionException
+    IncompatibleProjectVersion,      ///< KRCB::IncompatibleProjectVersionException
+    SessionExists,  ///< Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException
+    ZRException,    ///< ZR::ZRException
+    Foreign,        ///< std::runtime_error: a failure outside the ZR family
+};
+
+/// A refusal. The message must never hold a token or a password: it becomes
+/// the text of an exception.
+struct Fault {
+    FaultKind kind = FaultKind::ZRException;
+    std::string message;
+    /// Carried by the two Incompatible... kinds: for a model server the
+    /// server's version and the client's; for a project its version.
+    int major = 0;
+    int minor = 0;
+    int clientMajor = 0;
+    int clientMinor = 0;
+};
+
+struct Request {
+    std::string serverUrl;
+    /// One of the operation names the emulator documents ("Login", "GetSessions", ...).
+    std::string op;
+    /// The login name the call runs under, and the id the server gave that
+    /// login (empty for the login itself and the signal channel's connect).
+    std::string user;
+    std::string loginId;
+    Data params = Data::object();
+};
+
+struct Reply {
+    std::optional<Fault> fault;  ///< set: the call was refused
+    Data result;
+};
+
+class Transport {
+public:
+    virtual ~Transport() = default;
+    /// Blocks until the server answers. Must not throw.
+    virtual Reply Call(const Request& request) = 0;
+};
+
+/// Installs the process-wide transport; null removes it. A call under way
+/// keeps the transport it started with.
+void SetTransport(std::shared_ptr<Transport> transport);
+std::shared_ptr<Transport> GetTransport();
+
+/// Sends the request and answers the result; a fault is thrown as its
+/// exception. With no transport installed: ConnectionFailedException naming
+/// the server.
+Data Call(const Request& request);
+
+/// Throws the exception of a fault.
+[[noreturn]] void ThrowFault(const Fault& fault);
+
+/// The version of the project server protocol this client speaks.
+inline constexpr int kClientMajorVersion = 1;
+inline constexpr int kClientMinorVersion = 0;
+
+}  // namespace KRCB::Internal

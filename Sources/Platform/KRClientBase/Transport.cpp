@@ -1,0 +1,75 @@
+#include "KRCB/Internal/Transport.h"
+
+#include <mutex>
+#include <stdexcept>
+
+#include "KRCB/Paths.h"
+#include "Kerrow/Exceptions.h"
+
+namespace KRCB::Internal {
+namespace {
+
+std::mutex& TransportMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::shared_ptr<Transport>& Installed() {
+    static std::shared_ptr<Transport> transport;
+    return transport;
+}
+
+}  // namespace
+
+void SetTransport(std::shared_ptr<Transport> transport) {
+    std::lock_guard<std::mutex> lock(TransportMutex());
+    Installed() = std::move(transport);
+}
+
+std::shared_ptr<Transport> GetTransport() {
+    std::lock_guard<std::mutex> lock(TransportMutex());
+    return Installed();
+}
+
+void ThrowFault(const Fault& fault) {
+    using namespace Kerrow::PortalServer::Client;
+    const ZR::UniString message(fault.message);
+    switch (fault.kind) {
+        case FaultKind::SessionRequired:
+            throw SessionRequiredException(message, ZR_HERE);
+        case FaultKind::CreateSessionFailed:
+            throw CreateSessionFailedException(message, ZR_HERE);
+        case FaultKind::EntityNotFound:
+            throw EntityNotFoundException(message, ZR_HERE);
+        case FaultKind::PortalServerClient:
+            throw PortalServerClientException(message, ZR_HERE);
+        case FaultKind::ConnectionFailed:
+            throw ConnectionFailedException(message, ZR_HERE);
+        case FaultKind::IncompatibleModelServerVersion:
+            throw IncompatibleModelServerVersionException(
+                message, ZR_HERE, fault.major, fault.minor, fault.clientMajor, fault.clientMinor);
+        case FaultKind::IncompatibleProjectVersion:
+            throw IncompatibleProjectVersionException(message, ZR_HERE, fault.major, fault.minor);
+        case FaultKind::SessionExists:
+            throw Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException(
+                message, ZR_HERE);
+        case FaultKind::ZRException:
+            throw ZR::ZRException(message, ZR_HERE);
+        case FaultKind::Foreign:
+            throw std::runtime_error(fault.message);
+    }
+    throw ZR::ZRException(message, ZR_HERE);
+}
+
+Data Call(const Request& request) {
+    std::shared_ptr<Transport> transport = GetTransport();
+    if (!transport) {
+        throw Kerrow::PortalServer::Client::ConnectionFailedException(
+            ZR::UniString("No connection to " + WithoutUserInfo(request.serverUrl).Std()), ZR_HERE);
+    }
+    Reply reply = transport->Call(request);
+    if (reply.fault) ThrowFault(*reply.fault);
+    return std::move(reply.result);
+}
+
+}  // namespace KRCB::Internal

@@ -1,0 +1,210 @@
+// The emulator's scripting: faults and the exception each kind gives, counts,
+// the seed, and the checks of what a test adds.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+
+#include "KRCB/Clients.h"
+#include "KRCB/SignalClient.h"
+#include "Kerrow/Exceptions.h"
+#include "Support/EmulatorFixture.h"
+
+namespace {
+
+using namespace krtest;
+using Emulator::Fault;
+using Emulator::FaultKind;
+namespace PS = Kerrow::PortalServer::Client;
+
+ZR::Ref<KRCB::Management::ResourceManagerClient> LogIn() {
+    return KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", "rt-anna", true,
+                                                                  false);
+}
+
+Emulator::UserSpec User(const std::string& login) {
+    Emulator::UserSpec user;
+    user.login = login;
+    return user;
+}
+
+Emulator::ProjectSpec Project(const std::string& path) {
+    Emulator::ProjectSpec project;
+    project.path = path;
+    return project;
+}
+
+Emulator::SessionSpec Session(const std::string& user) {
+    Emulator::SessionSpec session;
+    session.user = user;
+    return session;
+}
+
+Fault Failure(FaultKind kind, const std::string& message = "emulated failure") {
+    Fault fault;
+    fault.kind = kind;
+    fault.message = message;
+    return fault;
+}
+
+// The name of the most special class the exception belongs to, tried in the
+// order a connection check catches them.
+std::string Caught(const std::function<void()>& call) {
+    try {
+        call();
+        return "nothing";
+    } catch (const PS::SessionRequiredException&) {
+        return "SessionRequired";
+    } catch (const PS::CreateSessionFailedException&) {
+        return "CreateSessionFailed";
+    } catch (const PS::EntityNotFoundException&) {
+        return "EntityNotFound";
+    } catch (const PS::ConnectionFailedException&) {
+        return "ConnectionFailed";
+    } catch (const PS::PortalServerClientException&) {
+        return "PortalServerClient";
+    } catch (const KRCB::IncompatibleModelServerVersionException& e) {
+        return "IncompatibleModelServerVersion " + e.ToString().Std();
+    } catch (const KRCB::IncompatibleProjectVersionException& e) {
+        return "IncompatibleProjectVersion " + std::to_string(e.GetMajorVersion()) + "." +
+               std::to_string(e.GetMinorVersion());
+    } catch (const Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException&) {
+        return "SessionExists";
+    } catch (const ZR::ZRException& e) {
+        return "ZRException " + e.GetMessage().Std();
+    } catch (const std::runtime_error& e) {
+        return std::string("Foreign ") + e.what();
+    }
+}
+
+TEST(EmulatorFaults, EachKindThrowsItsException) {
+    struct Row {
+        FaultKind kind;
+        std::string expected;
+    };
+    const Row rows[] = {
+        {FaultKind::SessionRequired, "SessionRequired"},
+        {FaultKind::CreateSessionFailed, "CreateSessionFailed"},
+        {FaultKind::EntityNotFound, "EntityNotFound"},
+        {FaultKind::PortalServerClient, "PortalServerClient"},
+        {FaultKind::ConnectionFailed, "ConnectionFailed"},
+        {FaultKind::IncompatibleModelServerVersion,
+         "IncompatibleModelServerVersion Incompatible model server version: server 2.7, client "
+         "1.0"},
+        {FaultKind::IncompatibleProjectVersion, "IncompatibleProjectVersion 2.7"},
+        {FaultKind::SessionExists, "SessionExists"},
+        {FaultKind::ZRException, "ZRException scripted"},
+        {FaultKind::Foreign, "Foreign scripted"},
+    };
+    EmulatedService service;
+    auto client = LogIn();
+    for (const Row& row : rows) {
+        Fault fault{row.kind, "scripted", 2, 7, 1, 0};
+        service->FailNext(Emulator::Op::kGetProjectState, fault);
+        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), row.expected);
+        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
+    }
+}
+
+TEST(EmulatorFaults, NthAlwaysAndClearCountFailedCallsToo) {
+    EmulatedService service;
+    auto client = LogIn();
+    service->ResetCounts();
+    service->FailNth(Emulator::Op::kGetProjectState, 3, Failure(FaultKind::EntityNotFound));
+    service->FailNext(Emulator::Op::kGetProjectState, Failure(FaultKind::ZRException, "first"));
+    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "ZRException first");
+    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
+    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "EntityNotFound");
+    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
+    // Faults are by operation: another one goes through.
+    service->FailAlways(Emulator::Op::kGetCurrentUserId, Failure(FaultKind::PortalServerClient));
+    EXPECT_EQ(Caught([&] { client->GetProjectIdByPath(kProjectPath); }), "nothing");
+    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "PortalServerClient");
+    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "PortalServerClient");
+    service->ClearFaults();
+    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "nothing");
+
+    EXPECT_EQ(service->CallCount(Emulator::Op::kGetProjectState), 4);
+    EXPECT_EQ(service->CallCount(Emulator::Op::kGetCurrentUserId), 3);
+    EXPECT_EQ(service->ServerCallCount(), 8);
+    service->ResetCounts();
+    EXPECT_EQ(service->ServerCallCount(), 0);
+    EXPECT_THROW(service->FailNth(Emulator::Op::kLogin, 0, {}), std::invalid_argument);
+}
+
+TEST(EmulatorFaults, AnIncompatibleModelServerRefusesTheProjectClient) {
+    EmulatedService service;
+    service->AddModelServer(kServer, {"ms-2", "/ms/two", 2, 4});
+    Emulator::ProjectSpec barn;
+    barn.path = "/Projects/Barn";
+    barn.modelServer = "ms-2";
+    std::string id = service->AddProject(kServer, barn);
+    EXPECT_EQ(Caught([&] { LogIn()->GetProjectClient(ZR::UniString(id)); }),
+              "IncompatibleModelServerVersion Incompatible model server version: server 2.4, "
+              "client 1.0");
+}
+
+TEST(EmulatorState, IdsAndTimesFollowTheSeed) {
+    auto ids = [](std::uint64_t seed) {
+        auto service = MakeStandardService(seed);
+        std::vector<std::string> out;
+        out.push_back(service->AddUser(kServer, User("carl")));
+        out.push_back(service->FindUser(kServer, "carl")->refreshToken);
+        out.push_back(service->FindUser(kServer, "carl")->guid);
+        out.push_back(service->AddProject(kServer, Project("/Projects/Barn")));
+        out.push_back(service->AddSession(kServer, "/Projects/Barn", Session("carl")));
+        service->Install();
+        KRCB::SignalClient signals(kServer, "carl", ZR::UniString(out[1]));
+        signals.SendSignal(1, "");
+        out.push_back(std::to_string(service->GetSignals().at(0).time));
+        out.push_back(signals.GetClientId().Std());
+        service->Uninstall();
+        return out;
+    };
+    EXPECT_EQ(ids(7), ids(7));
+    std::vector<std::string> a = ids(7), b = ids(8);
+    for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NE(a[i], b[i]) << i;
+}
+
+TEST(EmulatorState, AdditionsThatDoNotFitAreRefused) {
+    auto service = MakeStandardService();
+    auto refused = [&](const std::function<void()>& add, const std::string& part) {
+        try {
+            add();
+            ADD_FAILURE() << "accepted, expected a refusal saying " << part;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(part), std::string::npos) << e.what();
+        }
+    };
+    refused([&] { service->AddServer({kServer, "Again"}); }, "exists");
+    refused([&] { service->AddUser("https://none.test", User("x")); }, "no server");
+    refused([&] { service->AddUser(kServer, User("ANNA")); }, "exists");
+    Emulator::UserSpec badColor = User("dora");
+    badColor.color = "red";
+    refused([&] { service->AddUser(kServer, badColor); }, "colour");
+    refused([&] { service->AddProject(kServer, Project("/projects/house")); }, "stands");
+    refused([&] { service->AddProject(kServer, Project("Barn")); }, "path");
+    Emulator::ProjectSpec unknownRight = Project("/Projects/Barn");
+    unknownRight.permissions["anna"] = {"ReadProject", "Fly"};
+    refused([&] { service->AddProject(kServer, unknownRight); }, "unknown permission \"Fly\"");
+    Emulator::ProjectSpec twoSessions = Project("/Projects/Barn");
+    twoSessions.sessions = {Session("anna"), Session("Anna")};
+    refused([&] { service->AddProject(kServer, twoSessions); }, "has a session");
+    // A refused project leaves nothing behind.
+    EXPECT_EQ(service->GetProjectId(kServer, "/Projects/Barn"), "");
+    Emulator::ProjectSpec members = Project("/Projects/Barn");
+    members.members = {{"anna", 5}, {"bert", 5}};
+    refused([&] { service->AddProject(kServer, members); }, "taken");
+    refused([&] { service->MoveProject(kServer, "/Projects/None", "/x"); }, "no project");
+    refused([&] { service->DeleteSession(kServer, "session-none"); }, "no session");
+    refused([&] { service->SetOnline(kServer, "nobody", false); }, "no user");
+
+    // Members from the scenario keep their ids; sessions add the rest.
+    members.members = {{"bert", 5}};
+    members.sessions = {Session("anna")};
+    service->AddProject(kServer, members);
+    EXPECT_EQ(service->GetSessions(kServer, "/Projects/Barn").at(0).user, "anna");
+}
+
+}  // namespace
