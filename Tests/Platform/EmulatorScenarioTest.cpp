@@ -162,6 +162,12 @@ TEST(EmulatorScenario, StateWrittenBackLoadsAsTheSameState) {
     EXPECT_NE(text.find("\"ComputerName\": \"//4=\""), std::string::npos) << text;
     auto again = Emulator::Service::FromScenarioText(text, 99);
     EXPECT_EQ(again->ToScenarioText(), text);
+
+    // The text for people leaves the secrets out, and only them.
+    std::string shown = service->ToDisplayText();
+    for (const char* secret : {"pw-anna", "rt-anna", "rt-bert", "password", "refreshToken"})
+        EXPECT_EQ(shown.find(secret), std::string::npos) << secret;
+    EXPECT_NE(shown.find("\"computer\": \"PC-1\""), std::string::npos);
     EXPECT_EQ(again->GetSessionComputer(kServer, info.GetSessionId().Std()), "PC-\xc3\x9f");
 }
 

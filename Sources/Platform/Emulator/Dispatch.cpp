@@ -4,6 +4,7 @@
 
 #include "Emulator/Internal/State.h"
 #include "KRCB/Entities.h"
+#include "KRCB/Paths.h"
 #include "ZR/UniString.h"
 
 namespace Emulator::Internal {
@@ -185,8 +186,9 @@ Reply State::Call(const Request& request) {
     }
     Server* server = FindServer(request.serverUrl);
     if (!server || server->down)
-        return Refuse(FK::ConnectionFailed,
-                      "The server " + request.serverUrl + " can't be reached");
+        return Refuse(
+            FK::ConnectionFailed,
+            "The server " + KRCB::WithoutUserInfo(request.serverUrl).Std() + " can't be reached");
     if (IsSignalOperation(request.op)) return DispatchSignal(*server, request);
     return Dispatch(*server, request);
 }

@@ -344,6 +344,8 @@ Data WriteVersion(int major, int minor) {
     return Data::array({major, minor});
 }
 
+std::string WriteScenario(const Internal::State& state, bool withSecrets);
+
 }  // namespace
 
 std::unique_ptr<Service> Service::FromScenarioText(const std::string& text, std::uint64_t seed) {
@@ -377,9 +379,19 @@ std::unique_ptr<Service> Service::FromScenarioFile(const std::string& path, std:
 }
 
 std::string Service::ToScenarioText() const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
+    return WriteScenario(*mState, true);
+}
+
+std::string Service::ToDisplayText() const {
+    return WriteScenario(*mState, false);
+}
+
+namespace {
+
+std::string WriteScenario(const Internal::State& state, bool withSecrets) {
+    std::lock_guard<std::mutex> lock(state.mutex);
     Data servers = Data::array();
-    for (const Internal::Server& server : mState->servers) {
+    for (const Internal::Server& server : state.servers) {
         Data s{{"url", server.spec.url},
                {"friendlyName", server.spec.friendlyName},
                {"version", WriteVersion(server.spec.major, server.spec.minor)}};
@@ -388,10 +400,10 @@ std::string Service::ToScenarioText() const {
         for (const Internal::User& user : server.users) {
             const UserSpec& u = user.spec;
             Data entry{{"login", u.login}};
-            if (!u.password.empty()) entry["password"] = u.password;
+            if (withSecrets && !u.password.empty()) entry["password"] = u.password;
             entry["fullName"] = u.fullName;
             entry["id"] = u.id;
-            entry["refreshToken"] = u.refreshToken;
+            if (withSecrets) entry["refreshToken"] = u.refreshToken;
             entry["color"] = u.color;
             entry["guid"] = u.guid;
             if (!u.picture.empty())
@@ -439,6 +451,8 @@ std::string Service::ToScenarioText() const {
     }
     return Data{{"servers", std::move(servers)}}.dump(2) + "\n";
 }
+
+}  // namespace
 
 void Service::SaveScenarioFile(const std::string& path) const {
     int status = IO::fileSystem.WriteFileAtomically(IO::Location(ZR::UniString(path)),
