@@ -142,8 +142,7 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
     for (const Row& row : rows) {
         SCOPED_TRACE(row.copy ? row.copy : "foreign");
         ReadProjectConnection connection(manager.get(), false);
-        service->SetPresenceState(kServer, "anna", 0);
-        manager->GetSignalClient()->SetPresenceState(0);
+        ClearPresence();
         service->ClearSignals();
         log.Clear();
         service->FailNext(Emulator::Op::kGetProjectState, row.fault);
@@ -172,7 +171,7 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
 
     // Without signals the missing session is "check failed", not "told".
     ReadProjectConnection quiet(manager.get(), false);
-    manager->GetSignalClient()->SetPresenceState(0);
+    ClearPresence();
     service->ClearSignals();
     service->FailNext(Emulator::Op::kGetProjectState, {Kind::SessionRequired});
     EXPECT_EQ(ProjectConnectionBase::Check(&quiet, false, false), Result::CheckNoSession);
@@ -203,6 +202,7 @@ TEST_F(ConnectionCheckTest, DetailsListStepsUpToTheFirstNotTakenAndASlowCheckInF
         project.permissions["anna"] = {"ReadProject"};
         service->AddProject(kServer, project);
         auto other = Manager(true, "anna", "rt-anna", project.path);
+        ClearPresence();
         log.Clear();
         {
             SlowWrite slow(ms);
@@ -279,6 +279,7 @@ TEST_F(ConnectionCheckTest, AMovedProjectIsOfflineADeletedOrReplacedOneNotFound)
     // Another project of a new id at the path isn't the cached one.
     service->MoveProject(kServer, "/Projects/Home", kProjectPath);
     service->ReplaceProject(kServer, kProjectPath);
+    ClearPresence();
     service->ClearSignals();
     ReadProjectConnection replaced(manager.get(), true);
     EXPECT_EQ(replaced.GetCheckResult(), Result::CheckProjectNotFound);
@@ -286,6 +287,7 @@ TEST_F(ConnectionCheckTest, AMovedProjectIsOfflineADeletedOrReplacedOneNotFound)
     EXPECT_EQ(Record(*manager).GetProjectId(), krtest::kProjectId);
 
     service->DeleteProject(kServer, kProjectPath);
+    ClearPresence();
     service->ClearSignals();
     ReadProjectConnection deleted(manager.get(), true);
     EXPECT_EQ(deleted.GetCheckResult(), Result::CheckProjectNotFound);
@@ -296,7 +298,7 @@ TEST_F(ConnectionCheckTest, ProjectStatesRefuseWritingOrEverything) {
     auto manager = Manager();
     service->SetProjectState(kServer, kProjectPath, 2);
     EXPECT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
-    manager->GetSignalClient()->SetPresenceState(0);
+    ClearPresence();
     WriteProjectConnection write(manager.get(), true);
     EXPECT_EQ(write.GetCheckResult(), Result::CheckProjectNotWritable);
     EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{17, ""}}));

@@ -54,6 +54,10 @@ protected:
             if (s.internal) out.emplace_back(s.id, s.text);
         return out;
     }
+    // A failed check leaves presence 2, which stops the next implicit check.
+    void ClearPresence(const std::string& user = "anna") {
+        service->SetPresenceState(kServer, user, 0);
+    }
     int Presence(const std::string& user = "anna") const {
         return service->GetPresenceState(kServer, user);
     }

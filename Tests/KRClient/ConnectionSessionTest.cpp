@@ -44,6 +44,7 @@ TEST_F(ConnectionSessionTest, AnotherComputersSessionIsRefusedUntilItIsReceived)
     // The same user on a second computer: names compare exactly.
     for (const char* computer : {"PC-2", "pc-1"}) {
         Network::SetClientComputerName(computer);
+        ClearPresence();
         service->ClearSignals();
         auto second = Manager();
         ReadProjectConnection refused(second.get(), true);
