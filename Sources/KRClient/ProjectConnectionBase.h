@@ -131,13 +131,18 @@ protected:
                       bool ignoreCachedSession, ZR::Ref<ZR::ZRException, ZR::Counter>* exception,
                       bool reconnect);
 
+    /// The client the connection holds; empty before its first login.
     virtual ZR::Ref<KRCB::Management::ResourceManagerClient, ZR::AtomicCounter>
     _GetResourceManagerClient() = 0;
+    /// Makes client the one the connection holds.
     virtual void _SetResourceManagerClient(
         ZR::Ref<KRCB::Management::ResourceManagerClient, ZR::AtomicCounter>& client) = 0;
+    /// The manager the connection was made on; may be null.
     virtual KRCB::ProjectConnectionManagerInterface* _GetProjectConnectionManager() = 0;
+    /// The session the connection runs on.
     virtual ZR::UniString _GetSessionId() const = 0;
 
+    // The hooks' non-virtual faces.
     ZR::Ref<KRCB::Management::ResourceManagerClient, ZR::AtomicCounter> GetResourceManagerClient() {
         return _GetResourceManagerClient();
     }
@@ -158,7 +163,6 @@ private:
     void CheckProjectState();
     bool CheckProjectPathChanged();
     void HandleCheckException(ZR::Ref<ZR::ZRException, ZR::Counter>* exception);
-    void UpdatePresence();
     ZR::UniString GetCurrentProjectId() const;
 
     // Session steps (ProjectConnectionSession.cpp).
