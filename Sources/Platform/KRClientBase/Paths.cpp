@@ -208,6 +208,15 @@ ZR::UniString GetProjectName(const ZR::UniString& projectPath) {
     GetProjectPathElements(projectPath, elements);
     return elements.IsEmpty() ? ZR::UniString() : elements.GetLast();
 }
+
+void AppendToResourcePath(const ZR::UniString& name, ZR::UniString& path) {
+    const std::string& n = name.Std();
+    std::size_t first = n.find_first_not_of('/');
+    if (first == std::string::npos) return;
+    std::string p = path.Std();
+    while (!p.empty() && p.back() == '/') p.pop_back();
+    path = ZR::UniString(p + "/" + n.substr(first));
+}
 }  // namespace Management
 
 }  // namespace KRCB

@@ -54,6 +54,9 @@ KRCB_EXPORT ZR::UniString GetParentFolderPath(const ZR::UniString& path);
 namespace Management {
 /// The last element of a project path.
 KRCB_EXPORT ZR::UniString GetProjectName(const ZR::UniString& projectPath);
+/// Appends "/name" to path, with one "/" between them however either side
+/// is written ("/a/" and "/b" give "/a/b"). An empty name leaves path as it is.
+KRCB_EXPORT void AppendToResourcePath(const ZR::UniString& name, ZR::UniString& path);
 }  // namespace Management
 
 }  // namespace KRCB

@@ -1,0 +1,349 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "KRClient/ConnectionFixture.h"
+#include "ZR/Internal/TestClock.h"
+
+namespace {
+
+using KRC::ProjectConnectionBase;
+using KRC::ReadProjectConnection;
+using KRC::WriteProjectConnection;
+using krtest::kProjectPath;
+using krtest::kServer;
+using krtest::Result;
+using Kind = Emulator::FaultKind;
+
+class ConnectionCheckTest : public krtest::ConnectionTest {};
+
+// Moves the clock while the check writes the record: a step as slow as asked.
+class SlowWrite : public KRC::CachedProjectInfoObserver {
+public:
+    explicit SlowWrite(std::int64_t ms) : ms(ms) { KRC::cachedProjectInfoObserver.Attach(*this); }
+    ~SlowWrite() override { KRC::cachedProjectInfoObserver.Detach(*this); }
+    void ContentWrittenToDisc(const KRC::CachedProjectInfo*) override {
+        ZR::Internal::AdvanceCurrentTimeMillisForTesting(ms);
+    }
+
+private:
+    std::int64_t ms;
+};
+
+TEST_F(ConnectionCheckTest, FirstOpeningGoesOnlineFillsTheRecordOnceAndSetsPresence) {
+    auto manager = Manager();
+    krtest::EventRecorder writes;
+    ReadProjectConnection connection(manager.get(), true);
+
+    EXPECT_EQ(connection.GetCheckResult(), ProjectConnectionBase::CheckOnline);
+    EXPECT_TRUE(connection.IsOpen(nullptr));
+    EXPECT_EQ(writes.writes, 1);
+    const KRC::CachedProjectInfo& record = Record(*manager);
+    EXPECT_EQ(record.GetSessionId(), SessionOf());
+    EXPECT_FALSE(SessionOf().empty());
+    EXPECT_EQ(record.GetProjectId(), krtest::kProjectId);
+    EXPECT_EQ(record.GetUserId(), "user-anna");
+    EXPECT_EQ(record.GetUserName_(), "anna");
+    EXPECT_EQ(record.GetModelServerPath(), "/ms/one");
+    EXPECT_EQ(record.GetPermissions().GetSize(), 3u);
+    EXPECT_TRUE(record.GetPermissions().Contains("WriteProject"));
+    EXPECT_TRUE(record.IsComplete());
+    ASSERT_NE(manager->GetUserAttributes(), nullptr);
+    EXPECT_EQ(manager->GetUserAttributes()->GetShortUserId(), record.GetLogonId());
+    EXPECT_EQ(manager->GetUserAttributes()->GetPermissions().GetSize(), 3u);
+    EXPECT_EQ(Presence(), 3);
+    EXPECT_TRUE(InternalSignals().empty());
+    EXPECT_TRUE(Logged("KRC::ProjectConnection created"));
+    EXPECT_TRUE(Logged("KRC::ProjectConnection::Check started"));
+    EXPECT_TRUE(Logged("KRC::ProjectConnection::Check ended: result=0"));
+    EXPECT_FALSE(Logged("details"));
+
+    // Nothing changed: a later check, of this or a new connection, writes nothing.
+    EXPECT_EQ(ProjectConnectionBase::Check(&connection, true, false),
+              ProjectConnectionBase::CheckOnline);
+    WriteProjectConnection second(manager.get(), true);
+    EXPECT_EQ(second.GetCheckResult(), ProjectConnectionBase::CheckOnline);
+    EXPECT_EQ(writes.writes, 1);
+    EXPECT_EQ(service->GetSessions(kServer, kProjectPath).size(), 1u);
+}
+
+// Each exception the steps can raise, thrown from the last step.
+TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopies) {
+    struct Row {
+        Emulator::Fault fault;
+        Result result;
+        int signal;  // 0: none
+        std::string text;
+        bool logged;
+        const char* copy;  // the copy's class; null: no copy
+        int presence;
+    };
+    const Row rows[] = {
+        {{Kind::SessionRequired},
+         Result::CheckNoSession,
+         14,
+         "",
+         true,
+         "SessionRequiredException",
+         1},
+        {{Kind::CreateSessionFailed},
+         Result::CheckNoSession,
+         14,
+         "",
+         true,
+         "CreateSessionFailedException",
+         1},
+        {{Kind::EntityNotFound},
+         Result::CheckProjectNotFound,
+         15,
+         "",
+         true,
+         "EntityNotFoundException",
+         2},
+        {{Kind::PortalServerClient},
+         Result::CheckOffline,
+         0,
+         "",
+         true,
+         "PortalServerClientException",
+         2},
+        {{Kind::ConnectionFailed},
+         Result::CheckOffline,
+         0,
+         "",
+         true,
+         "ConnectionFailedException",
+         2},
+        {{Kind::IncompatibleModelServerVersion, "versions", 2, 1, 1, 0},
+         Result::CheckIncompatibleServer,
+         19,
+         "Incompatible model server version: server 2.1, client 1.0",
+         false,
+         "IncompatibleModelServerVersionException",
+         2},
+        {{Kind::IncompatibleProjectVersion, "versions", 3, 4},
+         Result::CheckIncompatibleProject,
+         22,
+         "3.4.0/4",
+         false,
+         "IncompatibleProjectVersionException",
+         2},
+        {{Kind::SessionExists},
+         Result::CheckOffline,
+         0,
+         "",
+         true,
+         "ProjectManagerClientSessionExistsException",
+         2},
+        {{Kind::ZRException}, Result::CheckOffline, 0, "", true, "ZRException", 2},
+        {{Kind::Foreign}, Result::CheckOffline, 0, "", false, nullptr, 2},
+    };
+    auto manager = Manager();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.copy ? row.copy : "foreign");
+        ReadProjectConnection connection(manager.get(), false);
+        ClearPresence();
+        service->ClearSignals();
+        log.Clear();
+        service->FailNext(Emulator::Op::kGetProjectState, row.fault);
+
+        ZR::Ref<ZR::ZRException, ZR::Counter> copy;
+        EXPECT_EQ(ProjectConnectionBase::Check(&connection, copy, true, false), row.result);
+        EXPECT_EQ(connection.GetCheckResult(), row.result);
+        if (row.copy) {
+            ASSERT_TRUE(copy);
+            EXPECT_EQ(copy->GetName(), row.copy);
+        } else {
+            EXPECT_FALSE(copy);
+        }
+        std::vector<std::pair<int, std::string>> expected;
+        if (row.signal) expected.emplace_back(row.signal, row.text);
+        EXPECT_EQ(InternalSignals(), expected);
+        EXPECT_EQ(connection.CheckErrorSignalSent(), row.signal != 0);
+        EXPECT_EQ(Logged("KRC::ProjectConnection::Check exception occurred:"), row.logged);
+        EXPECT_EQ(Presence(), row.presence);
+        // The failing step is the sixth: five were taken, the sixth wasn't.
+        const std::string text = log.GetText();
+        EXPECT_TRUE(Logged("step5: executed: 1")) << text;
+        EXPECT_TRUE(Logged("step6: executed: 0, execution time=0 ms")) << text;
+        EXPECT_TRUE(Logged("Check ended: result=" + std::to_string(static_cast<int>(row.result))));
+    }
+
+    // Without signals the missing session is "check failed", not "told".
+    ReadProjectConnection quiet(manager.get(), false);
+    ClearPresence();
+    service->ClearSignals();
+    service->FailNext(Emulator::Op::kGetProjectState, {Kind::SessionRequired});
+    EXPECT_EQ(ProjectConnectionBase::Check(&quiet, false, false), Result::CheckNoSession);
+    EXPECT_TRUE(InternalSignals().empty());
+    EXPECT_FALSE(quiet.CheckErrorSignalSent());
+    EXPECT_EQ(Presence(), 2);
+}
+
+TEST_F(ConnectionCheckTest, DetailsListStepsUpToTheFirstNotTakenAndASlowCheckInFull) {
+    auto manager = Manager();
+    service->FailNext(Emulator::Op::kGetSessions, {Kind::ZRException});
+    ReadProjectConnection failed(manager.get(), true);
+    EXPECT_EQ(failed.GetCheckResult(), Result::CheckOffline);
+    const std::regex stopped(
+        "Check details:\n\tstep1: executed: 1, execution time=\\d+ ms"
+        "\n\tstep2: executed: 1, execution time=\\d+ ms"
+        "\n\tstep3: executed: 1, execution time=\\d+ ms"
+        "\n\tstep4: executed: 0, execution time=0 ms\n");
+    EXPECT_TRUE(std::regex_search(log.GetText(), stopped)) << log.GetText();
+    EXPECT_FALSE(Logged("step5"));
+
+    // A check that succeeds writes details only when it took more than
+    // 10,000 ms; the first opening of a project writes its record, slowly.
+    for (int ms : {9000, 11000}) {
+        Emulator::ProjectSpec project;
+        project.path = "/Projects/P" + std::to_string(ms);
+        project.modelServer = "ms-1";
+        project.permissions["anna"] = {"ReadProject"};
+        service->AddProject(kServer, project);
+        auto other = Manager(true, "anna", "rt-anna", project.path);
+        ClearPresence();
+        log.Clear();
+        {
+            SlowWrite slow(ms);
+            ReadProjectConnection connection(other.get(), true);
+            EXPECT_EQ(connection.GetCheckResult(), Result::CheckOnline);
+        }
+        const std::regex full(
+            "Check details:\n\tstep1: executed: 1, execution time=\\d+ ms"
+            "\n\tstep2: executed: 1, execution time=\\d+ ms"
+            "\n\tstep3: executed: 1, execution time=\\d+ ms"
+            "\n\tstep4: executed: 1, execution time=\\d+ ms"
+            "\n\tstep5: executed: 1, execution time=(\\d+) ms"
+            "\n\tstep6: executed: 1, execution time=\\d+ ms\n");
+        std::smatch match;
+        const std::string text = log.GetText();
+        EXPECT_EQ(std::regex_search(text, match, full), ms > 10000) << text;
+        if (ms > 10000) {
+            EXPECT_GE(std::stoi(match[1]), ms);
+        }
+    }
+}
+
+TEST_F(ConnectionCheckTest, PresenceStopsAnImplicitCheckWithoutStoringItsAnswer) {
+    auto manager = Manager();
+    for (int presence : {1, 2}) {
+        manager->GetSignalClient()->SetPresenceState(presence);
+        service->ResetCounts();
+        log.Clear();
+        ReadProjectConnection connection(manager.get(), true);
+        // The constructor's check met the gate: the connection stands unchecked.
+        EXPECT_EQ(connection.GetCheckResult(), Result::CheckNotChecked);
+        Result result = Result::CheckOnline;
+        EXPECT_FALSE(connection.IsOpen(&result));
+        EXPECT_EQ(result, Result::CheckNotChecked);
+        EXPECT_TRUE(Logged("Check return Offline about presenceState."));
+        EXPECT_EQ(service->ServerCallCount(), 0);
+
+        // An explicit check isn't stopped, and then IsOpen reports it.
+        EXPECT_EQ(ProjectConnectionBase::Check(&connection, true, false), Result::CheckOnline);
+        EXPECT_TRUE(connection.IsOpen(&result));
+        EXPECT_EQ(result, Result::CheckOnline);
+        EXPECT_EQ(Presence(), 3);
+    }
+}
+
+TEST_F(ConnectionCheckTest, ASecondaryConnectionSendsNoSignalsAndLeavesPresence) {
+    auto manager = Manager(false);
+    EXPECT_EQ(manager->GetSignalClient(), nullptr);
+    service->FailNext(Emulator::Op::kGetProjectState, {Kind::SessionRequired});
+    ReadProjectConnection connection(manager.get(), true);
+    EXPECT_TRUE(Logged("Secondary KRC::ProjectConnection created"));
+    EXPECT_EQ(connection.GetCheckResult(), Result::CheckNoSession);
+    EXPECT_FALSE(connection.CheckErrorSignalSent());
+    EXPECT_FALSE(connection.SendSignal(1));
+    EXPECT_TRUE(service->GetSignals().empty());
+    EXPECT_EQ(Presence(), 0);
+}
+
+TEST_F(ConnectionCheckTest, AMovedProjectIsOfflineADeletedOrReplacedOneNotFound) {
+    auto manager = Manager();
+    ASSERT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
+
+    // Renamed: not found by its path, but its id lives on under another.
+    service->MoveProject(kServer, kProjectPath, "/Projects/Home");
+    service->ClearSignals();
+    ReadProjectConnection moved(manager.get(), true);
+    EXPECT_EQ(moved.GetCheckResult(), Result::CheckOffline);
+    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{16, ""}}));
+    EXPECT_TRUE(
+        Logged("KRC::ProjectConnection::Check project path changed: project id: "
+               "prj-house, old path: /Projects/House, new path: /Projects/Home"));
+    EXPECT_EQ(Presence(), 2);
+
+    // Another project of a new id at the path isn't the cached one.
+    service->MoveProject(kServer, "/Projects/Home", kProjectPath);
+    service->ReplaceProject(kServer, kProjectPath);
+    ClearPresence();
+    service->ClearSignals();
+    ReadProjectConnection replaced(manager.get(), true);
+    EXPECT_EQ(replaced.GetCheckResult(), Result::CheckProjectNotFound);
+    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{15, ""}}));
+    EXPECT_EQ(Record(*manager).GetProjectId(), krtest::kProjectId);
+
+    service->DeleteProject(kServer, kProjectPath);
+    ClearPresence();
+    service->ClearSignals();
+    ReadProjectConnection deleted(manager.get(), true);
+    EXPECT_EQ(deleted.GetCheckResult(), Result::CheckProjectNotFound);
+    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{15, ""}}));
+}
+
+TEST_F(ConnectionCheckTest, ProjectStatesRefuseWritingOrEverything) {
+    auto manager = Manager();
+    service->SetProjectState(kServer, kProjectPath, 2);
+    EXPECT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
+    ClearPresence();
+    WriteProjectConnection write(manager.get(), true);
+    EXPECT_EQ(write.GetCheckResult(), Result::CheckProjectNotWritable);
+    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{17, ""}}));
+    EXPECT_EQ(Presence(), 0);  // not writable leaves presence alone
+
+    service->SetProjectState(kServer, kProjectPath, 3);
+    service->ClearSignals();
+    ReadProjectConnection refused(manager.get(), true);
+    EXPECT_EQ(refused.GetCheckResult(), Result::CheckProjectStateRefused);
+    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{18, ""}}));
+    EXPECT_EQ(Presence(), 2);
+}
+
+TEST_F(ConnectionCheckTest, SendSignalIsPlainAndAConnectionWithoutManagerIsOffline) {
+    auto manager = Manager();
+    ReadProjectConnection connection(manager.get(), false);
+    // ReceiveSession posts nothing; a plain signal still goes.
+    EXPECT_TRUE(ProjectConnectionBase::ReceiveSession(&connection, false));
+    EXPECT_TRUE(connection.SendSignal(7));
+    const auto signals = service->GetSignals();
+    ASSERT_EQ(signals.size(), 1u);
+    EXPECT_FALSE(signals[0].internal);
+    EXPECT_EQ(signals[0].id, 7);
+    EXPECT_EQ(signals[0].text, "");
+
+    service->ResetCounts();
+    ReadProjectConnection none(nullptr, true);
+    EXPECT_EQ(none.GetCheckResult(), Result::CheckOffline);
+    EXPECT_FALSE(none.IsOpen(nullptr));
+    EXPECT_EQ(ProjectConnectionBase::Check(&none, true, false), Result::CheckOffline);
+    EXPECT_FALSE(none.SendSignal(7));
+    ZR::Ref<ZR::ZRException, ZR::Counter> copy;
+    EXPECT_EQ(
+        ProjectConnectionBase::Check(static_cast<KRCB::ProjectConnectionManagerInterface*>(nullptr),
+                                     copy, true, false),
+        Result::CheckOffline);
+    EXPECT_FALSE(copy);
+    EXPECT_EQ(service->ServerCallCount(), 0);
+
+    // The forms on a manager check a temporary connection.
+    EXPECT_EQ(ProjectConnectionBase::Check(manager.get(), copy, true, false), Result::CheckOnline);
+    service->SetServerDown(kServer, true);
+    EXPECT_EQ(ProjectConnectionBase::Check(manager.get(), copy, true, false), Result::CheckOffline);
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->GetName(), "ConnectionFailedException");
+}
+
+}  // namespace
