@@ -201,31 +201,28 @@ TEST(ContactList, CutOrBrokenListsLeaveTheListAsItWas) {
 }
 
 TEST(ContactList, HostileCountsAllocateNoMoreThanTheInput) {
-    std::vector<Bytes> inputs;
-    inputs.push_back(ListWith(0xFFFFFFFFu, 1, BodyWithMailboxes(0, {})));       // record count
-    inputs.push_back(ListWith(1, 1, BodyWithMailboxes(0xFFFFFFFFu, {"a/b"})));  // mailboxes
-    Bytes bigText = ListWith(1, 1, {});
-    bigText.resize(bigText.size() - 4);  // record size 0 replaced below
-    PutLe32(bigText, 8);
-    PutLe32(bigText, 0xFFFFFFF0u);  // owner id length
-    bigText.insert(bigText.end(), 4, 'x');
-    inputs.push_back(bigText);
-    Bytes bigRecord;
-    PutLe32(bigRecord, 1);
-    PutLe32(bigRecord, 0);
-    PutLe32(bigRecord, 1);
-    PutLe32(bigRecord, 1);
-    PutLe32(bigRecord, 0xFFFFFFFFu);  // record size
-    inputs.push_back(bigRecord);
+    auto withSizes = [](std::uint32_t recordSize, std::uint32_t firstWord) {
+        Bytes bytes = ListWith(1, 1, {});
+        bytes.resize(bytes.size() - 4);
+        PutLe32(bytes, recordSize);
+        PutLe32(bytes, firstWord);
+        return bytes;
+    };
     Bytes bigImage = BodyWithMailboxes(0, {});
     bigImage.resize(bigImage.size() - 8);
-    PutLe32(bigImage, 0xFFFFFF00u);  // image size
-    inputs.push_back(ListWith(1, 1, bigImage));
-
+    PutLe32(bigImage, 0xFFFFFF00u);
+    const std::vector<Bytes> inputs = {
+        ListWith(0xFFFFFFFFu, 1, BodyWithMailboxes(0, {})),       // records
+        ListWith(1, 1, BodyWithMailboxes(0xFFFFFFFFu, {"a/b"})),  // mailboxes
+        withSizes(4, 0xFFFFFFF0u),                                // owner id length
+        withSizes(0xFFFFFFFFu, 0),                                // record size
+        ListWith(1, 1, bigImage),                                 // image size
+    };
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         ListRef list = KeptList();
         krtest::LargestAllocation meter;
         EXPECT_NE(Read(inputs[i], list), 0) << "input " << i;
+        // The contact objects themselves take a few hundred bytes.
         EXPECT_LE(meter.Bytes(), 1024 + inputs[i].size()) << "input " << i;
         EXPECT_EQ(OwnerIds(list), (std::vector<std::string>{"kept"}));
     }
