@@ -220,4 +220,6 @@ int ContactListSerializer::WriteContactList(const ZR::Ref<const KRCB::Mailbox::C
     return 0;
 }
 
+#undef KRC_TRY
+
 }  // namespace KRC::Mailbox
