@@ -35,8 +35,9 @@ struct XOut {
     ZR::OChannelX x{binary, ZR::GetNetworkByteOrderOProtocolX()};
 };
 struct XIn {
-    explicit XIn(const Bytes& bytes) : in(bytes) {}
-    ZR::MemoryIChannel in;
+    explicit XIn(Bytes data) : bytes(std::move(data)) {}
+    Bytes bytes;  // a memory channel reads what its owner keeps
+    ZR::MemoryIChannel in{bytes};
     ZR::IBinaryChannelAdapterForIChannel binary{in};
     ZR::IChannelX x{binary, ZR::GetNetworkByteOrderIProtocolX()};
 };
