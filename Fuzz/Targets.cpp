@@ -10,6 +10,10 @@
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
+#include "KRClient/MailClient/ContactListSerializer.h"
+#include "NewDisplay/NativeImage.h"
+#include "ZR/Channel.h"
+#include "ZR/Debug.h"
 #include "ZRXML/XMLChannel.h"
 
 namespace krfuzz {
@@ -143,11 +147,48 @@ int FuzzLocation(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+int FuzzContactList(const std::uint8_t* data, std::size_t size) {
+    using KRC::Mailbox::ContactListSerializer;
+    // Rejected sessions and mailbox ids are reported on the debug output.
+    ZR::SetDebugOutput([](const std::string&) {});
+    ZR::MemoryIChannel in(data, size);
+    ZR::Ref<KRCB::Mailbox::ContactList> list = ZR::Ref<KRCB::Mailbox::ContactList>::Make();
+    if (ContactListSerializer::ReadContactList(in, list) != 0) {
+        if (list->GetSize() != 0) std::abort();  // a failed read adds nothing
+        return 0;
+    }
+    // What was read is written in the form of this version, which reads back
+    // to the same bytes.
+    ZR::MemoryOChannel32 first, second;
+    if (ContactListSerializer::WriteContactList(list, first) != 0) std::abort();
+    ZR::MemoryIChannel again(first.GetBytes());
+    ZR::Ref<KRCB::Mailbox::ContactList> back = ZR::Ref<KRCB::Mailbox::ContactList>::Make();
+    if (ContactListSerializer::ReadContactList(again, back) != 0) std::abort();
+    if (ContactListSerializer::WriteContactList(back, second) != 0) std::abort();
+    if (first.GetBytes() != second.GetBytes()) std::abort();
+    return 0;
+}
+
+int FuzzNativeImage(const std::uint8_t* data, std::size_t size) {
+    using NewDisplay::NativeImage;
+    for (int encoding : {NativeImage::kJPEG, NativeImage::kPNG}) {
+        NativeImage image(data, size, encoding);
+        if (image.IsNull()) continue;
+        if (image.GetWidth() == 0 || image.GetHeight() == 0) std::abort();
+        // Whatever decodes survives a PNG round trip pixel for pixel.
+        ZR::MemoryOChannel32 png;
+        if (image.Encode(png, NativeImage::kPNG) != 0) std::abort();
+        if (!(NativeImage(png.GetData(), png.GetSize(), NativeImage::kPNG) == image)) std::abort();
+    }
+    return 0;
+}
+
 const Target* FindTarget(std::string_view name) {
     static const Target kTargets[] = {
         {"xml_channel", &FuzzXmlChannel},   {"cache_info", &FuzzCacheInfo},
         {"data_options", &FuzzDataOptions}, {"login_data", &FuzzLoginData},
-        {"location", &FuzzLocation},
+        {"location", &FuzzLocation},        {"contact_list", &FuzzContactList},
+        {"native_image", &FuzzNativeImage},
     };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
@@ -155,7 +196,8 @@ const Target* FindTarget(std::string_view name) {
 }
 
 const char* TargetNames() {
-    return "xml_channel, cache_info, data_options, login_data, location";
+    return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
+           "native_image";
 }
 
 }  // namespace krfuzz

@@ -23,6 +23,8 @@ int FuzzCacheInfo(const std::uint8_t* data, std::size_t size);
 int FuzzDataOptions(const std::uint8_t* data, std::size_t size);
 int FuzzLoginData(const std::uint8_t* data, std::size_t size);
 int FuzzLocation(const std::uint8_t* data, std::size_t size);
+int FuzzContactList(const std::uint8_t* data, std::size_t size);
+int FuzzNativeImage(const std::uint8_t* data, std::size_t size);
 
 // Null for an unknown name.
 const Target* FindTarget(std::string_view name);

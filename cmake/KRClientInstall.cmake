@@ -13,13 +13,14 @@ if(TARGET krctl AND KRC_BUILD_TOOLS)
   install(TARGETS krctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
-# Headers keep the layout of the sources: ZR/, IO/, ZRXML/, Gfx/, Network/, KRCB/, Kerrow/,
-# KRClient/.
+# Headers keep the layout of the sources: ZR/, IO/, ZRXML/, Gfx/, NewDisplay/, Network/, KRCB/,
+# Kerrow/, KRClient/.
 foreach(_dir
     Sources/Platform/ZRRoot/ZR
     Sources/Platform/IO/IO
     Sources/Platform/ZRXML/ZRXML
     Sources/Platform/Gfx/Gfx
+    Sources/Platform/NewDisplay/NewDisplay
     Sources/Platform/Network/Network
     Sources/Platform/KRClientBase/KRCB
     Sources/Platform/KRClientBase/Kerrow

@@ -32,7 +32,7 @@ target_include_directories(KRClient PUBLIC ${_build_includes}
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/KRClient>)
 target_link_libraries(KRClient
   PUBLIC Threads::Threads
-  PRIVATE OpenSSL::Crypto ICU::uc pugixml::pugixml nlohmann_json::nlohmann_json)
+  PRIVATE OpenSSL::Crypto ICU::uc pugixml::pugixml nlohmann_json::nlohmann_json PNG::PNG JPEG::JPEG)
 
 # Everything inside the library, internals included, for this tree's tests,
 # tools and benchmarks. Never installed.

@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build ccache pkg-config clang-format doxygen libcli11-dev
   clang libclang-rt-dev
-  libpugixml-dev nlohmann-json3-dev libssl-dev libicu-dev
+  libpugixml-dev nlohmann-json3-dev libssl-dev libicu-dev libpng-dev libjpeg-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
 )
 

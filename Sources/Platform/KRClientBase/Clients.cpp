@@ -1,6 +1,7 @@
 #include "KRCB/Clients.h"
 
 #include "KRCB/Internal/ClientSession.h"
+#include "KRCB/Operation.h"
 #include "KRCB/Paths.h"
 #include "KRCB/SignalClient.h"
 #include "Kerrow/Exceptions.h"
@@ -123,6 +124,8 @@ void PortalServerClient::GetUser(const ZR::UniString& userId, ZR::Ref<Entities::
         std::lock_guard<std::mutex> lock(mSession->cacheMutex);
         mSession->userCache[fetched->GetId().Std()] = fetched;
     }
+    Operation::OperationCache::GetInstance().AddUsers(mSession->serverUrl, mSession->userName,
+                                                      ZR::Array<ZR::UniString>{fetched->GetId()});
     user = fetched;
 }
 
@@ -149,12 +152,17 @@ void PortalServerClient::GetUsersByIds(
     for (const ZR::UniString& id : ids) list.push_back(id.Std());
     Data result = mSession->Call(Op::kGetUsersByIds, {{"ids", std::move(list)}});
     if (!result.is_array()) Internal::BadReply(Op::kGetUsersByIds);
+    ZR::Array<ZR::UniString> fetched;
     for (const Data& entry : result) {
         ZR::Ref<Entities::User> user = Internal::UserFromData(entry);
         users.Add(user->GetId(), user);
+        fetched.Add(user->GetId());
         std::lock_guard<std::mutex> lock(mSession->cacheMutex);
         mSession->userCache[user->GetId().Std()] = user;
     }
+    // Batches of contacts then fetch only the users no batch has fetched yet.
+    Operation::OperationCache::GetInstance().AddUsers(mSession->serverUrl, mSession->userName,
+                                                      fetched);
 }
 
 bool PortalServerClient::IsInTransaction() const {
