@@ -96,11 +96,11 @@ void EventSource::DetachObservers() {
     while (!mCore->observers.empty()) {
         EventObserver* observer = mCore->observers.back().observer;
         mCore->observers.pop_back();
-        {
-            std::lock_guard<std::mutex> olock(observer->mMutex);
-            Unlink(observer->mSources, mCore.get());
-        }
         observer->SourceDestroyed(this);
+        // Unlinked only now: till here the observer's DetachFromSources finds
+        // this source and so waits for the lock.
+        std::lock_guard<std::mutex> olock(observer->mMutex);
+        Unlink(observer->mSources, mCore.get());
     }
 }
 
