@@ -5,7 +5,9 @@
 /// observer may detach itself or others from inside its call. A destroyed
 /// observer is never touched: it detaches itself from every source it knows.
 
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -72,66 +74,95 @@ private:
 
 namespace TS {
 
-/// The same walk, safe to attach, detach and send from several threads. The
-/// walk holds a recursive lock, so an observer may attach or detach from its
-/// call, and a detach from another thread waits for the walk to end.
+class EventObserver;
 class EventSource;
 
+namespace Internal {
+/// The state of a source, shared with its observers, so that an observer and
+/// its source may be destroyed on two threads at once.
+struct SourceCore {
+    struct Entry {
+        EventObserver* observer;
+        std::uint64_t seq;
+    };
+    std::recursive_mutex mutex;
+    std::vector<Entry> observers;  // in the order of seq
+    std::uint64_t nextSeq = 0;
+};
+}  // namespace Internal
+
+/// An observer of sources that send from several threads.
+///
+/// A class deriving from it whose sources may send on another thread calls
+/// DetachFromSources() first thing in its own destructor: the base's
+/// destructor runs after the derived parts are gone, and a send under way
+/// would meet a half-destroyed object.
 class ZRROOT_EXPORT EventObserver {
 public:
     EventObserver() = default;
     EventObserver(const EventObserver&) = delete;
     EventObserver& operator=(const EventObserver&) = delete;
     virtual ~EventObserver();
+    /// Called by a source that stops, with its lock held; source is for
+    /// identity only, its derived parts may be gone.
     virtual void SourceDestroyed(EventSource* source) { (void)source; }
+
+protected:
+    /// Detaches from every source. Waits for a send under way on another
+    /// thread; after it returns no source calls this observer.
+    void DetachFromSources();
 
 private:
     friend class EventSource;
     std::mutex mMutex;
-    std::vector<EventSource*> mSources;
+    std::vector<std::shared_ptr<Internal::SourceCore>> mSources;
 };
 
+/// The walk of ZR::EventSource, safe to attach, detach and send from several
+/// threads. A send holds the source's recursive lock for its whole walk, so
+/// sends on one source don't overlap, an observer may attach or detach from
+/// its call, and an attach or detach from another thread waits for the walk.
+/// A call must therefore not wait for a thread that uses the same source.
 class ZRROOT_EXPORT EventSource {
 public:
-    EventSource() = default;
+    EventSource();
     EventSource(const EventSource&) = delete;
     EventSource& operator=(const EventSource&) = delete;
     virtual ~EventSource();
 
     void Attach(EventObserver& observer);
     void Detach(EventObserver& observer);
+    bool IsAttached(const EventObserver& observer) const;
+    std::size_t GetObserverCount() const;
 
 protected:
+    /// Walks the observers as ZR::EventSource does and calls f on each.
     template <typename F>
     void ForEachObserver(F&& f) {
-        std::unique_lock<std::recursive_mutex> lock(mMutex);
-        std::uint64_t lastSeq = mNextSeq;
+        std::lock_guard<std::recursive_mutex> lock(mCore->mutex);
+        const auto& list = mCore->observers;
+        std::uint64_t lastSeq = mCore->nextSeq;
         while (true) {
-            const Entry* next = nullptr;
-            for (auto it = mObservers.rbegin(); it != mObservers.rend(); ++it)
-                if (it->seq < lastSeq) {
-                    next = &*it;
-                    break;
-                }
-            if (!next) break;
-            lastSeq = next->seq;
-            EventObserver* observer = next->observer;
-            /// Recursive: the observer may attach or detach from its call.
-            f(observer);
+            // Entries stand in the order of their sequence numbers: the next
+            // one is the newest older than the last visited.
+            auto it = std::lower_bound(list.begin(), list.end(), lastSeq,
+                                       [](const Internal::SourceCore::Entry& e, std::uint64_t seq) {
+                                           return e.seq < seq;
+                                       });
+            if (it == list.begin()) break;
+            --it;
+            lastSeq = it->seq;
+            f(it->observer);
         }
     }
+    /// Detaches every observer, calling SourceDestroyed on each, the last
+    /// attached first. The destructor does it; a derived class whose observers
+    /// may be attached or called from other threads does it first thing in
+    /// its own destructor.
+    void DetachObservers();
 
 private:
-    struct Entry {
-        EventObserver* observer;
-        std::uint64_t seq;
-    };
-    friend class EventObserver;
-    void Forget(EventObserver* observer);
-
-    std::recursive_mutex mMutex;
-    std::vector<Entry> mObservers;
-    std::uint64_t mNextSeq = 0;
+    std::shared_ptr<Internal::SourceCore> mCore;
 };
 
 }  // namespace TS
