@@ -58,6 +58,7 @@ KRC::ProjectConnectionInfo Project(const char* server, const char* path, const c
 
 int RunSecondHost(int argc, char** argv);
 void RunSharedFolderDemo(const std::string& self, const std::string& root);
+void RunConnectionDemo(const std::string& root);
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::string(argv[1]) == "--second-host") return RunSecondHost(argc, argv);
@@ -136,6 +137,7 @@ int main(int argc, char** argv) {
     KRC::cachedProjectInfoObserver.Detach(observer);
     KRC::krcFileErrorEventSource.Detach(observer);
     RunSharedFolderDemo(std::filesystem::read_symlink("/proc/self/exe").string(), root);
+    RunConnectionDemo(root);
     KRC::CloseKRClient();
     std::printf(
         "\nDone. Inspect the files with:\n  build/dev/Tools/krctl/krctl cache show %s\n  "

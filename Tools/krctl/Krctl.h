@@ -26,6 +26,8 @@ struct GlobalOptions {
     bool json = false;
     bool create = false;      // --data-folder may be made
     double waitSeconds = -1;  // bound of a wait for the registry lock; negative: no bound
+    std::string computerName;  // the process acts as this computer (emulate)
+    bool scratch = false;      // the command wants scratch folders for those not given
 };
 
 // What a parsed command runs once the library is up; answers the exit code.
@@ -38,6 +40,7 @@ void AddLoginCommands(CLI::App& app, const GlobalOptions& options, Action* actio
 void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action);
 
 // Bad arguments found after parsing: exit 2 with the one line.
 class UsageError : public std::runtime_error {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "KRClient/KRClient.h"
 #include "Krctl.h"
 #include "ZR/Exceptions.h"
+#include "Network/Network.h"
 #include "ZR/Logger.h"
 
 namespace {
@@ -75,6 +77,39 @@ public:
     ~Library() { KRC::CloseKRClient(); }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
+};
+
+// A command that runs the library as a host may go without --base-folder and
+// --data-folder: it then works in a private folder of its own, removed after
+// it, and never in the user's real data.
+class ScratchFolder {
+public:
+    explicit ScratchFolder(GlobalOptions& options) {
+        if (!options.scratch || (!options.baseFolder.empty() && !options.dataFolder.empty()))
+            return;
+        std::error_code ec;
+        std::filesystem::path base = std::filesystem::temp_directory_path(ec);
+        if (ec) base = "/tmp";
+        std::string pattern = (base / "krctl-XXXXXX").string();
+        if (!mkdtemp(pattern.data())) throw Failure(FileFailure("cannot make", pattern, errno));
+        path = pattern;
+        if (options.baseFolder.empty()) options.baseFolder = path + "/base";
+        if (options.dataFolder.empty()) {
+            options.dataFolder = path + "/data";
+            std::filesystem::create_directory(options.dataFolder, ec);
+            if (ec) throw Failure(FileFailure("cannot make", options.dataFolder, ec.value()));
+            chmod(options.dataFolder.c_str(), 0700);
+        }
+    }
+    ~ScratchFolder() {
+        std::error_code ec;
+        if (!path.empty()) std::filesystem::remove_all(path, ec);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+private:
+    std::string path;
 };
 
 // --data-folder names an existing folder; a mistyped one is never made, unless --create.
@@ -149,6 +184,9 @@ int main(int argc, char** argv) {
     app.add_option("--log-file", options.logFile, "write every log line of the run there")
         ->type_name("FILE");
     app.add_flag("--json", options.json, "results as JSON on standard output, errors as JSON");
+    app.add_option("--computer-name", options.computerName,
+                   "act as the computer of this name toward the servers (emulate)")
+        ->type_name("NAME");
 
     AddCacheCommands(app, options, &action);
     AddLoginCommands(app, options, &action);
@@ -156,6 +194,7 @@ int main(int argc, char** argv) {
     AddOptionsCommands(app, options, &action);
     AddLockCommands(app, options, &action);
     AddDoctorCommand(app, options, &action);
+    AddEmulateCommands(app, options, &action);
     RefuseOptionsAsValues(app);
 
     try {
@@ -181,6 +220,9 @@ int main(int argc, char** argv) {
     try {
         if (!options.baseFolder.empty()) options.baseFolder = AbsoluteFolder(options.baseFolder);
         CheckDataFolder(options);
+        ScratchFolder scratch(options);
+        if (!options.computerName.empty())
+            Network::SetClientComputerName(ZR::UniString(options.computerName));
         LogFile log(options.logFile);
         Library library(options);
         if (!action) throw UsageError("no command given");

@@ -1,0 +1,236 @@
+// krctl emulate: runs the library against the service emulator loaded from a
+// scenario file, as a host on this computer would. With --update the server's
+// state after the command goes back into the file, so that successive runs
+// act like hosts on different computers working against one server.
+// Passwords and tokens of the scenario are never printed.
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+#include "Emulator/Service.h"
+#include "KRCB/Paths.h"
+#include "KRClient/ClientProjectConnectionManager.h"
+#include "KRClient/ProjectConnection.h"
+#include "KRClient/ProjectConnectionBase.h"
+#include "KRClient/RegisteredProjects.h"
+#include "Krctl.h"
+
+namespace krctl {
+
+namespace {
+
+using KRC::ProjectConnectionBase;
+
+struct EmulateArgs {
+    std::string scenario;
+    bool update = false;
+    std::string server, user, path, token;
+    bool ignoreCachedSession = false;
+};
+
+const char* CheckResultName(ProjectConnectionBase::CheckResult result) {
+    switch (result) {
+        case ProjectConnectionBase::CheckOnline: return "CheckOnline";
+        case ProjectConnectionBase::CheckOffline: return "CheckOffline";
+        case ProjectConnectionBase::CheckNoSession: return "CheckNoSession";
+        case ProjectConnectionBase::CheckSessionOnOtherComputer:
+            return "CheckSessionOnOtherComputer";
+        case ProjectConnectionBase::CheckNotChecked: return "CheckNotChecked";
+        case ProjectConnectionBase::CheckSessionChanged: return "CheckSessionChanged";
+        case ProjectConnectionBase::CheckProjectNotFound: return "CheckProjectNotFound";
+        case ProjectConnectionBase::CheckProjectNotWritable: return "CheckProjectNotWritable";
+        case ProjectConnectionBase::CheckProjectStateRefused: return "CheckProjectStateRefused";
+        case ProjectConnectionBase::CheckIncompatibleServer: return "CheckIncompatibleServer";
+        case ProjectConnectionBase::CheckIncompatibleProject: return "CheckIncompatibleProject";
+    }
+    return "unknown";
+}
+
+std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
+    try {
+        return Emulator::Service::FromScenarioFile(path);
+    } catch (const Emulator::ScenarioError& e) {
+        throw UsageError(path + ": " + e.what());
+    }
+}
+
+// The emulator serves the process for the command and is taken away after it.
+class Installed {
+public:
+    explicit Installed(Emulator::Service& service) : mService(service) { mService.Install(); }
+    ~Installed() { mService.Uninstall(); }
+    Installed(const Installed&) = delete;
+    Installed& operator=(const Installed&) = delete;
+
+private:
+    Emulator::Service& mService;
+};
+
+IO::Location ProjectLocation(const Emulator::Service& service, const EmulateArgs& args) {
+    CheckServerUrl(args.server);
+    std::string token = args.token;
+    if (token.empty()) {
+        std::optional<Emulator::UserSpec> user = service.FindUser(args.server, args.user);
+        if (!user) throw UsageError("the scenario has no user '" + args.user + "' on " + args.server);
+        token = user->refreshToken;
+    }
+    IO::Location location;
+    KRCB::CreateServerLocation(location, ZR::UniString(args.server), ZR::UniString(args.user),
+                               ZR::UniString(token));
+    KRCB::SetProjectPath(location, ZR::UniString(args.path));
+    return location;
+}
+
+void StartRegistry(const GlobalOptions& options) {
+    KRC::RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
+                                  ZR::UniString(options.projectCache),
+                                  ZR::UniString(options.libCache));
+}
+
+int Report(const GlobalOptions& options, const Emulator::Service& service,
+           const EmulateArgs& args, ProjectConnectionBase::CheckResult result) {
+    Json signals = Json::array();
+    for (const Emulator::SignalRecord& signal : service.GetSignals())
+        signals.push_back({{"id", signal.id}, {"text", signal.text}});
+    const int presence = service.GetPresenceState(args.server, args.user);
+    if (options.json) {
+        PrintJson(Json{{"checkResult", static_cast<int>(result)},
+                       {"checkResultName", CheckResultName(result)},
+                       {"signals", std::move(signals)},
+                       {"presenceState", presence}});
+    } else {
+        std::printf("check result: %d %s\n", static_cast<int>(result), CheckResultName(result));
+        for (const Json& signal : signals)
+            std::printf("signal %d \"%s\"\n", signal["id"].get<int>(),
+                        signal["text"].get<std::string>().c_str());
+        std::printf("presence state: %d\n", presence);
+    }
+    return result == ProjectConnectionBase::CheckOnline ? kExitDone : kExitFailed;
+}
+
+// Opens the project as a host does: a manager, and a read connection whose
+// constructor runs the check; or takes the session over with ReceiveSession.
+int RunConnection(const GlobalOptions& options, const EmulateArgs& args, bool receive) {
+    std::unique_ptr<Emulator::Service> service = LoadScenario(args.scenario);
+    IO::Location location = ProjectLocation(*service, args);
+    ProjectConnectionBase::CheckResult result;
+    {
+        Installed installed(*service);
+        StartRegistry(options);
+        KRC::ClientProjectConnectionManager manager(location, true);
+        if (receive) {
+            ZR::Ref<KRC::ReadProjectConnection> connection(
+                new KRC::ReadProjectConnection(&manager, false));
+            ProjectConnectionBase::ReceiveSession(connection.Get(), args.ignoreCachedSession);
+            result = connection->GetCheckResult();
+        } else {
+            ZR::Ref<KRC::ReadProjectConnection> connection(
+                new KRC::ReadProjectConnection(&manager, true));
+            result = connection->GetCheckResult();
+        }
+    }
+    if (args.update) service->SaveScenarioFile(args.scenario);
+    return Report(options, *service, args, result);
+}
+
+// The scenario without what must not be shown: passwords, tokens, picture bytes.
+Json PublicState(const Json& value) {
+    if (value.is_array()) {
+        Json out = Json::array();
+        for (const Json& item : value) out.push_back(PublicState(item));
+        return out;
+    }
+    if (!value.is_object()) return value;
+    Json out = Json::object();
+    for (auto it = value.begin(); it != value.end(); ++it) {
+        if (it.key() == "password" || it.key() == "refreshToken") continue;
+        if (it.key() == "picture") {
+            out["hasPicture"] = true;
+            continue;
+        }
+        out[it.key()] = PublicState(it.value());
+    }
+    return out;
+}
+
+std::string Text(const Json& object, const char* key) {
+    auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+void PrintState(const Json& state) {
+    for (const Json& server : state.value("servers", Json::array())) {
+        std::printf("server %s \"%s\"\n", Text(server, "url").c_str(),
+                    Text(server, "friendlyName").c_str());
+        for (const Json& user : server.value("users", Json::array()))
+            std::printf("  user %s \"%s\" id %s\n", Text(user, "login").c_str(),
+                        Text(user, "fullName").c_str(), Text(user, "id").c_str());
+        for (const Json& project : server.value("projects", Json::array())) {
+            std::printf("  project %s id %s state %d\n", Text(project, "path").c_str(),
+                        Text(project, "id").c_str(), project.value("state", 0));
+            for (const Json& session : project.value("sessions", Json::array())) {
+                std::string computer = Text(session, "computer");
+                std::printf("    session %s of %s on %s\n", Text(session, "id").c_str(),
+                            Text(session, "user").c_str(),
+                            computer.empty() ? "no computer" : computer.c_str());
+            }
+        }
+    }
+}
+
+int Show(const GlobalOptions& options, const EmulateArgs& args) {
+    std::unique_ptr<Emulator::Service> service = LoadScenario(args.scenario);
+    Json state = PublicState(Json::parse(service->ToScenarioText()));
+    if (options.json)
+        PrintJson(state);
+    else
+        PrintState(state);
+    return kExitDone;
+}
+
+void AddProjectOptions(CLI::App* sub, EmulateArgs& args) {
+    sub->add_option("--server", args.server, "management server URL")->required();
+    sub->add_option("--user", args.user, "login name")->required();
+    sub->add_option("--path", args.path, "project path on the server, \"/Folder/Project\"")
+        ->required();
+    sub->add_option("--token", args.token,
+                    "refresh token to log in with (default: the user's from the scenario)");
+}
+
+}  // namespace
+
+void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
+    static EmulateArgs args;
+    CLI::App* emulate = app.add_subcommand(
+        "emulate",
+        "run the library against the service emulator of a scenario file (docs/EMULATOR.md); "
+        "without --data-folder and --base-folder a scratch folder is used");
+    emulate->add_option("SCENARIO", args.scenario, "scenario file")->required();
+    emulate->add_flag("--update", args.update,
+                      "write the server's state after the command back into the scenario file");
+    emulate->require_subcommand(1);
+    emulate->fallthrough();
+    emulate->callback([&options] { options.scratch = true; });
+
+    CLI::App* check = emulate->add_subcommand(
+        "check", "open the project as a host does and print the check result, signals and presence");
+    AddProjectOptions(check, args);
+    check->callback([&options, action] {
+        *action = [&options] { return RunConnection(options, args, false); };
+    });
+
+    CLI::App* receive = emulate->add_subcommand(
+        "receive-session", "take the user's session over for this computer (ReceiveSession)");
+    AddProjectOptions(receive, args);
+    receive->add_flag("--ignore-cached-session", args.ignoreCachedSession,
+                      "don't compare with the session stored in the cache");
+    receive->callback([&options, action] {
+        *action = [&options] { return RunConnection(options, args, true); };
+    });
+
+    CLI::App* show = emulate->add_subcommand("show", "print the servers' state (no secrets)");
+    show->callback([&options, action] { *action = [&options] { return Show(options, args); }; });
+}
+
+}  // namespace krctl

@@ -1,0 +1,125 @@
+// The demo's server part: a scenario of the service emulator, a project opened
+// on one computer, refused on a second, taken over by it, and the first
+// computer's next check seeing that.
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "Emulator/Service.h"
+#include "KRCB/Paths.h"
+#include "KRClient/ClientProjectConnectionManager.h"
+#include "KRClient/ProjectConnection.h"
+#include "KRClient/ProjectConnectionBase.h"
+#include "KRClient/RegisteredProjects.h"
+#include "Network/Network.h"
+
+namespace {
+
+const char* const kScenario = R"({
+  "servers": [{
+    "url": "https://design.example.com",
+    "friendlyName": "Design office",
+    "version": [26, 3],
+    "users": [
+      {"login": "anna", "password": "anna-secret", "fullName": "Anna Berg", "id": "u-anna",
+       "refreshToken": "rt-anna-0001", "color": "#3366ccff"},
+      {"login": "ben", "password": "ben-secret", "fullName": "Ben Ortiz", "id": "u-ben",
+       "refreshToken": "rt-ben-0001"}
+    ],
+    "modelServers": [{"id": "ms-1", "path": "/modelservers/ms-1", "version": [26, 3]}],
+    "folders": ["/Housing"],
+    "projects": [{
+      "path": "/Housing/Tower B", "id": "p-tower-b", "modelServer": "ms-1", "state": 0,
+      "permissions": {"anna": [], "ben": []}
+    }]
+  }]
+})";
+
+const char* const kServer = "https://design.example.com";
+const char* const kPath = "/Housing/Tower B";
+
+const char* ResultName(KRC::ProjectConnectionBase::CheckResult result) {
+    switch (result) {
+        case KRC::ProjectConnectionBase::CheckOnline: return "CheckOnline";
+        case KRC::ProjectConnectionBase::CheckSessionOnOtherComputer:
+            return "CheckSessionOnOtherComputer";
+        case KRC::ProjectConnectionBase::CheckOffline: return "CheckOffline";
+        case KRC::ProjectConnectionBase::CheckNoSession: return "CheckNoSession";
+        default: return "another result";
+    }
+}
+
+// What the check told the other clients, since the last look.
+void ShowSignals(Emulator::Service& service) {
+    for (const Emulator::SignalRecord& signal : service.GetSignals())
+        std::printf("     signal %d \"%s\"\n", signal.id, signal.text.c_str());
+    service.ClearSignals();
+    std::printf("     presence state %d\n", service.GetPresenceState(kServer, "anna"));
+}
+
+void ShowRecord(const KRC::ClientProjectConnectionManager& manager) {
+    const auto* record = dynamic_cast<const KRC::CachedProjectInfo*>(manager.GetCachedProjectInfo());
+    if (!record) return;
+    std::printf("     cached record: project id %s, session %s, user %s (%s), logon id %d\n",
+                record->GetProjectId().ToCString(), record->GetSessionId().ToCString(),
+                record->GetUserId().ToCString(), record->GetUserName_().ToCString(),
+                record->GetLogonId());
+}
+
+IO::Location AnnaOnTowerB(const Emulator::Service& service) {
+    IO::Location location;
+    KRCB::CreateServerLocation(location, kServer, "anna",
+                               ZR::UniString(service.FindUser(kServer, "anna")->refreshToken));
+    KRCB::SetProjectPath(location, kPath);
+    return location;
+}
+
+}  // namespace
+
+void RunConnectionDemo(const std::string& root) {
+    std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
+    const std::string scenario = root + "/scenario.json";
+    std::ofstream(scenario) << kScenario;
+    std::unique_ptr<Emulator::Service> service = Emulator::Service::FromScenarioFile(scenario);
+    service->Install();
+    // The registry stands on root/shared since the step before.
+    const IO::Location location = AnnaOnTowerB(*service);
+
+    std::printf("   Anna opens %s on DESK-ANNA: a session is made and claimed.\n", kPath);
+    Network::SetClientComputerName("DESK-ANNA");
+    KRC::ClientProjectConnectionManager desk(location, true);
+    {
+        ZR::Ref<KRC::ReadProjectConnection> connection(new KRC::ReadProjectConnection(&desk, true));
+        std::printf("     %s\n", ResultName(connection->GetCheckResult()));
+        ShowSignals(*service);
+        ShowRecord(desk);
+    }
+
+    std::printf("   The same project on LAPTOP-ANNA: refused, the session is DESK-ANNA's.\n");
+    Network::SetClientComputerName("LAPTOP-ANNA");
+    {
+        KRC::ClientProjectConnectionManager laptop(location, true);
+        ZR::Ref<KRC::ReadProjectConnection> connection(
+            new KRC::ReadProjectConnection(&laptop, true));
+        std::printf("     %s\n", ResultName(connection->GetCheckResult()));
+        ShowSignals(*service);
+
+        std::printf("   LAPTOP-ANNA takes the session over (ReceiveSession).\n");
+        bool taken = KRC::ProjectConnectionBase::ReceiveSession(&laptop, false);
+        std::printf("     %s\n", taken ? "CheckOnline" : "refused");
+        ShowSignals(*service);
+    }
+
+    std::printf("   DESK-ANNA checks again and sees the session gone to the laptop.\n");
+    Network::SetClientComputerName("DESK-ANNA");
+    std::printf("     %s\n", ResultName(KRC::ProjectConnectionBase::Check(&desk, true, false)));
+    ShowSignals(*service);
+
+    service->SaveScenarioFile(scenario);
+    service->Uninstall();
+    Network::SetClientComputerName("");
+    std::printf("   The server's state is in %s (krctl emulate %s show).\n", scenario.c_str(),
+                scenario.c_str());
+}
