@@ -28,7 +28,7 @@ const char* const kScenario = R"({
       {"login": "ben", "password": "ben-secret", "fullName": "Ben Ortiz", "id": "u-ben",
        "refreshToken": "rt-ben-0001"}
     ],
-    "modelServers": [{"id": "ms-1", "path": "/modelservers/ms-1", "version": [26, 3]}],
+    "modelServers": [{"id": "ms-1", "path": "/modelservers/ms-1", "version": [1, 2]}],
     "folders": ["/Housing"],
     "projects": [{
       "path": "/Housing/Tower B", "id": "p-tower-b", "modelServer": "ms-1", "state": 0,
@@ -47,8 +47,15 @@ const char* ResultName(KRC::ProjectConnectionBase::CheckResult result) {
             return "CheckSessionOnOtherComputer";
         case KRC::ProjectConnectionBase::CheckOffline: return "CheckOffline";
         case KRC::ProjectConnectionBase::CheckNoSession: return "CheckNoSession";
-        default: return "another result";
+        case KRC::ProjectConnectionBase::CheckNotChecked: return "CheckNotChecked";
+        case KRC::ProjectConnectionBase::CheckSessionChanged: return "CheckSessionChanged";
+        case KRC::ProjectConnectionBase::CheckProjectNotFound: return "CheckProjectNotFound";
+        case KRC::ProjectConnectionBase::CheckProjectNotWritable: return "CheckProjectNotWritable";
+        case KRC::ProjectConnectionBase::CheckProjectStateRefused: return "CheckProjectStateRefused";
+        case KRC::ProjectConnectionBase::CheckIncompatibleServer: return "CheckIncompatibleServer";
+        case KRC::ProjectConnectionBase::CheckIncompatibleProject: return "CheckIncompatibleProject";
     }
+    return "unknown";
 }
 
 // What the check told the other clients, since the last look.

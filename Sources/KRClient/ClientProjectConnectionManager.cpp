@@ -2,6 +2,7 @@
 
 #include "KRCB/Entities.h"
 #include "KRCB/LoginDataStore.h"
+#include "KRClient/MailClient/UserContactFactory.h"
 #include "KRClient/ProjectConnectionInfo.h"
 #include "KRClient/RegisteredProjects.h"
 
@@ -15,6 +16,8 @@ ClientProjectConnectionManager::ClientProjectConnectionManager(const IO::Locatio
         if (CachedProjectInfo* info =
                 registeredProjects.CreateCachedProjectInfo(location, created)) {
             SetCachedProjectInfo(info, !created);
+            CreateMailboxMonitor(ZR::Ref<KRCB::Mailbox::ContactFactory>(
+                ZR::Ref<Mailbox::UserContactFactory>::Make()));
             ZR::HashSet<KRCB::PermissionID> ids;
             KRCB::Management::Entities::PermissionIDMapper::GetInstance().GetPermissionIDs(
                 info->GetPermissions(), ids);

@@ -221,9 +221,10 @@ TEST(LoginDataStoreJson, RoundTripsEverythingAndRefusesWhatItCantTake) {
     }
 }
 
-TEST(LoginDataStoreJson, LargeFilesLoadAndAnswerInLinearTime) {
-    // Quadratic look-ups took minutes for these sizes; linear ones take well
-    // under a second even in a sanitizer build.
+TEST(LoginDataStoreJson, LargeFilesLoadAndAnswer) {
+    // Quadratic look-ups took minutes for these sizes, which shows as a test
+    // timeout; the time itself is not asserted, since a loaded CI machine
+    // would make that flaky.
     std::string users =
         R"({"formatVersion":1,"activeServer":"https://s","servers":[{"uniqueUrl":"https://s","activeUser":"USER99999","users":[)";
     for (int i = 0; i < 100000; ++i)
@@ -238,14 +239,12 @@ TEST(LoginDataStoreJson, LargeFilesLoadAndAnswerInLinearTime) {
                    R"(.example"]})";
     servers += "]}";
 
-    const auto start = std::chrono::steady_clock::now();
     LoginDataStore manyUsers = LoginDataStore::FromJson(users);
     LoginDataStore manyServers = LoginDataStore::FromJson(servers);
     for (int i = 0; i < 10000; ++i)
         ASSERT_TRUE(manyServers.IsSameServers(ZR::UniString::Format("https://S%d.example/", i),
                                               ZR::UniString::Format("https://alias%d.example", i)));
     EXPECT_EQ(LoginDataStore::FromJson(manyServers.ToJson()), manyServers);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 
     const Server& s = manyUsers.GetServer("https://s");
     ASSERT_EQ(s.GetUsers().GetSize(), 100000u);

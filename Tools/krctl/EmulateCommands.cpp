@@ -181,7 +181,7 @@ void PrintState(const Json& state) {
 
 int Show(const GlobalOptions& options, const EmulateArgs& args) {
     std::unique_ptr<Emulator::Service> service = LoadScenario(args.scenario);
-    Json state = PublicState(Json::parse(service->ToScenarioText()));
+    Json state = PublicState(Json::parse(service->ToDisplayText()));
     if (options.json)
         PrintJson(state);
     else
