@@ -42,18 +42,28 @@ const char* const kPath = "/Housing/Tower B";
 
 const char* ResultName(KRC::ProjectConnectionBase::CheckResult result) {
     switch (result) {
-        case KRC::ProjectConnectionBase::CheckOnline: return "CheckOnline";
+        case KRC::ProjectConnectionBase::CheckOnline:
+            return "CheckOnline";
         case KRC::ProjectConnectionBase::CheckSessionOnOtherComputer:
             return "CheckSessionOnOtherComputer";
-        case KRC::ProjectConnectionBase::CheckOffline: return "CheckOffline";
-        case KRC::ProjectConnectionBase::CheckNoSession: return "CheckNoSession";
-        case KRC::ProjectConnectionBase::CheckNotChecked: return "CheckNotChecked";
-        case KRC::ProjectConnectionBase::CheckSessionChanged: return "CheckSessionChanged";
-        case KRC::ProjectConnectionBase::CheckProjectNotFound: return "CheckProjectNotFound";
-        case KRC::ProjectConnectionBase::CheckProjectNotWritable: return "CheckProjectNotWritable";
-        case KRC::ProjectConnectionBase::CheckProjectStateRefused: return "CheckProjectStateRefused";
-        case KRC::ProjectConnectionBase::CheckIncompatibleServer: return "CheckIncompatibleServer";
-        case KRC::ProjectConnectionBase::CheckIncompatibleProject: return "CheckIncompatibleProject";
+        case KRC::ProjectConnectionBase::CheckOffline:
+            return "CheckOffline";
+        case KRC::ProjectConnectionBase::CheckNoSession:
+            return "CheckNoSession";
+        case KRC::ProjectConnectionBase::CheckNotChecked:
+            return "CheckNotChecked";
+        case KRC::ProjectConnectionBase::CheckSessionChanged:
+            return "CheckSessionChanged";
+        case KRC::ProjectConnectionBase::CheckProjectNotFound:
+            return "CheckProjectNotFound";
+        case KRC::ProjectConnectionBase::CheckProjectNotWritable:
+            return "CheckProjectNotWritable";
+        case KRC::ProjectConnectionBase::CheckProjectStateRefused:
+            return "CheckProjectStateRefused";
+        case KRC::ProjectConnectionBase::CheckIncompatibleServer:
+            return "CheckIncompatibleServer";
+        case KRC::ProjectConnectionBase::CheckIncompatibleProject:
+            return "CheckIncompatibleProject";
     }
     return "unknown";
 }
@@ -67,7 +77,8 @@ void ShowSignals(Emulator::Service& service) {
 }
 
 void ShowRecord(const KRC::ClientProjectConnectionManager& manager) {
-    const auto* record = dynamic_cast<const KRC::CachedProjectInfo*>(manager.GetCachedProjectInfo());
+    const auto* record =
+        dynamic_cast<const KRC::CachedProjectInfo*>(manager.GetCachedProjectInfo());
     if (!record) return;
     std::printf("     cached record: project id %s, session %s, user %s (%s), logon id %d\n",
                 record->GetProjectId().ToCString(), record->GetSessionId().ToCString(),

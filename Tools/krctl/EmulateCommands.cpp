@@ -31,18 +31,28 @@ struct EmulateArgs {
 
 const char* CheckResultName(ProjectConnectionBase::CheckResult result) {
     switch (result) {
-        case ProjectConnectionBase::CheckOnline: return "CheckOnline";
-        case ProjectConnectionBase::CheckOffline: return "CheckOffline";
-        case ProjectConnectionBase::CheckNoSession: return "CheckNoSession";
+        case ProjectConnectionBase::CheckOnline:
+            return "CheckOnline";
+        case ProjectConnectionBase::CheckOffline:
+            return "CheckOffline";
+        case ProjectConnectionBase::CheckNoSession:
+            return "CheckNoSession";
         case ProjectConnectionBase::CheckSessionOnOtherComputer:
             return "CheckSessionOnOtherComputer";
-        case ProjectConnectionBase::CheckNotChecked: return "CheckNotChecked";
-        case ProjectConnectionBase::CheckSessionChanged: return "CheckSessionChanged";
-        case ProjectConnectionBase::CheckProjectNotFound: return "CheckProjectNotFound";
-        case ProjectConnectionBase::CheckProjectNotWritable: return "CheckProjectNotWritable";
-        case ProjectConnectionBase::CheckProjectStateRefused: return "CheckProjectStateRefused";
-        case ProjectConnectionBase::CheckIncompatibleServer: return "CheckIncompatibleServer";
-        case ProjectConnectionBase::CheckIncompatibleProject: return "CheckIncompatibleProject";
+        case ProjectConnectionBase::CheckNotChecked:
+            return "CheckNotChecked";
+        case ProjectConnectionBase::CheckSessionChanged:
+            return "CheckSessionChanged";
+        case ProjectConnectionBase::CheckProjectNotFound:
+            return "CheckProjectNotFound";
+        case ProjectConnectionBase::CheckProjectNotWritable:
+            return "CheckProjectNotWritable";
+        case ProjectConnectionBase::CheckProjectStateRefused:
+            return "CheckProjectStateRefused";
+        case ProjectConnectionBase::CheckIncompatibleServer:
+            return "CheckIncompatibleServer";
+        case ProjectConnectionBase::CheckIncompatibleProject:
+            return "CheckIncompatibleProject";
     }
     return "unknown";
 }
@@ -72,7 +82,8 @@ IO::Location ProjectLocation(const Emulator::Service& service, const EmulateArgs
     std::string token = args.token;
     if (token.empty()) {
         std::optional<Emulator::UserSpec> user = service.FindUser(args.server, args.user);
-        if (!user) throw UsageError("the scenario has no user '" + args.user + "' on " + args.server);
+        if (!user)
+            throw UsageError("the scenario has no user '" + args.user + "' on " + args.server);
         token = user->refreshToken;
     }
     IO::Location location;
@@ -88,8 +99,8 @@ void StartRegistry(const GlobalOptions& options) {
                                   ZR::UniString(options.libCache));
 }
 
-int Report(const GlobalOptions& options, const Emulator::Service& service,
-           const EmulateArgs& args, ProjectConnectionBase::CheckResult result) {
+int Report(const GlobalOptions& options, const Emulator::Service& service, const EmulateArgs& args,
+           ProjectConnectionBase::CheckResult result) {
     Json signals = Json::array();
     for (const Emulator::SignalRecord& signal : service.GetSignals())
         signals.push_back({{"id", signal.id}, {"text", signal.text}});
@@ -214,7 +225,8 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     emulate->callback([&options] { options.scratch = true; });
 
     CLI::App* check = emulate->add_subcommand(
-        "check", "open the project as a host does and print the check result, signals and presence");
+        "check",
+        "open the project as a host does and print the check result, signals and presence");
     AddProjectOptions(check, args);
     check->callback([&options, action] {
         *action = [&options] { return RunConnection(options, args, false); };

@@ -24,8 +24,8 @@ struct GlobalOptions {
     std::string projectCache = "Projects";
     std::string libCache = "Libraries";
     bool json = false;
-    bool create = false;      // --data-folder may be made
-    double waitSeconds = -1;  // bound of a wait for the registry lock; negative: no bound
+    bool create = false;       // --data-folder may be made
+    double waitSeconds = -1;   // bound of a wait for the registry lock; negative: no bound
     std::string computerName;  // the process acts as this computer (emulate)
     bool scratch = false;      // the command wants scratch folders for those not given
 };

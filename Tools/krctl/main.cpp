@@ -12,8 +12,8 @@
 #include "Doctor.h"
 #include "KRClient/KRClient.h"
 #include "Krctl.h"
-#include "ZR/Exceptions.h"
 #include "Network/Network.h"
+#include "ZR/Exceptions.h"
 #include "ZR/Logger.h"
 
 namespace {
