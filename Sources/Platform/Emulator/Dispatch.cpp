@@ -98,38 +98,7 @@ Reply Refuse(FK kind, const std::string& message) {
 
 KRCB::Internal::Fault ToTransportFault(const Fault& fault) {
     KRCB::Internal::Fault out;
-    switch (fault.kind) {
-        case FaultKind::SessionRequired:
-            out.kind = FK::SessionRequired;
-            break;
-        case FaultKind::CreateSessionFailed:
-            out.kind = FK::CreateSessionFailed;
-            break;
-        case FaultKind::EntityNotFound:
-            out.kind = FK::EntityNotFound;
-            break;
-        case FaultKind::PortalServerClient:
-            out.kind = FK::PortalServerClient;
-            break;
-        case FaultKind::ConnectionFailed:
-            out.kind = FK::ConnectionFailed;
-            break;
-        case FaultKind::IncompatibleModelServerVersion:
-            out.kind = FK::IncompatibleModelServerVersion;
-            break;
-        case FaultKind::IncompatibleProjectVersion:
-            out.kind = FK::IncompatibleProjectVersion;
-            break;
-        case FaultKind::SessionExists:
-            out.kind = FK::SessionExists;
-            break;
-        case FaultKind::ZRException:
-            out.kind = FK::ZRException;
-            break;
-        case FaultKind::Foreign:
-            out.kind = FK::Foreign;
-            break;
-    }
+    out.kind = fault.kind;
     out.message = fault.message;
     out.major = fault.major;
     out.minor = fault.minor;

@@ -16,58 +16,21 @@
 #include <string>
 #include <vector>
 
+#include "KRCB/Internal/Transport.h"
+
 namespace Emulator {
 
 namespace Internal {
 struct State;
 }
 
-/// Names of the operations the base client sends, for faults, blocks and counts.
-namespace Op {
-inline constexpr const char* kLogin = "Login";  ///< every client factory
-/// Opened by the outermost query guard of a login: counts the guards.
-inline constexpr const char* kQuery = "Query";
-inline constexpr const char* kGetCurrentUserId = "GetCurrentUserId";
-inline constexpr const char* kGetProjectIdByPath = "GetProjectIdByPath";
-inline constexpr const char* kGetResourceById = "GetResourceById";
-inline constexpr const char* kGetProjectState = "GetProjectState";
-inline constexpr const char* kGetUserPermissions = "GetUserPermissions";
-inline constexpr const char* kGetUser = "GetUser";
-inline constexpr const char* kGetUserImage = "GetUserImage";
-inline constexpr const char* kGetUsersByIds = "GetUsersByIds";
-inline constexpr const char* kOpenProjectClient = "OpenProjectClient";
-inline constexpr const char* kGetSessions = "GetSessions";
-inline constexpr const char* kCreateSession = "CreateSession";
-inline constexpr const char* kGetProjectMembers = "GetProjectMembers";
-inline constexpr const char* kGetSessionAttribute = "GetSessionAttribute";
-inline constexpr const char* kSetSessionAttribute = "SetSessionAttribute";
-/// The signal channel; not counted by ServerCallCount.
-inline constexpr const char* kSignalConnect = "SignalConnect";
-inline constexpr const char* kSignalDisconnect = "SignalDisconnect";
-inline constexpr const char* kSignalJoinProject = "SignalJoinProject";
-inline constexpr const char* kSendInternalSignal = "SendInternalSignal";
-inline constexpr const char* kSendSignal = "SendSignal";
-inline constexpr const char* kGetPresenceState = "GetPresenceState";
-inline constexpr const char* kSetPresenceState = "SetPresenceState";
-inline constexpr const char* kIsOnline = "IsOnline";
-inline constexpr const char* kIsForcedOffline = "IsForcedOffline";
-inline constexpr const char* kSetForcedOffline = "SetForcedOffline";
-inline constexpr const char* kGetOnlineUsers = "GetOnlineUsers";
-}  // namespace Op
+/// Names of the operations the base client sends, for faults, blocks and
+/// counts: the transport's own list. The signal channel's operations are not
+/// counted by ServerCallCount.
+namespace Op = KRCB::Internal::Op;
 
 /// What a scripted failure throws at the caller in the base client.
-enum class FaultKind {
-    SessionRequired,                 ///< Kerrow::PortalServer::Client::SessionRequiredException
-    CreateSessionFailed,             ///< ...::CreateSessionFailedException
-    EntityNotFound,                  ///< ...::EntityNotFoundException
-    PortalServerClient,              ///< ...::PortalServerClientException
-    ConnectionFailed,                ///< ...::ConnectionFailedException
-    IncompatibleModelServerVersion,  ///< KRCB::IncompatibleModelServerVersionException
-    IncompatibleProjectVersion,      ///< KRCB::IncompatibleProjectVersionException
-    SessionExists,  ///< Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException
-    ZRException,    ///< a plain ZR::ZRException
-    Foreign,        ///< a std::runtime_error, no ZR exception at all
-};
+using FaultKind = KRCB::Internal::FaultKind;
 
 struct Fault {
     FaultKind kind = FaultKind::ZRException;

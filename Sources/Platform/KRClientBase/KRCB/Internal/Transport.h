@@ -17,7 +17,7 @@ namespace KRCB::Internal {
 /// Parameters and results: JSON values, with byte strings as binary values.
 using Data = nlohmann::ordered_json;
 
-/// Operation names. The emulator's list (Emulator/Service.h) is the same.
+/// Operation names; the emulator counts, fails and blocks calls by them.
 namespace Op {
 inline constexpr const char* kLogin = "Login";
 inline constexpr const char* kQuery = "Query";
