@@ -40,34 +40,6 @@ const char* const kScenario = R"({
 const char* const kServer = "https://design.example.com";
 const char* const kPath = "/Housing/Tower B";
 
-const char* ResultName(KRC::ProjectConnectionBase::CheckResult result) {
-    switch (result) {
-        case KRC::ProjectConnectionBase::CheckOnline:
-            return "CheckOnline";
-        case KRC::ProjectConnectionBase::CheckSessionOnOtherComputer:
-            return "CheckSessionOnOtherComputer";
-        case KRC::ProjectConnectionBase::CheckOffline:
-            return "CheckOffline";
-        case KRC::ProjectConnectionBase::CheckNoSession:
-            return "CheckNoSession";
-        case KRC::ProjectConnectionBase::CheckNotChecked:
-            return "CheckNotChecked";
-        case KRC::ProjectConnectionBase::CheckSessionChanged:
-            return "CheckSessionChanged";
-        case KRC::ProjectConnectionBase::CheckProjectNotFound:
-            return "CheckProjectNotFound";
-        case KRC::ProjectConnectionBase::CheckProjectNotWritable:
-            return "CheckProjectNotWritable";
-        case KRC::ProjectConnectionBase::CheckProjectStateRefused:
-            return "CheckProjectStateRefused";
-        case KRC::ProjectConnectionBase::CheckIncompatibleServer:
-            return "CheckIncompatibleServer";
-        case KRC::ProjectConnectionBase::CheckIncompatibleProject:
-            return "CheckIncompatibleProject";
-    }
-    return "unknown";
-}
-
 // What the check told the other clients, since the last look.
 void ShowSignals(Emulator::Service& service) {
     for (const Emulator::SignalRecord& signal : service.GetSignals())
@@ -110,7 +82,8 @@ void RunConnectionDemo(const std::string& root) {
     KRC::ClientProjectConnectionManager desk(location, true);
     {
         ZR::Ref<KRC::ReadProjectConnection> connection(new KRC::ReadProjectConnection(&desk, true));
-        std::printf("     %s\n", ResultName(connection->GetCheckResult()));
+        std::printf("     %s\n",
+                    KRC::ProjectConnectionBase::GetCheckResultName(connection->GetCheckResult()));
         ShowSignals(*service);
         ShowRecord(desk);
     }
@@ -121,7 +94,8 @@ void RunConnectionDemo(const std::string& root) {
         KRC::ClientProjectConnectionManager laptop(location, true);
         ZR::Ref<KRC::ReadProjectConnection> connection(
             new KRC::ReadProjectConnection(&laptop, true));
-        std::printf("     %s\n", ResultName(connection->GetCheckResult()));
+        std::printf("     %s\n",
+                    KRC::ProjectConnectionBase::GetCheckResultName(connection->GetCheckResult()));
         ShowSignals(*service);
 
         std::printf("   LAPTOP-ANNA takes the session over (ReceiveSession).\n");
@@ -132,7 +106,8 @@ void RunConnectionDemo(const std::string& root) {
 
     std::printf("   DESK-ANNA checks again and sees the session gone to the laptop.\n");
     Network::SetClientComputerName("DESK-ANNA");
-    std::printf("     %s\n", ResultName(KRC::ProjectConnectionBase::Check(&desk, true, false)));
+    std::printf("     %s\n", KRC::ProjectConnectionBase::GetCheckResultName(
+                                 KRC::ProjectConnectionBase::Check(&desk, true, false)));
     ShowSignals(*service);
 
     service->SaveScenarioFile(scenario);

@@ -120,4 +120,32 @@ bool ProjectConnectionBase::PostEvent(const KRCB::SignalId& signal, const ZR::Un
     return true;
 }
 
+const char* ProjectConnectionBase::GetCheckResultName(CheckResult result) {
+    switch (result) {
+        case CheckOnline:
+            return "CheckOnline";
+        case CheckOffline:
+            return "CheckOffline";
+        case CheckNoSession:
+            return "CheckNoSession";
+        case CheckSessionOnOtherComputer:
+            return "CheckSessionOnOtherComputer";
+        case CheckNotChecked:
+            return "CheckNotChecked";
+        case CheckSessionChanged:
+            return "CheckSessionChanged";
+        case CheckProjectNotFound:
+            return "CheckProjectNotFound";
+        case CheckProjectNotWritable:
+            return "CheckProjectNotWritable";
+        case CheckProjectStateRefused:
+            return "CheckProjectStateRefused";
+        case CheckIncompatibleServer:
+            return "CheckIncompatibleServer";
+        case CheckIncompatibleProject:
+            return "CheckIncompatibleProject";
+    }
+    return "unknown";
+}
+
 }  // namespace KRC

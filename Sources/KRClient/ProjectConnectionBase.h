@@ -46,6 +46,9 @@ public:
         CheckIncompatibleServer = 10,     ///< the project server's version
         CheckIncompatibleProject = 11,    ///< the project's version
     };
+    /// The name of a result as written above ("CheckOnline"), for logs and
+    /// tools; "unknown" for a value that is none.
+    static const char* GetCheckResultName(CheckResult result);
 
     /// How the user's rights on the server compare with the cached ones.
     enum PermissionCheckResult : int {

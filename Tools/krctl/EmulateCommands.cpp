@@ -29,34 +29,6 @@ struct EmulateArgs {
     bool ignoreCachedSession = false;
 };
 
-const char* CheckResultName(ProjectConnectionBase::CheckResult result) {
-    switch (result) {
-        case ProjectConnectionBase::CheckOnline:
-            return "CheckOnline";
-        case ProjectConnectionBase::CheckOffline:
-            return "CheckOffline";
-        case ProjectConnectionBase::CheckNoSession:
-            return "CheckNoSession";
-        case ProjectConnectionBase::CheckSessionOnOtherComputer:
-            return "CheckSessionOnOtherComputer";
-        case ProjectConnectionBase::CheckNotChecked:
-            return "CheckNotChecked";
-        case ProjectConnectionBase::CheckSessionChanged:
-            return "CheckSessionChanged";
-        case ProjectConnectionBase::CheckProjectNotFound:
-            return "CheckProjectNotFound";
-        case ProjectConnectionBase::CheckProjectNotWritable:
-            return "CheckProjectNotWritable";
-        case ProjectConnectionBase::CheckProjectStateRefused:
-            return "CheckProjectStateRefused";
-        case ProjectConnectionBase::CheckIncompatibleServer:
-            return "CheckIncompatibleServer";
-        case ProjectConnectionBase::CheckIncompatibleProject:
-            return "CheckIncompatibleProject";
-    }
-    return "unknown";
-}
-
 std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
     try {
         return Emulator::Service::FromScenarioFile(path);
@@ -107,11 +79,12 @@ int Report(const GlobalOptions& options, const Emulator::Service& service, const
     const int presence = service.GetPresenceState(args.server, args.user);
     if (options.json) {
         PrintJson(Json{{"checkResult", static_cast<int>(result)},
-                       {"checkResultName", CheckResultName(result)},
+                       {"checkResultName", KRC::ProjectConnectionBase::GetCheckResultName(result)},
                        {"signals", std::move(signals)},
                        {"presenceState", presence}});
     } else {
-        std::printf("check result: %d %s\n", static_cast<int>(result), CheckResultName(result));
+        std::printf("check result: %d %s\n", static_cast<int>(result),
+                    KRC::ProjectConnectionBase::GetCheckResultName(result));
         for (const Json& signal : signals)
             std::printf("signal %d \"%s\"\n", signal["id"].get<int>(),
                         signal["text"].get<std::string>().c_str());

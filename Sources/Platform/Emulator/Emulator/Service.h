@@ -156,7 +156,7 @@ public:
     std::string AddUser(const std::string& serverUrl, const UserSpec& user);
     void AddModelServer(const std::string& serverUrl, const ModelServerSpec& modelServer);
     void AddFolder(const std::string& serverUrl, const std::string& path);
-    /// Answers the project's id. Sessions and members in the spec are added too.
+    /// Answers the project's id. The sessions and members it lists are added too.
     std::string AddProject(const std::string& serverUrl, const ProjectSpec& project);
     std::optional<UserSpec> FindUser(const std::string& serverUrl, const std::string& login) const;
     /// Empty if no project stands at that path.
