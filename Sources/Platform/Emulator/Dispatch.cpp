@@ -41,6 +41,8 @@ static_assert(std::string_view(Op::kIsOnline) == KOp::kIsOnline);
 static_assert(std::string_view(Op::kIsForcedOffline) == KOp::kIsForcedOffline);
 static_assert(std::string_view(Op::kSetForcedOffline) == KOp::kSetForcedOffline);
 static_assert(std::string_view(Op::kGetOnlineUsers) == KOp::kGetOnlineUsers);
+static_assert(std::string_view(Op::kCreateSessionWithState) == KOp::kCreateSessionWithState);
+static_assert(std::string_view(Op::kIsAuthorizationPending) == KOp::kIsAuthorizationPending);
 
 namespace {
 
@@ -67,6 +69,8 @@ bool Flag(const Data& params, const char* key) {
     return it != params.end() && it->is_boolean() && it->get<bool>();
 }
 
+}  // namespace
+
 Data UserData(const User& user) {
     return Data{{"id", user.spec.id},
                 {"login", user.spec.login},
@@ -76,13 +80,7 @@ Data UserData(const User& user) {
                 {"hasImage", !user.spec.picture.empty()}};
 }
 
-// A login with a refresh token, or with a password; an empty one never fits.
-bool CredentialsFit(const User& user, const Data& params) {
-    std::string token = Text(params, "refreshToken");
-    if (!token.empty()) return token == user.spec.refreshToken;
-    std::string password = Text(params, "password");
-    return !password.empty() && password == user.spec.password;
-}
+namespace {
 
 Reply NotFound(const std::string& what) {
     return Refuse(FK::EntityNotFound, what);
@@ -104,6 +102,7 @@ KRCB::Internal::Fault ToTransportFault(const Fault& fault) {
     out.minor = fault.minor;
     out.clientMajor = fault.clientMajor;
     out.clientMinor = fault.clientMinor;
+    out.handshakeDepth = fault.handshakeDepth;
     return out;
 }
 
@@ -128,7 +127,15 @@ Reply State::Call(const Request& request) {
         }
     }
     // A blocked call holds no lock: the test that releases it may call in.
-    if (gate) gate->Hold();
+    if (gate) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            held.push_back(&request);
+        }
+        gate->Hold();
+        std::lock_guard<std::mutex> lock(mutex);
+        held.erase(std::find(held.begin(), held.end(), &request));
+    }
 
     std::lock_guard<std::mutex> lock(mutex);
     if (auto it = faults.find(request.op); it != faults.end()) {
@@ -166,23 +173,7 @@ Reply State::Dispatch(Server& server, const Request& request) {
     const std::string& op = request.op;
     const Data& params = request.params;
 
-    if (op == Op::kLogin) {
-        User* user = FindUser(server, request.user);
-        if (!user || !CredentialsFit(*user, params))
-            return Refuse(FK::CreateSessionFailed,
-                          "Login refused for user \"" + request.user + "\"");
-        std::string loginId = NewId("login");
-        server.logins[loginId] = user->spec.login;
-        Data result{{"loginId", loginId},
-                    {"userId", user->spec.id},
-                    {"serverInfo",
-                     {{"uniqueUrl", server.spec.url},
-                      {"friendlyName", server.spec.friendlyName},
-                      {"major", server.spec.major},
-                      {"minor", server.spec.minor}}}};
-        if (Flag(params, "details")) result["user"] = UserData(*user);
-        return Ok(std::move(result));
-    }
+    if (IsLoginOperation(op)) return DispatchLogin(server, request);
 
     // Everything else runs under a login the server gave.
     auto login = server.logins.find(request.loginId);

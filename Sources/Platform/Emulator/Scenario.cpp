@@ -110,9 +110,9 @@ auto At(const std::string& path, F&& add) {
 }
 
 UserSpec ReadUser(const Data& value, const std::string& path) {
-    const Data& user =
-        Object(value, path,
-               {"login", "password", "fullName", "id", "refreshToken", "color", "guid", "picture"});
+    const Data& user = Object(value, path,
+                              {"login", "password", "fullName", "id", "refreshToken", "color",
+                               "guid", "picture", "companyMember"});
     UserSpec spec;
     spec.login = Text(user, path, "login", true);
     spec.password = Text(user, path, "password");
@@ -121,6 +121,7 @@ UserSpec ReadUser(const Data& value, const std::string& path) {
     spec.refreshToken = Text(user, path, "refreshToken");
     if (Member(user, "color")) spec.color = Text(user, path, "color");
     spec.guid = Text(user, path, "guid");
+    if (Member(user, "companyMember")) spec.companyMember = Boolean(user, path, "companyMember");
     if (const Data* picture = Member(user, "picture")) {
         std::string at = Child(path, "picture");
         Object(*picture, at, {"type", "data"});
@@ -195,13 +196,17 @@ ProjectSpec ReadProject(const Data& value, const std::string& path) {
 }
 
 void ReadServer(Internal::State& state, const Data& value, const std::string& path) {
-    const Data& server = Object(
-        value, path,
-        {"url", "friendlyName", "version", "down", "users", "modelServers", "folders", "projects"});
+    const Data& server =
+        Object(value, path,
+               {"url", "friendlyName", "version", "down", "users", "modelServers", "folders",
+                "projects", "answeredUrl", "ssl", "sslVerifyResult", "stateLogins"});
     ServerSpec spec;
     spec.url = Text(server, path, "url", true);
     spec.friendlyName = Text(server, path, "friendlyName");
     Version(server, path, &spec.major, &spec.minor);
+    spec.answeredUrl = Text(server, path, "answeredUrl");
+    if (Member(server, "ssl")) spec.ssl = Boolean(server, path, "ssl");
+    spec.sslVerifyResult = Integer(server, path, "sslVerifyResult", 0, INT32_MIN, INT32_MAX);
     At(path, [&] {
         state.AddServer(spec);
         return 0;
@@ -242,6 +247,17 @@ void ReadServer(Internal::State& state, const Data& value, const std::string& pa
             std::string at = Index(Child(path, "projects"), i);
             ProjectSpec project = ReadProject((*projects)[i], at);
             At(at, [&] { return state.AddProject(added, project); });
+        }
+    if (const Data* logins = List(server, path, "stateLogins"))
+        for (std::size_t i = 0; i < logins->size(); ++i) {
+            std::string at = Index(Child(path, "stateLogins"), i);
+            const Data& login = Object((*logins)[i], at, {"key", "state", "user"});
+            StateLoginSpec spec{Text(login, at, "key", true), Text(login, at, "state"),
+                                Text(login, at, "user", true)};
+            At(at, [&] {
+                state.AddStateLogin(added, spec);
+                return 0;
+            });
         }
 }
 
@@ -396,6 +412,9 @@ std::string WriteScenario(const Internal::State& state, bool withSecrets) {
                {"friendlyName", server.spec.friendlyName},
                {"version", WriteVersion(server.spec.major, server.spec.minor)}};
         if (server.down) s["down"] = true;
+        if (!server.spec.answeredUrl.empty()) s["answeredUrl"] = server.spec.answeredUrl;
+        if (server.spec.ssl) s["ssl"] = *server.spec.ssl;
+        if (server.spec.sslVerifyResult != 0) s["sslVerifyResult"] = server.spec.sslVerifyResult;
         Data users = Data::array();
         for (const Internal::User& user : server.users) {
             const UserSpec& u = user.spec;
@@ -409,6 +428,7 @@ std::string WriteScenario(const Internal::State& state, bool withSecrets) {
             if (!u.picture.empty())
                 entry["picture"] = {{"type", u.pictureType},
                                     {"data", Internal::EncodeBase64(u.picture)}};
+            if (!u.companyMember) entry["companyMember"] = false;
             users.push_back(std::move(entry));
         }
         s["users"] = std::move(users);
@@ -447,6 +467,16 @@ std::string WriteScenario(const Internal::State& state, bool withSecrets) {
             projects.push_back(std::move(p));
         }
         s["projects"] = std::move(projects);
+        if (!server.spec.stateLogins.empty()) {
+            Data logins = Data::array();
+            for (const StateLoginSpec& login : server.spec.stateLogins) {
+                Data entry{{"key", login.key}};
+                if (withSecrets) entry["state"] = login.state;
+                entry["user"] = login.user;
+                logins.push_back(std::move(entry));
+            }
+            s["stateLogins"] = std::move(logins);
+        }
         servers.push_back(std::move(s));
     }
     return Data{{"servers", std::move(servers)}}.dump(2) + "\n";

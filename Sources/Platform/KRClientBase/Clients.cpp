@@ -34,21 +34,25 @@ std::shared_ptr<ClientSession> LogIn(const ZR::UniString& serverUrl, const ZR::U
     session->refreshToken = refreshToken;
     Data result = session->Call(Op::kLogin,
                                 {{"refreshToken", refreshToken.Std()}, {"details", detailsWanted}});
-    if (!result.is_object()) BadReply(Op::kLogin);
-    session->loginId = Text(result, "loginId");
-    session->userId = ZR::UniString(Text(result, "userId"));
-    if (auto info = result.find("serverInfo"); info != result.end() && info->is_object()) {
-        session->serverInfo.uniqueURL = ZR::UniString(Text(*info, "uniqueUrl"));
-        session->serverInfo.friendlyName = ZR::UniString(Text(*info, "friendlyName"));
-        session->serverInfo.majorVersion = Number(*info, "major");
-        session->serverInfo.minorVersion = Number(*info, "minor");
-    }
-    if (auto user = result.find("user"); detailsWanted && user != result.end())
-        session->details = UserFromData(*user);
+    FillSession(*session, result, detailsWanted, Op::kLogin);
     return session;
 }
 
 }  // namespace
+
+void FillSession(ClientSession& session, const Data& result, bool detailsWanted, const char* op) {
+    if (!result.is_object()) BadReply(op);
+    session.loginId = Text(result, "loginId");
+    session.userId = ZR::UniString(Text(result, "userId"));
+    if (auto info = result.find("serverInfo"); info != result.end() && info->is_object()) {
+        session.serverInfo.uniqueURL = ZR::UniString(Text(*info, "uniqueUrl"));
+        session.serverInfo.friendlyName = ZR::UniString(Text(*info, "friendlyName"));
+        session.serverInfo.majorVersion = Number(*info, "major");
+        session.serverInfo.minorVersion = Number(*info, "minor");
+    }
+    if (auto user = result.find("user"); detailsWanted && user != result.end())
+        session.details = UserFromData(*user);
+}
 
 ZR::Ref<Management::Entities::User> UserFromData(const Data& data) {
     if (!data.is_object()) BadReply("a user query");

@@ -1,5 +1,6 @@
 #include "KRCB/Internal/Transport.h"
 
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 
@@ -17,6 +18,16 @@ std::mutex& TransportMutex() {
 std::shared_ptr<Transport>& Installed() {
     static std::shared_ptr<Transport> transport;
     return transport;
+}
+
+// The failed handshake, wrapped in depth - 1 further causes.
+std::unique_ptr<ZR::ZRException> HandshakeCause(int depth) {
+    std::unique_ptr<ZR::ZRException> cause(
+        new SecureCommunication::SecureCommunicationHandshakeException(
+            "The secure handshake with the server failed", ZR_HERE));
+    for (int i = 1; i < depth; ++i)
+        cause.reset(new ZR::ZRException("The secure channel could not be opened", ZR_HERE, *cause));
+    return cause;
 }
 
 }  // namespace
@@ -44,6 +55,9 @@ void ThrowFault(const Fault& fault) {
         case FaultKind::PortalServerClient:
             throw PortalServerClientException(message, ZR_HERE);
         case FaultKind::ConnectionFailed:
+            if (fault.handshakeDepth > 0)
+                throw ConnectionFailedException(message, ZR_HERE,
+                                                *HandshakeCause(fault.handshakeDepth));
             throw ConnectionFailedException(message, ZR_HERE);
         case FaultKind::IncompatibleModelServerVersion:
             throw IncompatibleModelServerVersionException(
@@ -57,6 +71,19 @@ void ThrowFault(const Fault& fault) {
             throw ZR::ZRException(message, ZR_HERE);
         case FaultKind::Foreign:
             throw std::runtime_error(fault.message);
+        case FaultKind::PortalServerErrorResponse:
+            throw PortalServerErrorResponseException(message, ZR_HERE);
+        case FaultKind::NotInCompany:
+            throw NotInCompanyResponseException(message, ZR_HERE);
+        case FaultKind::GeneralErrorResponse:
+            throw GeneralErrorResponseException(message, ZR_HERE);
+        case FaultKind::IncompatiblePortalServerVersion:
+            throw IncompatiblePortalServerVersionException(message, ZR_HERE, fault.major,
+                                                           fault.minor);
+        case FaultKind::Interrupted:
+            throw ZR::InterruptedException(message, ZR_HERE);
+        case FaultKind::InterruptedIO:
+            throw ZR::InterruptedIOException(message, ZR_HERE);
     }
     throw ZR::ZRException(message, ZR_HERE);
 }

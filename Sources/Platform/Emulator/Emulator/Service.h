@@ -41,6 +41,9 @@ struct Fault {
     int minor = 0;
     int clientMajor = 0;
     int clientMinor = 0;
+    /// ConnectionFailed only: a SecureCommunicationHandshakeException stands at
+    /// this depth of the exception's causes (1: the direct cause); 0 for none.
+    int handshakeDepth = 0;
 };
 
 /// A scenario file that can't be used: a JSON syntax error (line and column
@@ -66,6 +69,8 @@ struct UserSpec {
     std::string guid;         ///< generated from the seed if empty
     std::string pictureType;  ///< "image/jpeg", "image/png", or empty for none
     std::vector<unsigned char> picture;
+    /// A user outside the server's company is refused every login.
+    bool companyMember = true;
 };
 
 struct ModelServerSpec {
@@ -97,11 +102,26 @@ struct ProjectSpec {
     std::vector<MemberSpec> members;
 };
 
+/// A state login the server accepts: the session key and state a login
+/// dialog got elsewhere, and the user whose session they make.
+struct StateLoginSpec {
+    std::string key;
+    std::string state;
+    std::string user;  ///< login name
+};
+
 struct ServerSpec {
     std::string url;
     std::string friendlyName;
     int major = 1;
     int minor = 0;
+    /// The URL a login reports the server under; empty: url.
+    std::string answeredUrl;
+    /// Whether logins run over a secure channel; unset: an https url does.
+    std::optional<bool> ssl;
+    /// The verification result of the secure channel; 0 is verified.
+    int sslVerifyResult = 0;
+    std::vector<StateLoginSpec> stateLogins;
 };
 
 /// A signal the base client sent, in the order of sending.
@@ -198,6 +218,11 @@ public:
     /// Members of the project at path.
     void AddMember(const std::string& serverUrl, const std::string& path, const MemberSpec& member);
 
+    /// Logins by session key and state (CreateSessionWithState). A call held
+    /// at a gate (BlockNext) is reported as pending authorization by
+    /// IsAuthorizationPending until it goes on.
+    void AddStateLogin(const std::string& serverUrl, const StateLoginSpec& login);
+
     /// A server that is down refuses every call with ConnectionFailed, and
     /// its signal clients are offline.
     void SetServerDown(const std::string& serverUrl, bool down);
@@ -210,6 +235,9 @@ public:
     /// Every call of op throws the fault until ClearFaults.
     void FailAlways(const std::string& op, const Fault& fault);
     void ClearFaults();
+    /// The next successful login of op (Login or CreateSessionWithState) is
+    /// answered as interrupted: the client stands, and IsInterrupted says so.
+    void InterruptNext(const std::string& op);
     /// The next call of op waits at the returned gate until it is released.
     std::shared_ptr<Gate> BlockNext(const std::string& op);
 

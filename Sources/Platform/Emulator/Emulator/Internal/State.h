@@ -42,6 +42,9 @@ struct User {
     bool online = true;
     bool forcedOffline = false;
     int presence = 0;
+    /// Refresh tokens issued by password and state logins; each logs in as
+    /// the scenario's token does. Not written to a scenario.
+    std::vector<std::string> issuedTokens;
 };
 
 struct SignalClientEntry {
@@ -94,6 +97,10 @@ struct State {
     std::vector<std::shared_ptr<GateImpl>> allGates;  ///< released when the service goes
     std::map<std::string, int> counts;
     std::vector<SignalRecord> signals;
+    /// Calls waiting at a gate, for IsAuthorizationPending.
+    std::vector<const KRCB::Internal::Request*> held;
+    /// Logins to be answered as interrupted, by operation.
+    std::map<std::string, int> interruptions;
     /// The transport Install made, to tell it from another one at Uninstall.
     const KRCB::Internal::Transport* installed = nullptr;
 
@@ -129,7 +136,17 @@ struct State {
     KRCB::Internal::Reply Call(const KRCB::Internal::Request& request);
     KRCB::Internal::Reply Dispatch(Server& server, const KRCB::Internal::Request& request);
     KRCB::Internal::Reply DispatchSignal(Server& server, const KRCB::Internal::Request& request);
+    /// Login, CreateSessionWithState and IsAuthorizationPending (Logins.cpp).
+    KRCB::Internal::Reply DispatchLogin(Server& server, const KRCB::Internal::Request& request);
+    void AddStateLogin(Server& server, const StateLoginSpec& spec);
 };
+
+/// A login with a refresh token (the scenario's or one the server issued) or
+/// with a password in its encrypted form; an empty one never fits.
+bool CredentialsFit(const User& user, const Data& params);
+bool IsLoginOperation(const std::string& op);
+/// A user as the server describes it.
+Data UserData(const User& user);
 
 /// The signal channel's operations, which ServerCallCount leaves out.
 bool IsSignalOperation(const std::string& op);

@@ -48,6 +48,10 @@ struct ClientSession {
     }
 };
 
+/// Takes the server's answer to a login into session: login id, user id,
+/// server info, and the user's details if they were wanted.
+void FillSession(ClientSession& session, const Data& result, bool detailsWanted, const char* op);
+
 /// Users and images in the transport's data form.
 ZR::Ref<Management::Entities::User> UserFromData(const Data& data);
 

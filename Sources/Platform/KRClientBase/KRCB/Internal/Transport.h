@@ -46,6 +46,8 @@ inline constexpr const char* kIsOnline = "IsOnline";
 inline constexpr const char* kIsForcedOffline = "IsForcedOffline";
 inline constexpr const char* kSetForcedOffline = "SetForcedOffline";
 inline constexpr const char* kGetOnlineUsers = "GetOnlineUsers";
+inline constexpr const char* kCreateSessionWithState = "CreateSessionWithState";
+inline constexpr const char* kIsAuthorizationPending = "IsAuthorizationPending";
 }  // namespace Op
 
 /// The kinds of refusal a server gives; Call throws the matching exception.
@@ -60,6 +62,12 @@ enum class FaultKind {
     SessionExists,  ///< Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException
     ZRException,    ///< ZR::ZRException
     Foreign,        ///< std::runtime_error: a failure outside the ZR family
+    PortalServerErrorResponse,        ///< ...::PortalServerErrorResponseException
+    NotInCompany,                     ///< ...::NotInCompanyResponseException
+    GeneralErrorResponse,             ///< ...::GeneralErrorResponseException
+    IncompatiblePortalServerVersion,  ///< KRCB::IncompatiblePortalServerVersionException
+    Interrupted,                      ///< ZR::InterruptedException
+    InterruptedIO,                    ///< ZR::InterruptedIOException
 };
 
 /// A refusal. The message must never hold a token or a password: it becomes
@@ -67,12 +75,16 @@ enum class FaultKind {
 struct Fault {
     FaultKind kind = FaultKind::ZRException;
     std::string message;
-    /// Carried by the two Incompatible... kinds: for a model server the
-    /// server's version and the client's; for a project its version.
+    /// Carried by the Incompatible... kinds: for a model server the server's
+    /// version and the client's; for a project or a management server its version.
     int major = 0;
     int minor = 0;
     int clientMajor = 0;
     int clientMinor = 0;
+    /// ConnectionFailed only: at this depth of the cause chain (1: the direct
+    /// cause) stands a SecureCommunication::SecureCommunicationHandshakeException;
+    /// 0 for none.
+    int handshakeDepth = 0;
 };
 
 struct Request {
