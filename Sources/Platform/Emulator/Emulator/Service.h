@@ -116,12 +116,12 @@ struct ServerSpec {
     int major = 1;
     int minor = 0;
     /// The URL a login reports the server under; empty: url.
-    std::string answeredUrl;
+    std::string answeredUrl{};
     /// Whether logins run over a secure channel; unset: an https url does.
-    std::optional<bool> ssl;
+    std::optional<bool> ssl{};
     /// The verification result of the secure channel; 0 is verified.
     int sslVerifyResult = 0;
-    std::vector<StateLoginSpec> stateLogins;
+    std::vector<StateLoginSpec> stateLogins{};
 };
 
 /// A signal the base client sent, in the order of sending.

@@ -1,0 +1,154 @@
+// Logins of a dialog against the emulated service: password and state logins,
+// the tokens they issue, what the server answers with, and each refusal a
+// login can meet.
+
+#include <gtest/gtest.h>
+
+#include "KRCB/AuthenticatedClientConnection.h"
+#include "KRCB/Clients.h"
+#include "Kerrow/Exceptions.h"
+#include "Support/EmulatorFixture.h"
+
+namespace {
+
+using namespace krtest;
+using Emulator::FaultKind;
+using KRCB::Management::AuthenticatedClientConnectionFactory;
+using Kerrow::PortalServer::Client::PasswordEncrypter;
+
+TEST(EmulatorLoginTest, APasswordTravelsEncryptedAndALoginIssuesATokenOfItsOwn) {
+    EmulatedService service;
+    ZR::UniString encrypted;
+    auto connection = AuthenticatedClientConnectionFactory::Create(kServer, "anna", "pw-anna",
+                                                                   encrypted, true, false, 0);
+    EXPECT_TRUE(PasswordEncrypter::IsEncrypted(encrypted));
+    EXPECT_EQ(encrypted.Std().find("pw-anna"), std::string::npos);
+    EXPECT_EQ(PasswordEncrypter::Encrypt(encrypted), encrypted);
+    EXPECT_FALSE(PasswordEncrypter::IsEncrypted("pw-anna"));
+
+    auto client = connection->GetPortalServerClient();
+    const ZR::UniString token = client->GetRefreshToken();
+    EXPECT_FALSE(token.IsEmpty());
+    EXPECT_NE(token, "rt-anna");
+    EXPECT_FALSE(client->IsInterrupted());
+    EXPECT_EQ(connection->GetUserDetails()->GetFullName(), "Anna Berg");
+    EXPECT_EQ(connection->GetServerInfo()->friendlyName, "Portal");
+    EXPECT_EQ(connection->GetServerUrl(), kServer);
+    ASSERT_TRUE(connection->GetSslSession());
+    EXPECT_EQ(connection->GetSslSession()->GetVerifyResult(), 0);
+
+    // The encrypted form logs in as well, and each login has a token of its own.
+    auto again = AuthenticatedClientConnectionFactory::Create(kServer, "anna", encrypted, false,
+                                                              false, 0);
+    EXPECT_NE(again->GetPortalServerClient()->GetRefreshToken(), token);
+    EXPECT_FALSE(again->GetUserDetails());
+    // The issued token opens the user's other clients.
+    EXPECT_NO_THROW(KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", token,
+                                                                           false, false));
+    EXPECT_THROW(AuthenticatedClientConnectionFactory::Create(kServer, "anna", "wrong", encrypted,
+                                                              false, false, 0),
+                 Kerrow::PortalServer::Client::CreateSessionFailedException);
+    // bert has no password: nothing fits, an empty one least of all.
+    EXPECT_THROW(
+        AuthenticatedClientConnectionFactory::Create(kServer, "bert", "", encrypted, false, false, 0),
+        Kerrow::PortalServer::Client::CreateSessionFailedException);
+}
+
+TEST(EmulatorLoginTest, TheScenarioDecidesUrlChannelCompanyVersionAndStateLogins) {
+    auto service = Emulator::Service::FromScenarioText(R"({"servers": [
+      {"url": "http://plain.example", "answeredUrl": "http://plain.example//", "version": [0, 9],
+       "users": [{"login": "anna", "password": "pw"}]},
+      {"url": "https://unverified.example", "sslVerifyResult": 20,
+       "users": [{"login": "anna", "password": "pw"},
+                 {"login": "olaf", "password": "pw", "fullName": "Olaf", "companyMember": false}],
+       "stateLogins": [{"key": "k-1", "state": "s-1", "user": "anna"}]}]})");
+    service->Install();
+    ZR::UniString encrypted;
+    EXPECT_THROW(AuthenticatedClientConnectionFactory::Create("http://plain.example", "anna", "pw",
+                                                              encrypted, false, false, 0),
+                 KRCB::IncompatiblePortalServerVersionException);
+
+    auto unverified = AuthenticatedClientConnectionFactory::Create(
+        "https://unverified.example", "anna", "pw", encrypted, false, false, 0);
+    EXPECT_EQ(unverified->GetSslSession()->GetVerifyResult(), 20);
+    EXPECT_THROW(AuthenticatedClientConnectionFactory::Create("https://unverified.example", "olaf",
+                                                              "pw", encrypted, false, false, 0),
+                 Kerrow::PortalServer::Client::NotInCompanyResponseException);
+
+    // A state login: no call until the session is made, then the key's user.
+    service->ResetCounts();
+    auto state =
+        AuthenticatedClientConnectionFactory::Create("https://unverified.example", "k-1", false, 0);
+    EXPECT_EQ(service->ServerCallCount(), 0);
+    EXPECT_TRUE(state->GetPortalServerClient()->GetRefreshToken().IsEmpty());
+    EXPECT_THROW(state->GetPortalServerClient()->CreateSessionWithState("k-1", "other", true),
+                 Kerrow::PortalServer::Client::CreateSessionFailedException);
+    service->InterruptNext(Emulator::Op::kCreateSessionWithState);
+    state->GetPortalServerClient()->CreateSessionWithState("k-1", "s-1", true);
+    EXPECT_EQ(state->GetUserDetails()->GetLoginName(), "anna");
+    EXPECT_EQ(state->GetPortalServerClient()->GetUserName(), "anna");
+    EXPECT_FALSE(state->GetPortalServerClient()->GetRefreshToken().IsEmpty());
+    EXPECT_TRUE(state->GetPortalServerClient()->IsInterrupted());
+
+    // Written back without the state in the display form, with it in the scenario.
+    auto reread = Emulator::Service::FromScenarioText(service->ToScenarioText());
+    EXPECT_EQ(reread->ToScenarioText(), service->ToScenarioText());
+    EXPECT_EQ(service->ToDisplayText().find("s-1"), std::string::npos);
+    EXPECT_NE(service->ToScenarioText().find("\"answeredUrl\": \"http://plain.example//\""),
+              std::string::npos);
+    service->Uninstall();
+
+    for (const char* bad :
+         {R"({"servers": [{"url": "https://e", "ssl": 1}]})",
+          R"({"servers": [{"url": "https://e", "stateLogins": [{"key": "k", "user": "nobody"}]}]})",
+          R"({"servers": [{"url": "https://e", "users": [{"login": "a", "companyMember": "no"}]}]})"})
+        EXPECT_THROW(Emulator::Service::FromScenarioText(bad), Emulator::ScenarioError) << bad;
+}
+
+// Each refusal a login can meet arrives as its exception; a connection
+// failure may carry a failed handshake deep in its causes.
+TEST(EmulatorLoginTest, EachScriptedRefusalOfALoginArrivesAsItsException) {
+    EmulatedService service;
+    auto login = [] {
+        ZR::UniString encrypted;
+        AuthenticatedClientConnectionFactory::Create(kServer, "anna", "pw-anna", encrypted, false,
+                                                     false, 0);
+    };
+    struct Row {
+        FaultKind kind;
+        const char* name;
+    } rows[] = {
+        {FaultKind::PortalServerErrorResponse, "PortalServerErrorResponseException"},
+        {FaultKind::NotInCompany, "NotInCompanyResponseException"},
+        {FaultKind::GeneralErrorResponse, "GeneralErrorResponseException"},
+        {FaultKind::IncompatiblePortalServerVersion, "IncompatiblePortalServerVersionException"},
+        {FaultKind::Interrupted, "InterruptedException"},
+        {FaultKind::InterruptedIO, "InterruptedIOException"},
+    };
+    for (const Row& row : rows) {
+        service->FailNext(Emulator::Op::kLogin, {row.kind});
+        try {
+            login();
+            ADD_FAILURE() << row.name;
+        } catch (const ZR::ZRException& e) {
+            EXPECT_EQ(e.GetName(), row.name);
+        }
+    }
+    for (int depth : {1, 3}) {
+        Emulator::Fault fault{FaultKind::ConnectionFailed};
+        fault.handshakeDepth = depth;
+        service->FailNext(Emulator::Op::kLogin, fault);
+        try {
+            login();
+            ADD_FAILURE() << depth;
+        } catch (const Kerrow::PortalServer::Client::ConnectionFailedException& e) {
+            const ZR::ZRException* cause = &e;
+            for (int i = 0; i < depth; ++i) cause = cause->GetCause();
+            ASSERT_TRUE(cause);
+            EXPECT_EQ(cause->GetName(), "SecureCommunicationHandshakeException");
+            EXPECT_FALSE(cause->GetCause());
+        }
+    }
+}
+
+}  // namespace
