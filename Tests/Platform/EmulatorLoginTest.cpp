@@ -13,8 +13,8 @@ namespace {
 
 using namespace krtest;
 using Emulator::FaultKind;
-using KRCB::Management::AuthenticatedClientConnectionFactory;
 using Kerrow::PortalServer::Client::PasswordEncrypter;
+using KRCB::Management::AuthenticatedClientConnectionFactory;
 
 TEST(EmulatorLoginTest, APasswordTravelsEncryptedAndALoginIssuesATokenOfItsOwn) {
     EmulatedService service;
@@ -38,8 +38,8 @@ TEST(EmulatorLoginTest, APasswordTravelsEncryptedAndALoginIssuesATokenOfItsOwn) 
     EXPECT_EQ(connection->GetSslSession()->GetVerifyResult(), 0);
 
     // The encrypted form logs in as well, and each login has a token of its own.
-    auto again = AuthenticatedClientConnectionFactory::Create(kServer, "anna", encrypted, false,
-                                                              false, 0);
+    auto again =
+        AuthenticatedClientConnectionFactory::Create(kServer, "anna", encrypted, false, false, 0);
     EXPECT_NE(again->GetPortalServerClient()->GetRefreshToken(), token);
     EXPECT_FALSE(again->GetUserDetails());
     // The issued token opens the user's other clients.
@@ -49,9 +49,9 @@ TEST(EmulatorLoginTest, APasswordTravelsEncryptedAndALoginIssuesATokenOfItsOwn) 
                                                               false, false, 0),
                  Kerrow::PortalServer::Client::CreateSessionFailedException);
     // bert has no password: nothing fits, an empty one least of all.
-    EXPECT_THROW(
-        AuthenticatedClientConnectionFactory::Create(kServer, "bert", "", encrypted, false, false, 0),
-        Kerrow::PortalServer::Client::CreateSessionFailedException);
+    EXPECT_THROW(AuthenticatedClientConnectionFactory::Create(kServer, "bert", "", encrypted, false,
+                                                              false, 0),
+                 Kerrow::PortalServer::Client::CreateSessionFailedException);
 }
 
 TEST(EmulatorLoginTest, TheScenarioDecidesUrlChannelCompanyVersionAndStateLogins) {
@@ -98,10 +98,11 @@ TEST(EmulatorLoginTest, TheScenarioDecidesUrlChannelCompanyVersionAndStateLogins
               std::string::npos);
     service->Uninstall();
 
-    for (const char* bad :
-         {R"({"servers": [{"url": "https://e", "ssl": 1}]})",
-          R"({"servers": [{"url": "https://e", "stateLogins": [{"key": "k", "user": "nobody"}]}]})",
-          R"({"servers": [{"url": "https://e", "users": [{"login": "a", "companyMember": "no"}]}]})"})
+    for (
+        const char* bad :
+        {R"({"servers": [{"url": "https://e", "ssl": 1}]})",
+         R"({"servers": [{"url": "https://e", "stateLogins": [{"key": "k", "user": "nobody"}]}]})",
+         R"({"servers": [{"url": "https://e", "users": [{"login": "a", "companyMember": "no"}]}]})"})
         EXPECT_THROW(Emulator::Service::FromScenarioText(bad), Emulator::ScenarioError) << bad;
 }
 
