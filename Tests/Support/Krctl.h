@@ -24,6 +24,10 @@ protected:
     ProcessResult Run(const std::vector<std::string>& args) const {
         return RunProcess(Krctl(args));
     }
+    // With input on its standard input.
+    ProcessResult Run(const std::vector<std::string>& args, const std::string& input) const {
+        return RunProcess(Krctl(args), input);
+    }
     std::string Base() const { return temp.Sub("base"); }
     std::string Data() const { return temp.Sub("data"); }
     std::string Log() const { return temp.Sub("krctl.log"); }

@@ -17,10 +17,13 @@ extern char** environ;
 namespace krtest {
 namespace {
 
-pid_t Spawn(const std::vector<std::string>& argv, int outFd, int errFd) {
+pid_t Spawn(const std::vector<std::string>& argv, int outFd, int errFd, int inFd) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (inFd >= 0)
+        posix_spawn_file_actions_adddup2(&actions, inFd, 0);
+    else
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     if (outFd >= 0) posix_spawn_file_actions_adddup2(&actions, outFd, 1);
     if (errFd >= 0) posix_spawn_file_actions_adddup2(&actions, errFd, 2);
     std::vector<char*> args;
@@ -39,12 +42,19 @@ int DecodeStatus(int status) {
 
 }  // namespace
 
-ProcessResult RunProcess(const std::vector<std::string>& argv) {
+ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string* input) {
     // Standard error goes to a file, so that neither output can fill its pipe
-    // while the other is read.
+    // while the other is read; so does the input, which is all there at once.
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> err(std::tmpfile(), &std::fclose);
-    if (!err) throw std::runtime_error("tmpfile failed");
-    ChildProcess child(argv, fileno(err.get()));
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(input ? std::tmpfile() : nullptr,
+                                                       &std::fclose);
+    if (!err || (input && !in)) throw std::runtime_error("tmpfile failed");
+    if (input) {
+        std::fwrite(input->data(), 1, input->size(), in.get());
+        std::fflush(in.get());
+        std::rewind(in.get());
+    }
+    ChildProcess child(argv, fileno(err.get()), input ? fileno(in.get()) : -1);
     ProcessResult result;
     std::string line;
     while (child.ReadLine(&line)) result.out += line + "\n";
@@ -55,10 +65,18 @@ ProcessResult RunProcess(const std::vector<std::string>& argv) {
     return result;
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string>& argv, int errFd) {
+ProcessResult RunProcess(const std::vector<std::string>& argv) {
+    return RunProcess(argv, static_cast<const std::string*>(nullptr));
+}
+
+ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string& input) {
+    return RunProcess(argv, &input);
+}
+
+ChildProcess::ChildProcess(const std::vector<std::string>& argv, int errFd, int inFd) {
     int out[2];
     if (pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    mPid = Spawn(argv, out[1], errFd);
+    mPid = Spawn(argv, out[1], errFd, inFd);
     close(out[1]);
     mOut = out[0];
 }

@@ -17,12 +17,15 @@ struct ProcessResult {
 
 // Runs argv[0] with the arguments, standard input closed, and collects both outputs.
 ProcessResult RunProcess(const std::vector<std::string>& argv);
+// The same with input as its standard input.
+ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string& input);
 
 // A started process; its standard output is readable line by line.
 class ChildProcess {
 public:
-    // Standard error goes to errFd if one is given, else where the test's goes.
-    explicit ChildProcess(const std::vector<std::string>& argv, int errFd = -1);
+    // Standard error goes to errFd if one is given, else where the test's goes;
+    // standard input comes from inFd if one is given, else it is closed.
+    explicit ChildProcess(const std::vector<std::string>& argv, int errFd = -1, int inFd = -1);
     ~ChildProcess();  // kills a process still running
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -35,7 +38,9 @@ public:
     int Wait();
 
 private:
-    friend ProcessResult RunProcess(const std::vector<std::string>& argv);
+    friend ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string* input);
+    // The same with input as its standard input.
+    ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string& input);
     pid_t mPid = -1;
     int mOut = -1;
     std::string mBuffer;

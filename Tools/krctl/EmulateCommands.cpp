@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "Emulate.h"
 #include "Emulator/Service.h"
 #include "KRCB/Paths.h"
 #include "KRClient/ClientProjectConnectionManager.h"
@@ -29,6 +30,8 @@ struct EmulateArgs {
     bool ignoreCachedSession = false;
 };
 
+}  // namespace
+
 std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
     try {
         return Emulator::Service::FromScenarioFile(path);
@@ -37,17 +40,7 @@ std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
     }
 }
 
-// The emulator serves the process for the command and is taken away after it.
-class Installed {
-public:
-    explicit Installed(Emulator::Service& service) : mService(service) { mService.Install(); }
-    ~Installed() { mService.Uninstall(); }
-    Installed(const Installed&) = delete;
-    Installed& operator=(const Installed&) = delete;
-
-private:
-    Emulator::Service& mService;
-};
+namespace {
 
 IO::Location ProjectLocation(const Emulator::Service& service, const EmulateArgs& args) {
     CheckServerUrl(args.server);
@@ -216,6 +209,8 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
 
     CLI::App* show = emulate->add_subcommand("show", "print the servers' state (no secrets)");
     show->callback([&options, action] { *action = [&options] { return Show(options, args); }; });
+
+    AddEmulateLoginCommand(emulate, options, action, args.scenario, args.update);
 }
 
 }  // namespace krctl
