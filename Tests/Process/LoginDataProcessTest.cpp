@@ -12,9 +12,12 @@
 #include <set>
 #include <thread>
 
+#include "Emulator/Service.h"
 #include "KRCB/KRClientBase.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRCB/Paths.h"
+#include "KRClient/UserInterface/Login/AsyncLoginTaskEventHandler.h"
+#include "KRClient/UserInterface/Login/LoginTask.h"
 #include "Support/Krctl.h"
 #include "ZR/Logger.h"
 
@@ -22,6 +25,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using namespace KRCB::LoginDataStore;
+using Emulator::FaultKind;
+using KRC::UI::Login::AsyncLoginTaskEventHandler;
+using KRC::UI::Login::LoginTask;
 
 class LoginDataProcessTest : public krtest::KrctlRun {
 protected:
@@ -117,6 +123,22 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
     EXPECT_NE(runs[6].exitCode, 0);
     EXPECT_NE(runs[7].exitCode, 0);
 
+    // Logins against the emulator, whose scenario alone holds the password.
+    const std::string scenario = temp.Sub("scenario.json");
+    krtest::WriteFile(scenario, R"({"servers": [{"url": "https://emu.example", "users": [
+        {"login": "anna", "password": ")" +
+                                    password + R"(", "refreshToken": ")" + token + R"("}]}]})");
+    const std::vector<std::string> login = {"emulate", scenario, "login", "https://emu.example",
+                                            "anna"};
+    runs.push_back(Run(login, password + "-wrong\n"));
+    runs.push_back(Run(login, password + "\n"));
+    std::vector<std::string> jsonLogin = login;
+    jsonLogin.insert(jsonLogin.begin(), "--json");
+    runs.push_back(Run(jsonLogin, password + "\n"));
+    EXPECT_EQ(runs[8].exitCode, 1) << runs[8].err;
+    EXPECT_EQ(runs[9].exitCode, 0) << runs[9].err;
+    EXPECT_EQ(runs[10].exitCode, 0) << runs[10].err;
+
     // The library in this process, with a log that takes every line.
     ZR::CaptureLogSink log;
     ZR::ScopedLogSink scoped(log);
@@ -129,6 +151,23 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
     // A damaged file is set aside whole, token included, as a login data file.
     krtest::WriteFile(File(), "{\"refreshToken\":\"" + token + "\"");
     cache.GetLoginDataStoreCopy(OpenForReading);
+    // Login tasks in this process, through the failures that write log lines.
+    {
+        auto service = Emulator::Service::FromScenarioFile(scenario);
+        service->Install();
+        for (FaultKind kind : {FaultKind::ConnectionFailed, FaultKind::GeneralErrorResponse,
+                               FaultKind::PortalServerErrorResponse, FaultKind::ZRException,
+                               FaultKind::Foreign, FaultKind::CreateSessionFailed}) {
+            service->FailNext(Emulator::Op::kLogin, {kind});
+            ZR::Ref<KRCB::Management::AuthenticatedClientConnection> connection;
+            ZR::Ref<AsyncLoginTaskEventHandler> handler(new AsyncLoginTaskEventHandler(connection));
+            LoginTask("https://emu.example", "anna", ZR::UniString(password), handler, true, true)
+                .Run();
+            EXPECT_NE(handler->GetConnectionStatus(), AsyncLoginTaskEventHandler::Connected);
+        }
+        service->Uninstall();
+    }
+    EXPECT_NE(log.GetText().find("Kerrow login task failed"), std::string::npos);
     CloseKRClientBase();
 
     std::string everything;
@@ -137,6 +176,7 @@ TEST_F(LoginDataProcessTest, TokensAndPasswordsReachOnlyTheLoginDataFile) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(temp.Path())) {
         if (!entry.is_regular_file()) continue;
         std::string name = entry.path().filename();
+        if (entry.path() == scenario) continue;  // the emulator's own data
         std::string content = krtest::ReadFile(entry.path());
         EXPECT_EQ(content.find(password), std::string::npos) << name;
         bool loginData = name == "LoginData.json" || name.rfind("LoginData.json.bad-", 0) == 0;
