@@ -58,15 +58,16 @@ void ShowRecord(const KRC::ClientProjectConnectionManager& manager) {
                 record->GetLogonId());
 }
 
-IO::Location AnnaOnTowerB(const Emulator::Service& service) {
+IO::Location AnnaOnTowerB(const ZR::UniString& token) {
     IO::Location location;
-    KRCB::CreateServerLocation(location, kServer, "anna",
-                               ZR::UniString(service.FindUser(kServer, "anna")->refreshToken));
+    KRCB::CreateServerLocation(location, kServer, "anna", token);
     KRCB::SetProjectPath(location, kPath);
     return location;
 }
 
 }  // namespace
+
+ZR::UniString RunLoginDemo(const char* server, const char* user, const char* password);
 
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
@@ -75,7 +76,8 @@ void RunConnectionDemo(const std::string& root) {
     std::unique_ptr<Emulator::Service> service = Emulator::Service::FromScenarioFile(scenario);
     service->Install();
     // The registry stands on root/shared since the step before.
-    const IO::Location location = AnnaOnTowerB(*service);
+    std::printf("   Anna logs in to %s from the host's login dialog.\n", kServer);
+    const IO::Location location = AnnaOnTowerB(RunLoginDemo(kServer, "anna", "anna-secret"));
 
     std::printf("   Anna opens %s on DESK-ANNA: a session is made and claimed.\n", kPath);
     Network::SetClientComputerName("DESK-ANNA");
