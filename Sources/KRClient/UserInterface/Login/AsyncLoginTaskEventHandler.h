@@ -36,12 +36,16 @@ public:
     /// The caller's reference; read it once the login has ended.
     Connection& GetConnection() { return mConnection; }
 
+    /// Does nothing.
     void OnStart(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                  const ZR::UniString& password) override;
+    /// Pending again.
     void OnAuthorizationPending() override;
+    /// Gives the caller's reference the connection (unless it holds it), then Connected.
     void OnSuccessfulLogin(Connection& connection, const ZR::UniString& serverUrl,
                            const ZR::UniString& userName, const ZR::UniString& token,
                            const ZR::UniString& fullName) override;
+    /// The failures set the status of their name and drop their arguments.
     void OnInvalidPasswordLogin(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                                 const ZR::UniString& password) override;
     void OnInsecureServerConnectionLoginError(const ZR::UniString& serverUrl,

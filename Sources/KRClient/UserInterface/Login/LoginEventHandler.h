@@ -34,32 +34,41 @@ public:
     /// never the password.
     virtual void SuccessfulLogin(Connection& connection, const ZR::UniString& serverUrl,
                                  const ZR::UniString& userName, const ZR::UniString& token) = 0;
+    /// The server refused the credentials; the store marks the user's access denied.
     virtual void InvalidPasswordLogin(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                                       const ZR::UniString& password) = 0;
+    /// The secure handshake failed; the store marks the server refused as insecure (5).
     virtual void InsecureServerConnectionLoginError(
         const ZR::UniString& serverUrl, const ZR::UniString& userName,
         const ZR::UniString& password,
         const ILoginTaskEventHandler::HandshakeException& exception) = 0;
+    /// The server is of a version this client can't use; the server's status is failed (4).
     virtual void IncompatiblePortalServer(
         const ZR::UniString& serverUrl, const ZR::UniString& userName,
         const ZR::UniString& password,
         const ILoginTaskEventHandler::VersionException& exception) = 0;
+    /// The server could not be reached; the server's status is failed (4).
     virtual void ServerConnectionLoginError(const ZR::UniString& serverUrl,
                                             const ZR::UniString& userName,
                                             const ZR::UniString& password) = 0;
+    /// The server answered with a general error; the server's status is failed (4).
     virtual void UnexpectedServerResponseError(const ZR::UniString& serverUrl,
                                                const ZR::UniString& userName,
                                                const ZR::UniString& password) = 0;
+    /// The URL names no server; the server's status is failed (4).
     virtual void InvalidURLError(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                                  const ZR::UniString& password) = 0;
-    /// Any other failure; also a failure while a successful login was being
-    /// stored, after which the third text holds what it held by then.
+    /// Any other failure, with the server's status failed (4); also a failure
+    /// while a successful login was being stored, which leaves the store as it
+    /// got and the third text as it was by then (empty, or the token).
     virtual void UnknownLoginError(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                                    const ZR::UniString& password,
                                    const ILoginTaskEventHandler::Exception& exception) = 0;
+    /// The user is not a member of the server's company; the server's status is failed (4).
     virtual void NotMemberOfCompanyError(const ZR::UniString& serverUrl,
                                          const ZR::UniString& userName,
                                          const ZR::UniString& password) = 0;
+    /// The login was interrupted; the store is left alone.
     virtual void LoginInterrupted(const ZR::UniString& serverUrl, const ZR::UniString& userName,
                                   const ZR::UniString& password) = 0;
     /// The id of the login the observer waits for now; change it to abandon one.
