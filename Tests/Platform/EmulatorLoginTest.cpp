@@ -1,6 +1,6 @@
 // Logins of a dialog against the emulated service: password and state logins,
-// the tokens they issue, what the server answers with, and each refusal a
-// login can meet.
+// the tokens they issue, and what the server answers with. The scripted
+// refusals are tested through the login task.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 namespace {
 
 using namespace krtest;
-using Emulator::FaultKind;
 using Kerrow::PortalServer::Client::PasswordEncrypter;
 using KRCB::Management::AuthenticatedClientConnectionFactory;
 
@@ -104,52 +103,6 @@ TEST(EmulatorLoginTest, TheScenarioDecidesUrlChannelCompanyVersionAndStateLogins
          R"({"servers": [{"url": "https://e", "stateLogins": [{"key": "k", "user": "nobody"}]}]})",
          R"({"servers": [{"url": "https://e", "users": [{"login": "a", "companyMember": "no"}]}]})"})
         EXPECT_THROW(Emulator::Service::FromScenarioText(bad), Emulator::ScenarioError) << bad;
-}
-
-// Each refusal a login can meet arrives as its exception; a connection
-// failure may carry a failed handshake deep in its causes.
-TEST(EmulatorLoginTest, EachScriptedRefusalOfALoginArrivesAsItsException) {
-    EmulatedService service;
-    auto login = [] {
-        ZR::UniString encrypted;
-        AuthenticatedClientConnectionFactory::Create(kServer, "anna", "pw-anna", encrypted, false,
-                                                     false, 0);
-    };
-    struct Row {
-        FaultKind kind;
-        const char* name;
-    } rows[] = {
-        {FaultKind::PortalServerErrorResponse, "PortalServerErrorResponseException"},
-        {FaultKind::NotInCompany, "NotInCompanyResponseException"},
-        {FaultKind::GeneralErrorResponse, "GeneralErrorResponseException"},
-        {FaultKind::IncompatiblePortalServerVersion, "IncompatiblePortalServerVersionException"},
-        {FaultKind::Interrupted, "InterruptedException"},
-        {FaultKind::InterruptedIO, "InterruptedIOException"},
-    };
-    for (const Row& row : rows) {
-        service->FailNext(Emulator::Op::kLogin, {row.kind});
-        try {
-            login();
-            ADD_FAILURE() << row.name;
-        } catch (const ZR::ZRException& e) {
-            EXPECT_EQ(e.GetName(), row.name);
-        }
-    }
-    for (int depth : {1, 3}) {
-        Emulator::Fault fault{FaultKind::ConnectionFailed};
-        fault.handshakeDepth = depth;
-        service->FailNext(Emulator::Op::kLogin, fault);
-        try {
-            login();
-            ADD_FAILURE() << depth;
-        } catch (const Kerrow::PortalServer::Client::ConnectionFailedException& e) {
-            const ZR::ZRException* cause = &e;
-            for (int i = 0; i < depth; ++i) cause = cause->GetCause();
-            ASSERT_TRUE(cause);
-            EXPECT_EQ(cause->GetName(), "SecureCommunicationHandshakeException");
-            EXPECT_FALSE(cause->GetCause());
-        }
-    }
 }
 
 }  // namespace
