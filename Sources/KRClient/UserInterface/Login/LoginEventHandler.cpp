@@ -155,111 +155,85 @@ void LoginEventHandler::OnStart(const ZR::UniString&, const ZR::UniString&, cons
 
 namespace {
 
-std::unique_ptr<LoginDependentTask> Notifier(ILoginEventObserver* observer, unsigned int taskId,
-                                             const ZR::UniString& serverUrl,
-                                             const ZR::UniString& userName,
-                                             const ZR::UniString& password, StoreUpdate update,
-                                             ObserverCall call) {
-    return std::make_unique<EventNotifier>(observer, serverUrl, userName, password, taskId, update,
-                                           std::move(call));
+using S = ZR::UniString;
+
+// The notifier of an event other than success: the store update of its kind,
+// then the observer's operation of the event, given the event's exception if
+// it has one.
+template <typename... Extra>
+std::unique_ptr<LoginDependentTask> Notifier(
+    ILoginEventObserver* observer, unsigned int taskId, const S& serverUrl, const S& userName,
+    const S& password, StoreUpdate update,
+    void (ILoginEventObserver::*call)(const S&, const S&, const S&, const Extra&...),
+    const Extra&... extra) {
+    return std::make_unique<EventNotifier>(
+        observer, serverUrl, userName, password, taskId, update,
+        [call, extra...](ILoginEventObserver& o, const S& url, const S& user, const S& pw) {
+            (o.*call)(url, user, pw, extra...);
+        });
 }
 
 }  // namespace
 
 void LoginEventHandler::OnAuthorizationPending() {
-    Post(Notifier(mObserver, mTaskId, {}, {}, {}, StoreUpdate::None,
-                  [](ILoginEventObserver& o, auto&, auto&, auto&) { o.AuthorizationPending(); }));
+    Post(std::make_unique<EventNotifier>(
+        mObserver, S(), S(), S(), mTaskId, StoreUpdate::None,
+        [](ILoginEventObserver& o, const S&, const S&, const S&) { o.AuthorizationPending(); }));
 }
 
-void LoginEventHandler::OnSuccessfulLogin(Connection& connection, const ZR::UniString& serverUrl,
-                                          const ZR::UniString& userName, const ZR::UniString& token,
-                                          const ZR::UniString& fullName) {
+void LoginEventHandler::OnSuccessfulLogin(Connection& connection, const S& serverUrl,
+                                          const S& userName, const S& token, const S& fullName) {
     Post(std::make_unique<SuccessfulLoginNotifier>(mObserver, serverUrl, userName, token, mTaskId,
                                                    connection, fullName));
 }
 
-void LoginEventHandler::OnInvalidPasswordLogin(const ZR::UniString& serverUrl,
-                                               const ZR::UniString& userName,
-                                               const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::AccessDenied,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.InvalidPasswordLogin(url, user, pw);
-                  }));
+void LoginEventHandler::OnInvalidPasswordLogin(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::AccessDenied,
+                  &ILoginEventObserver::InvalidPasswordLogin));
 }
 
-void LoginEventHandler::OnInsecureServerConnectionLoginError(const ZR::UniString& serverUrl,
-                                                             const ZR::UniString& userName,
-                                                             const ZR::UniString& password,
+void LoginEventHandler::OnInsecureServerConnectionLoginError(const S& url, const S& user,
+                                                             const S& pw,
                                                              const HandshakeException& exception) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::HandshakeFailed,
-                  [exception](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.InsecureServerConnectionLoginError(url, user, pw, exception);
-                  }));
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::HandshakeFailed,
+                  &ILoginEventObserver::InsecureServerConnectionLoginError, exception));
 }
 
-void LoginEventHandler::OnIncompatiblePortalServer(const ZR::UniString& serverUrl,
-                                                   const ZR::UniString& userName,
-                                                   const ZR::UniString& password,
+void LoginEventHandler::OnIncompatiblePortalServer(const S& url, const S& user, const S& pw,
                                                    const VersionException& exception) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [exception](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.IncompatiblePortalServer(url, user, pw, exception);
-                  }));
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::IncompatiblePortalServer, exception));
 }
 
-void LoginEventHandler::OnServerConnectionLoginError(const ZR::UniString& serverUrl,
-                                                     const ZR::UniString& userName,
-                                                     const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.ServerConnectionLoginError(url, user, pw);
-                  }));
+void LoginEventHandler::OnServerConnectionLoginError(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::ServerConnectionLoginError));
 }
 
-void LoginEventHandler::OnUnexpectedServerResponseError(const ZR::UniString& serverUrl,
-                                                        const ZR::UniString& userName,
-                                                        const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.UnexpectedServerResponseError(url, user, pw);
-                  }));
+void LoginEventHandler::OnUnexpectedServerResponseError(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::UnexpectedServerResponseError));
 }
 
-void LoginEventHandler::OnInvalidURLError(const ZR::UniString& serverUrl,
-                                          const ZR::UniString& userName,
-                                          const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.InvalidURLError(url, user, pw);
-                  }));
+void LoginEventHandler::OnInvalidURLError(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::InvalidURLError));
 }
 
-void LoginEventHandler::OnUnknownLoginError(const ZR::UniString& serverUrl,
-                                            const ZR::UniString& userName,
-                                            const ZR::UniString& password,
+void LoginEventHandler::OnUnknownLoginError(const S& url, const S& user, const S& pw,
                                             const Exception& exception) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [exception](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.UnknownLoginError(url, user, pw, exception);
-                  }));
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::UnknownLoginError, exception));
 }
 
-void LoginEventHandler::OnNotMemberOfCompanyError(const ZR::UniString& serverUrl,
-                                                  const ZR::UniString& userName,
-                                                  const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::ServerFailed,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.NotMemberOfCompanyError(url, user, pw);
-                  }));
+void LoginEventHandler::OnNotMemberOfCompanyError(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::ServerFailed,
+                  &ILoginEventObserver::NotMemberOfCompanyError));
 }
 
-void LoginEventHandler::OnLoginInterrupted(const ZR::UniString& serverUrl,
-                                           const ZR::UniString& userName,
-                                           const ZR::UniString& password) {
-    Post(Notifier(mObserver, mTaskId, serverUrl, userName, password, StoreUpdate::None,
-                  [](ILoginEventObserver& o, auto& url, auto& user, auto& pw) {
-                      o.LoginInterrupted(url, user, pw);
-                  }));
+void LoginEventHandler::OnLoginInterrupted(const S& url, const S& user, const S& pw) {
+    Post(Notifier(mObserver, mTaskId, url, user, pw, StoreUpdate::None,
+                  &ILoginEventObserver::LoginInterrupted));
 }
 
 }  // namespace KRC::UI::Login

@@ -36,6 +36,12 @@ const SecureCommunicationHandshakeException* FindHandshake(const ZR::ZRException
     return nullptr;
 }
 
+const LoginTask::EventHandler& Required(const LoginTask::EventHandler& eventHandler) {
+    if (!eventHandler)
+        throw KRClientException("Failed to create LoginTask. Event handler is nullptr.", ZR_HERE);
+    return eventHandler;
+}
+
 ZR::UniString WithoutTrailingSlash(ZR::UniString url) {
     if (!url.IsEmpty() && url.Std().back() == '/')
         url = ZR::UniString(url.Std().substr(0, url.Std().size() - 1));
@@ -50,24 +56,18 @@ LoginTask::LoginTask(const ZR::UniString& serverUrl, const ZR::UniString& userNa
     : mServerUrl(serverUrl),
       mUserName(userName),
       mPassword(password),
-      mEventHandler(eventHandler),
+      mEventHandler(Required(eventHandler)),
       mWantFullName(wantFullName),
-      mWantUserName(wantUserName) {
-    if (!mEventHandler)
-        throw KRClientException("Failed to create LoginTask. Event handler is nullptr.", ZR_HERE);
-}
+      mWantUserName(wantUserName) {}
 
 LoginTask::LoginTask(const ZR::UniString& serverUrl, const ZR::UniString& sessionKey,
                      const ZR::UniString& sessionState, const EventHandler& eventHandler)
     : mServerUrl(serverUrl),
       mSessionKey(sessionKey),
       mSessionState(sessionState),
-      mEventHandler(eventHandler),
+      mEventHandler(Required(eventHandler)),
       mWantFullName(true),
-      mWantUserName(true) {
-    if (!mEventHandler)
-        throw KRClientException("Failed to create LoginTask. Event handler is nullptr.", ZR_HERE);
-}
+      mWantUserName(true) {}
 
 LoginTask::LoginTask(const LoginTask& other)
     : ZR::Runnable(other),
