@@ -40,7 +40,9 @@ public:
 
     /// For a host that polls from another thread while Run blocks in a state
     /// login: true, with OnAuthorizationPending raised on the calling thread,
-    /// each time the server still waits for the authorization.
+    /// each time the server still waits for the authorization. False before
+    /// the connection stands. A server that can't be asked throws its
+    /// exception to the caller.
     bool IsAuthorizationPending();
 
     /// The connection of the login; empty until it was made.

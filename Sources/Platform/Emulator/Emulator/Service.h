@@ -121,6 +121,7 @@ struct ServerSpec {
     std::optional<bool> ssl{};
     /// The verification result of the secure channel; 0 is verified.
     int sslVerifyResult = 0;
+    /// Taken as they are by AddServer; AddStateLogin checks what it is given.
     std::vector<StateLoginSpec> stateLogins{};
 };
 
