@@ -320,16 +320,23 @@ Reply State::DispatchSignal(Server& server, const Request& request) {
             return Refuse(FK::CreateSessionFailed,
                           "Login refused for user \"" + request.user + "\"");
         server.clients.push_back(SignalClientEntry{NewId("client"), user->spec.login, ""});
-        return Ok(Data{{"clientId", server.clients.back().id}});
+        std::string id = server.clients.back().id;
+        PushOnlineUsers(server, id);
+        return Ok(Data{{"clientId", id}});
     }
     if (op == Op::kGetPresenceState) return Ok(user->presence);
     if (op == Op::kSetPresenceState) {
         user->presence = Number(params, "state");
+        PushPresence(server, user->spec.login, Text(params, "clientId"), user->presence);
         return Ok();
     }
     if (op == Op::kIsForcedOffline) return Ok(user->forcedOffline);
     if (op == Op::kSetForcedOffline) {
-        user->forcedOffline = Flag(params, "offline");
+        bool offline = Flag(params, "offline");
+        if (offline != user->forcedOffline) {
+            user->forcedOffline = offline;
+            PushOnlineUsers(server, Text(params, "clientId"));
+        }
         return Ok();
     }
     if (op == Op::kGetOnlineUsers) {
@@ -355,6 +362,7 @@ Reply State::DispatchSignal(Server& server, const Request& request) {
     if (op == Op::kIsOnline) return Ok(user->online);
     if (op == Op::kSignalDisconnect) {
         server.clients.erase(client);
+        PushOnlineUsers(server, clientId);
         return Ok();
     }
     if (op == Op::kSignalJoinProject) {
@@ -372,6 +380,7 @@ Reply State::DispatchSignal(Server& server, const Request& request) {
         record.id = Number(params, "id");
         record.text = Text(params, "text");
         record.time = Tick();
+        PushSignal(server, record.projectId, record.clientId, record.user, record.id, record.text);
         signals.push_back(std::move(record));
         return Ok();
     }

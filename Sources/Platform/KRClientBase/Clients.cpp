@@ -296,6 +296,19 @@ ZR::Ref<Management::ResourceManagerClient> CreateResourceManagerClientOnOpenedPr
     return client;
 }
 
+ZR::Ref<Management::ResourceManagerClient> CreateResourceManagerClientOnOpenedProject(
+    SignalClient* signalClient, const ZR::UniString& serverUrl, const ZR::UniString& userName,
+    const ZR::UniString& refreshToken, bool detailsWanted, bool cached,
+    const ZR::UniString& projectId, int /*loginKind*/, bool /*reconnect*/) {
+    ZR::Ref<Management::ResourceManagerClient> client =
+        Management::ResourceManagerClientFactory::Create(serverUrl, userName, refreshToken,
+                                                         detailsWanted, cached);
+    if (signalClient && !signalClient->GetClientId().IsEmpty() &&
+        signalClient->GetProjectId() != projectId)
+        signalClient->JoinProject(projectId);
+    return client;
+}
+
 }  // namespace KRCB
 
 namespace Kerrow::Server::Project::Client {

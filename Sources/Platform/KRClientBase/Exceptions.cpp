@@ -1,4 +1,5 @@
 #include "Kerrow/Exceptions.h"
+#include "ZR/Logger.h"
 
 #include "ZR/Debug.h"
 
@@ -24,6 +25,13 @@ void DebugPrintEx(const ZR::ZRException& exception) {
 }  // namespace Kerrow::Common
 
 namespace KRCB {
+
+void LogException(const ZR::ZRException& exception) {
+    static const ZR::ErrorLogLine line("%", "KRClientBase");
+    ZR::FastLogger::LogComposer composer;
+    ZR::logger.Append(line, composer);
+    composer.Append(Kerrow::Common::ToString(exception));
+}
 
 ZR::UniString IncompatibleModelServerVersionException::ToString() const {
     return ZR::UniString::Format("Incompatible model server version: server %d.%d, client %d.%d",

@@ -4,11 +4,15 @@
 
 namespace KRCB {
 
+ZR::UniString ProjectConnectionManagerInterface::GetPortalServerUrl() const {
+    return KRCB::GetPortalServerUrl(GetKerrowLocation());
+}
+
 ProjectConnectionManager::ProjectConnectionManager(const IO::Location& location, bool secondary)
     : mLocation(location), mSecondary(secondary) {
     if (!secondary && location.IsServer()) {
         mSignalClient = std::make_unique<SignalClient>(
-            GetPortalServerUrl(location), location.GetUserName(), location.GetPassword());
+            KRCB::GetPortalServerUrl(location), location.GetUserName(), location.GetPassword());
         mSignalClient->SetProjectLocation(location);
     }
 }
@@ -22,6 +26,10 @@ ZR::UniString ProjectConnectionManager::GetProjectPath() const {
 ZR::UniString ProjectConnectionManager::GetSessionId() const {
     if (!mSessionId.IsEmpty() || !mCachedProjectInfo) return mSessionId;
     return mCachedProjectInfo->GetSessionId();
+}
+
+ZR::UniString ProjectConnectionManager::GetProjectId() const {
+    return mCachedProjectInfo ? mCachedProjectInfo->GetProjectId() : ZR::UniString();
 }
 
 void ProjectConnectionManager::SetCachedProjectInfo(CachedProjectInfo* info, bool existed) {
@@ -123,5 +131,37 @@ void WriteProjectConnectionBase::_Invoke(WriteProjectService& /*service*/) {}
 TemporaryReadProjectConnection::TemporaryReadProjectConnection(
     ProjectConnectionManagerInterface* manager)
     : ReadProjectConnectionBase(manager, LogInOnUse{}) {}
+
+}  // namespace KRCB
+
+namespace KRCB {
+
+int UserAttributes::Write(ZR::OChannel& channel) const {
+    if (int status = channel.WriteUInt16(static_cast<std::uint16_t>(mShortUserId))) return status;
+    if (int status = channel.WriteUInt32(static_cast<std::uint32_t>(mPermissions.GetSize())))
+        return status;
+    for (PermissionID id : mPermissions)
+        if (int status = channel.WriteInt32(id)) return status;
+    return 0;
+}
+
+int UserAttributes::Read(ZR::IChannel& channel) {
+    std::uint16_t shortId = 0;
+    std::uint32_t count = 0;
+    if (int status = channel.ReadUInt16(shortId)) return status;
+    if (int status = channel.ReadUInt32(count)) return status;
+    const std::uint64_t remaining = channel.GetRemaining();
+    if (remaining != ZR::IChannel::kUnknownRemaining && std::uint64_t{count} * 4 > remaining)
+        return ZR::kErrTooLarge;
+    ZR::HashSet<PermissionID> permissions;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        std::int32_t id = 0;
+        if (int status = channel.ReadInt32(id)) return status;
+        permissions.Add(id);
+    }
+    mShortUserId = static_cast<std::int16_t>(shortId);
+    mPermissions = std::move(permissions);
+    return 0;
+}
 
 }  // namespace KRCB

@@ -2,11 +2,60 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
+#include <unordered_map>
 
 #include "KRCB/Internal/Transport.h"
 
 namespace KRCB {
+
+SignalObserver::~SignalObserver() = default;
+bool SignalObserver::CheckSignalType(const SignalId&) const { return true; }
+void SignalObserver::PrimarySignalReceived(SignalClient* client, const Signal& signal) {
+    if (CheckSignalType(signal.GetId())) SignalReceived(client, signal);
+}
+void SignalObserver::SignalReceived(SignalClient*, const Signal&) {}
+
+PresenceObserver::~PresenceObserver() = default;
+void PresenceObserver::PrimaryPresenceStateChanged(const PresenceState& state) {
+    PresenceStateChanged(state);
+}
+void PresenceObserver::PresenceStateChanged(const PresenceState&) {}
+void PresenceObserver::OnlineUserListChanged() {}
+
 namespace Internal {
+
+namespace {
+
+template <typename Observer>
+class ObserverList : public ZR::TS::EventSource {
+public:
+    ~ObserverList() override { DetachObservers(); }
+    template <typename F>
+    void Send(F&& f) {
+        ForEachObserver([&](ZR::TS::EventObserver* o) { f(static_cast<Observer*>(o)); });
+    }
+};
+
+// Where pushes find their client. The receiver's lock is held for a whole
+// delivery, so a client being destroyed waits for the one under way and no
+// push reaches it afterwards.
+struct Receiver {
+    std::mutex mutex;
+    SignalClient* client = nullptr;
+};
+
+std::mutex& RegistryMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::unordered_map<std::string, std::shared_ptr<Receiver>>& Registry() {
+    static std::unordered_map<std::string, std::shared_ptr<Receiver>> registry;
+    return registry;
+}
+
+}  // namespace
 
 // The parts of a signal client that change after it is made, under one lock,
 // and the last known answers for when the server can't be asked.
@@ -15,10 +64,59 @@ public:
     mutable std::mutex mutex;
     ZR::UniString refreshToken;  // never logged
     ZR::UniString projectId;
+    ZR::UniString clientId;
     IO::Location location;
+    std::mutex reconnectMutex;
     mutable std::atomic<PresenceState> presence{0};
     mutable std::atomic<bool> forcedOffline{false};
+
+    std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
+    ObserverList<SignalObserver> signalObservers;
+    ObserverList<PresenceObserver> presenceObservers;
+
+    void Register(const std::string& clientId) {
+        std::lock_guard<std::mutex> lock(RegistryMutex());
+        Registry()[clientId] = receiver;
+    }
+    static void Unregister(const std::string& clientId) {
+        std::lock_guard<std::mutex> lock(RegistryMutex());
+        Registry().erase(clientId);
+    }
+
+    static void Dispatch(SignalClient& client, const Push& push) {
+        SignalChannel& channel = *client.mChannel;
+        switch (push.kind) {
+            case Push::Kind::Signal: {
+                const Signal signal(push.signalId, ZR::UniString(push.text),
+                                    ZR::UniString(push.sender));
+                channel.signalObservers.Send(
+                    [&](SignalObserver* o) { o->PrimarySignalReceived(&client, signal); });
+                break;
+            }
+            case Push::Kind::PresenceState:
+                channel.presence = push.presenceState;
+                channel.presenceObservers.Send([&](PresenceObserver* o) {
+                    o->PrimaryPresenceStateChanged(push.presenceState);
+                });
+                break;
+            case Push::Kind::OnlineUsers:
+                channel.presenceObservers.Send([](PresenceObserver* o) { o->OnlineUserListChanged(); });
+                break;
+        }
+    }
 };
+
+void Deliver(const Push& push) {
+    std::shared_ptr<Receiver> receiver;
+    {
+        std::lock_guard<std::mutex> lock(RegistryMutex());
+        auto it = Registry().find(push.clientId);
+        if (it == Registry().end()) return;
+        receiver = it->second;
+    }
+    std::lock_guard<std::mutex> lock(receiver->mutex);
+    if (receiver->client) SignalChannel::Dispatch(*receiver->client, push);
+}
 
 }  // namespace Internal
 
@@ -53,29 +151,67 @@ SignalClient::SignalClient(const ZR::UniString& serverUrl, const ZR::UniString& 
                            const ZR::UniString& refreshToken)
     : mServerUrl(serverUrl), mUserName(userName), mChannel(new Internal::SignalChannel) {
     mChannel->refreshToken = refreshToken;
+    // Set once, before any push can find the client; cleared by the destructor.
+    mChannel->receiver->client = this;
     Reconnect();
 }
 
 SignalClient::~SignalClient() {
-    if (!mClientId.IsEmpty()) TryCall(MakeRequest(*this, Internal::Op::kSignalDisconnect));
+    {
+        std::lock_guard<std::mutex> lock(mChannel->receiver->mutex);
+        mChannel->receiver->client = nullptr;
+    }
+    const ZR::UniString clientId = GetClientId();
+    if (!clientId.IsEmpty()) {
+        Internal::SignalChannel::Unregister(clientId.Std());
+        TryCall(MakeRequest(*this, Internal::Op::kSignalDisconnect));
+    }
+}
+
+void SignalClient::Attach(SignalObserver& observer) { mChannel->signalObservers.Attach(observer); }
+void SignalClient::Detach(SignalObserver& observer) { mChannel->signalObservers.Detach(observer); }
+void SignalClient::Attach(PresenceObserver& observer) {
+    mChannel->presenceObservers.Attach(observer);
+}
+void SignalClient::Detach(PresenceObserver& observer) {
+    mChannel->presenceObservers.Detach(observer);
 }
 
 void SignalClient::Reconnect() {
-    ZR::UniString token, projectId;
+    // One registration at a time: checks on several threads may ask for one.
+    std::lock_guard<std::mutex> reconnecting(mChannel->reconnectMutex);
+    ZR::UniString token, projectId, oldId;
     {
         std::lock_guard<std::mutex> lock(mChannel->mutex);
         token = mChannel->refreshToken;
         projectId = mChannel->projectId;
+        oldId = mChannel->clientId;
     }
-    if (!mClientId.IsEmpty()) TryCall(MakeRequest(*this, Internal::Op::kSignalDisconnect));
-    mClientId.Clear();
+    if (!oldId.IsEmpty()) {
+        Internal::SignalChannel::Unregister(oldId.Std());
+        TryCall(MakeRequest(*this, Internal::Op::kSignalDisconnect));
+    }
+    SetClientId(ZR::UniString());
     Internal::Data result;
     if (!TryCall(MakeRequest(*this, Internal::Op::kSignalConnect, {{"refreshToken", token.Std()}}),
                  &result))
         return;
+    ZR::UniString newId;
     if (result.is_object() && result.contains("clientId") && result["clientId"].is_string())
-        mClientId = ZR::UniString(result["clientId"].get<std::string>());
+        newId = ZR::UniString(result["clientId"].get<std::string>());
+    SetClientId(newId);
+    if (!newId.IsEmpty()) mChannel->Register(newId.Std());
     if (!projectId.IsEmpty()) JoinProject(projectId);
+}
+
+ZR::UniString SignalClient::GetClientId() const {
+    std::lock_guard<std::mutex> lock(mChannel->mutex);
+    return mChannel->clientId;
+}
+
+void SignalClient::SetClientId(const ZR::UniString& clientId) {
+    std::lock_guard<std::mutex> lock(mChannel->mutex);
+    mChannel->clientId = clientId;
 }
 
 void SignalClient::JoinProject(const ZR::UniString& projectId) {
@@ -128,7 +264,7 @@ void SignalClient::SetPresenceState(PresenceState state) {
 }
 
 bool SignalClient::IsOnline() const {
-    if (mClientId.IsEmpty()) return false;
+    if (GetClientId().IsEmpty()) return false;
     Internal::Data result;
     return TryCall(MakeRequest(*this, Internal::Op::kIsOnline), &result) && result.is_boolean() &&
            result.get<bool>();

@@ -84,6 +84,14 @@ void ThrowFault(const Fault& fault) {
             throw ZR::InterruptedException(message, ZR_HERE);
         case FaultKind::InterruptedIO:
             throw ZR::InterruptedIOException(message, ZR_HERE);
+        case FaultKind::InternalError:
+            throw ZR::InternalErrorException(message, ZR_HERE);
+        case FaultKind::ForcedOffline:
+            throw ForcedOfflineStateException(message, ZR_HERE);
+        case FaultKind::ClientConnection:
+            throw Communication::Client::ClientConnectionException(message, ZR_HERE);
+        case FaultKind::ProjectManagerClient:
+            throw Kerrow::Server::Project::Client::ProjectManagerClientException(message, ZR_HERE);
     }
     throw ZR::ZRException(message, ZR_HERE);
 }

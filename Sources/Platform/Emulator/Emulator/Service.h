@@ -216,8 +216,20 @@ public:
                                                                   const std::string& sessionId,
                                                                   const std::string& name) const;
 
-    /// Members of the project at path.
+    /// Members of the project at path. A change sends signal 1 ("members
+    /// changed", the text the user's login name) to the clients that joined
+    /// the project, unless SetMemberSignals(false).
     void AddMember(const std::string& serverUrl, const std::string& path, const MemberSpec& member);
+    void RemoveMember(const std::string& serverUrl, const std::string& path,
+                      const std::string& login);
+    /// The member of that short id becomes another user (who is no member yet).
+    void SetMemberUser(const std::string& serverUrl, const std::string& path, std::int16_t userId,
+                       const std::string& login);
+    std::vector<MemberSpec> GetMembers(const std::string& serverUrl, const std::string& path) const;
+    void SetMemberSignals(bool on);
+    /// Changes a user's full name; no signal.
+    void SetUserFullName(const std::string& serverUrl, const std::string& login,
+                         const std::string& fullName);
 
     /// Logins by session key and state (CreateSessionWithState). A call held
     /// at a gate (BlockNext) is reported as pending authorization by
@@ -248,13 +260,23 @@ public:
     int ServerCallCount() const;
     void ResetCounts();
 
-    // The signal channel.
+    // The signal channel. Pushes (signals to the other clients of a project,
+    // presence states to a user's clients, changes of the online list to a
+    // server's clients) go out on a thread of the emulator's own while it is
+    // installed.
+    /// A signal of the server itself to the clients that joined the project.
+    void SendSignal(const std::string& serverUrl, const std::string& path, int id,
+                    const std::string& text);
+    /// Waits until every push sent so far has been delivered; false after timeoutMs.
+    bool WaitForPushes(int timeoutMs) const;
+    /// Signals the base client sent (not those of the server).
     std::vector<SignalRecord> GetSignals() const;
     void ClearSignals();
     /// The presence state last set by a client of that user; 0 if none.
     int GetPresenceState(const std::string& serverUrl, const std::string& user) const;
     void SetPresenceState(const std::string& serverUrl, const std::string& user, int state);
-    /// Takes the user's signal clients offline (or back online).
+    /// Takes the user's signal clients offline (or back online). These three
+    /// push to the clients of the server as a change made elsewhere would.
     void SetOnline(const std::string& serverUrl, const std::string& user, bool online);
     void SetForcedOffline(const std::string& serverUrl, const std::string& user, bool offline);
 

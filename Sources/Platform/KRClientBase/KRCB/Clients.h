@@ -159,6 +159,17 @@ CreateResourceManagerClientOnOpenedProjectByPath(SignalClient* signalClient,
                                                  bool detailsWanted, bool cached,
                                                  const ZR::UniString& projectPath, bool reconnect);
 
+/// The client of work on a project that is open already, known by its id: logs
+/// in, and joins the signal client to the project if it stands in another
+/// one. It never registers the signal client again, so that it can run on a
+/// worker while the host uses the signal client. detailsWanted and cached as
+/// for the factory; loginKind and reconnect are kept for the callers' sake
+/// and change nothing here.
+KRCB_EXPORT ZR::Ref<Management::ResourceManagerClient> CreateResourceManagerClientOnOpenedProject(
+    SignalClient* signalClient, const ZR::UniString& serverUrl, const ZR::UniString& userName,
+    const ZR::UniString& refreshToken, bool detailsWanted, bool cached,
+    const ZR::UniString& projectId, int loginKind, bool reconnect);
+
 }  // namespace KRCB
 
 namespace Kerrow::Server::Project::Client {

@@ -12,6 +12,7 @@
 #include "KRCB/Entities.h"
 #include "KRCB/KRClientBaseExport.h"
 #include "KRCB/SignalClient.h"
+#include "ZR/Channel.h"
 #include "ZR/Containers.h"
 #include "ZR/EventSource.h"
 #include "ZR/Ref.h"
@@ -34,6 +35,13 @@ public:
     const ZR::HashSet<PermissionID>& GetPermissions() const { return mPermissions; }
     bool HasPermission(PermissionID id) const { return mPermissions.Contains(id); }
 
+    /// Stored form: the short id (16 bits), the number of permissions (32
+    /// bits) and each id (32 bits), in the channel's byte order. 0 or the
+    /// channel's error; Read checks the count against what is left and
+    /// changes nothing on failure.
+    int Write(ZR::OChannel& channel) const;
+    int Read(ZR::IChannel& channel);
+
 private:
     std::int16_t mShortUserId = 0;
     ZR::HashSet<PermissionID> mPermissions;
@@ -51,6 +59,14 @@ public:
     virtual SignalClient* GetSignalClient() const = 0;
     /// The session the manager runs on; empty while none runs.
     virtual ZR::UniString GetSessionId() const = 0;
+    /// The project's id as far as the manager knows it; empty if it doesn't.
+    virtual ZR::UniString GetProjectId() const { return ZR::UniString(); }
+
+    /// The parts of the location: management server URL, login name, and
+    /// the refresh token (never logged).
+    ZR::UniString GetPortalServerUrl() const;
+    ZR::UniString GetLoginName() const { return GetKerrowLocation().GetUserName(); }
+    ZR::UniString GetRefreshToken() const { return GetKerrowLocation().GetPassword(); }
 };
 
 /// Holds the location, the cached record, the signal client, the mailbox
@@ -71,6 +87,8 @@ public:
     SignalClient* GetSignalClient() const override { return mSignalClient.get(); }
     /// The session set by SetSessionId, else the one in the cached record.
     ZR::UniString GetSessionId() const override;
+    /// The id in the cached record; empty without one.
+    ZR::UniString GetProjectId() const override;
     /// Sets the session the manager runs on (the project is open in it).
     void SetSessionId(const ZR::UniString& sessionId) { mSessionId = sessionId; }
 

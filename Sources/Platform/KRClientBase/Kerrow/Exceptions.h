@@ -41,10 +41,19 @@ KERROW_DECLARE_EXCEPTION(GeneralErrorResponseException, PortalServerClientExcept
 
 namespace Kerrow::Server::Project::Client {
 
+/// A call of the project server failed.
+KERROW_DECLARE_EXCEPTION(ProjectManagerClientException, virtual ZR::ZRException)
 /// CreateSession found a session of the user that stands already.
 KERROW_DECLARE_EXCEPTION(ProjectManagerClientSessionExistsException, virtual ZR::ZRException)
 
 }  // namespace Kerrow::Server::Project::Client
+
+namespace Communication::Client {
+
+/// The connection under a client broke or could not be made.
+KERROW_DECLARE_EXCEPTION(ClientConnectionException, virtual ZR::ZRException)
+
+}  // namespace Communication::Client
 
 namespace SecureCommunication {
 
@@ -63,6 +72,15 @@ KRCB_EXPORT void DebugPrintEx(const ZR::ZRException& exception);
 }  // namespace Kerrow::Common
 
 namespace KRCB {
+
+/// A failure of the base client itself.
+KERROW_DECLARE_EXCEPTION(KRClientBaseException, virtual ZR::ZRException)
+/// The user chose to work offline: nothing goes to the server.
+KERROW_DECLARE_EXCEPTION(ForcedOfflineStateException, KRClientBaseException)
+
+/// Writes the exception and its causes to the log as an error line of the
+/// component "KRClientBase". Messages of exceptions never hold secrets.
+KRCB_EXPORT void LogException(const ZR::ZRException& exception);
 
 /// The project server speaks a version this client doesn't.
 class KRCB_EXPORT IncompatibleModelServerVersionException : public virtual ZR::ZRException {

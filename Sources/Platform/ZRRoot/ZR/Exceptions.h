@@ -70,6 +70,8 @@ ZR_DECLARE_EXCEPTION(IllegalArgumentException, ZRException, kIllegalArgumentCode
 ZR_DECLARE_EXCEPTION(NullReferenceException, ZRException, kGeneralErrorCode)
 ZR_DECLARE_EXCEPTION(InterruptedException, ZRException, kGeneralErrorCode)
 ZR_DECLARE_EXCEPTION(InterruptedIOException, ZRException, kGeneralErrorCode)
+/// A state that should not be reached: the work can't go on.
+ZR_DECLARE_EXCEPTION(InternalErrorException, ZRException, kGeneralErrorCode)
 
 }  // namespace ZR
 

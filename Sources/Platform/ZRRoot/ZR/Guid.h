@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 #include "ZR/UniString.h"
 #include "ZR/ZRRootExport.h"
@@ -26,3 +27,12 @@ private:
 };
 
 }  // namespace ZR
+
+template <>
+struct std::hash<ZR::Guid> {
+    std::size_t operator()(const ZR::Guid& guid) const noexcept {
+        std::size_t h = 1469598103934665603ull;
+        for (std::uint8_t b : guid.GetBytes()) h = (h ^ b) * 1099511628211ull;
+        return h;
+    }
+};

@@ -47,4 +47,8 @@ private:
     std::shared_ptr<T> mPtr;
 };
 
+/// A counted pointer is a reference by another name.
+template <typename T, typename C = AtomicCounter>
+using CountedPtr = Ref<T, C>;
+
 }  // namespace ZR

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Emulator/Service.h"
@@ -78,6 +79,29 @@ private:
     bool mReleased = false;
 };
 
+/// Sends pushes to the base client on a thread of its own, in the order they
+/// were queued, as a server's push channel would. The thread starts with the
+/// first push and ends with Stop.
+class Deliverer {
+public:
+    ~Deliverer();
+    /// Drops the push after Stop.
+    void Queue(KRCB::Internal::Push push);
+    /// Waits until nothing is queued or under way; false after timeoutMs.
+    bool WaitIdle(int timeoutMs);
+    /// Ends the thread after the push under way; what is queued is dropped.
+    void Stop();
+
+private:
+    void Run();
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::deque<KRCB::Internal::Push> mQueue;
+    bool mBusy = false;
+    bool mStopped = false;
+    std::thread mThread;
+};
+
 struct FaultRule {
     int countdown = 1;  ///< fires when it reaches 0
     Fault fault;
@@ -103,6 +127,10 @@ struct State {
     std::map<std::string, int> interruptions;
     /// The transport Install made, to tell it from another one at Uninstall.
     const KRCB::Internal::Transport* installed = nullptr;
+    /// Pushes go out only while the service is installed.
+    std::shared_ptr<Deliverer> deliverer = std::make_shared<Deliverer>();
+    /// Whether a change of a project's members sends signal 1 to its clients.
+    bool memberSignals = true;
 
     // Under the lock.
     std::uint64_t Next();
@@ -131,6 +159,16 @@ struct State {
     /// The member's short id; the user becomes a member with the next one.
     std::int16_t EnsureMember(Project& project, const std::string& login, std::int16_t userId = 0);
     static void CheckPermissionTexts(const std::vector<std::string>& texts);
+
+    /// Pushes, queued under the lock. A signal goes to the clients that
+    /// joined the project, but the sending one (clientId, may be empty).
+    void PushSignal(Server& server, const std::string& projectId, const std::string& clientId,
+                    const std::string& sender, int id, const std::string& text);
+    void PushPresence(Server& server, const std::string& user, const std::string& clientId,
+                      int state);
+    void PushOnlineUsers(Server& server, const std::string& clientId);
+    /// Signal 1 to the project's clients, if memberSignals is on.
+    void MembersChanged(Server& server, const Project& project, const std::string& login);
 
     /// The transport: counts, gates, faults, then the operation.
     KRCB::Internal::Reply Call(const KRCB::Internal::Request& request);

@@ -68,6 +68,10 @@ enum class FaultKind {
     IncompatiblePortalServerVersion,  ///< KRCB::IncompatiblePortalServerVersionException
     Interrupted,                      ///< ZR::InterruptedException
     InterruptedIO,                    ///< ZR::InterruptedIOException
+    InternalError,                    ///< ZR::InternalErrorException
+    ForcedOffline,                    ///< KRCB::ForcedOfflineStateException
+    ClientConnection,                 ///< Communication::Client::ClientConnectionException
+    ProjectManagerClient,  ///< Kerrow::Server::Project::Client::ProjectManagerClientException
 };
 
 /// A refusal. The message must never hold a token or a password: it becomes
@@ -109,6 +113,22 @@ public:
     /// Blocks until the server answers. Must not throw.
     virtual Reply Call(const Request& request) = 0;
 };
+
+/// What a server sends to one signal client without being asked.
+struct Push {
+    enum class Kind { Signal, PresenceState, OnlineUsers };
+    Kind kind = Kind::Signal;
+    std::string clientId;
+    int signalId = 0;
+    std::string text;
+    std::string sender;  ///< login name of the sending user; empty for the server
+    int presenceState = 0;
+};
+
+/// Hands a push to the signal client it names, which calls its observers.
+/// The transport calls it on a thread of its own, holding none of its locks;
+/// a push for a client that is gone is dropped.
+void Deliver(const Push& push);
 
 /// Installs the process-wide transport; null removes it. A call under way
 /// keeps the transport it started with.
