@@ -132,9 +132,10 @@ Reply State::Call(const Request& request) {
             std::lock_guard<std::mutex> lock(mutex);
             held.push_back(&request);
         }
-        gate->Hold();
+        const bool released = gate->Hold();
         std::lock_guard<std::mutex> lock(mutex);
         held.erase(std::find(held.begin(), held.end(), &request));
+        if (!released) return Refuse(FK::InterruptedIO, "The call was interrupted");
     }
 
     std::lock_guard<std::mutex> lock(mutex);

@@ -14,21 +14,25 @@ namespace Emulator::Internal {
 
 bool GateImpl::WaitUntilReached(int timeoutMs) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                             [this] { return mReached; });
+    return mChanged.WaitFor(lock, timeoutMs, [this] { return mReached; });
 }
 
 void GateImpl::Release() {
     std::lock_guard<std::mutex> lock(mMutex);
     mReleased = true;
-    mChanged.notify_all();
+    mChanged.NotifyAll();
 }
 
-void GateImpl::Hold() {
+bool GateImpl::Hold() {
     std::unique_lock<std::mutex> lock(mMutex);
     mReached = true;
-    mChanged.notify_all();
-    mChanged.wait(lock, [this] { return mReleased; });
+    mChanged.NotifyAll();
+    try {
+        mChanged.Wait(lock, [this] { return mReleased; }, true);
+    } catch (const ZR::InterruptedException&) {
+        return false;
+    }
+    return true;
 }
 
 // The clock starts at a time of the seed's choosing: 2026-01-01 plus up to

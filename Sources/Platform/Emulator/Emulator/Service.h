@@ -252,6 +252,7 @@ public:
     /// answered as interrupted: the client stands, and IsInterrupted says so.
     void InterruptNext(const std::string& op);
     /// The next call of op waits at the returned gate until it is released.
+    /// A thread interrupted while its call waits gets InterruptedIOException.
     std::shared_ptr<Gate> BlockNext(const std::string& op);
 
     /// Calls of op since the start or the last ResetCounts, failed ones included.

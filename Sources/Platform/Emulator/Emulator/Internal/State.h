@@ -15,6 +15,7 @@
 
 #include "Emulator/Service.h"
 #include "KRCB/Internal/Transport.h"
+#include "ZR/Thread.h"
 
 namespace Emulator::Internal {
 
@@ -69,12 +70,13 @@ class GateImpl : public Gate {
 public:
     bool WaitUntilReached(int timeoutMs) override;
     void Release() override;
-    /// Called by the held call, outside the service's lock.
-    void Hold();
+    /// Called by the held call, outside the service's lock. False if the
+    /// calling thread was interrupted while it waited, as a blocking read is.
+    bool Hold();
 
 private:
     std::mutex mMutex;
-    std::condition_variable mChanged;
+    ZR::Condition mChanged;
     bool mReached = false;
     bool mReleased = false;
 };
