@@ -81,7 +81,9 @@ UserData::UserData(const ZR::UniString& loginName, const ZR::UniString& fullName
                    const Gfx::Color& color)
     : mLoginName(loginName), mFullName(fullName), mUserGuid(guid), mUserColor(color) {}
 
-ProjectMembersObserver::~ProjectMembersObserver() { DetachFromSources(); }
+ProjectMembersObserver::~ProjectMembersObserver() {
+    DetachFromSources();
+}
 
 ProjectMembers::ProjectMembers(KRCB::SignalClient& signalClient,
                                KRCB::ProjectConnectionManagerInterface* connectionManager,
@@ -99,7 +101,9 @@ ProjectMembers::~ProjectMembers() {
     DetachObservers();
 }
 
-void ProjectMembers::Init() { mWork->ScheduleRefresh(); }
+void ProjectMembers::Init() {
+    mWork->ScheduleRefresh();
+}
 
 void ProjectMembers::Stop() {
     mWork->owner = nullptr;
@@ -131,8 +135,8 @@ void ProjectMembers::RefreshProjectMembers(
         const Gfx::Color userColor(color.GetR(), color.GetG(), color.GetB(), color.GetA());
         ZR::Guid guid;
         ZR::Guid::Parse(info.user->GetGuid(), &guid);
-        auto data = std::make_unique<UserData>(info.loginName, info.user->GetFullName(), guid,
-                                               userColor);
+        auto data =
+            std::make_unique<UserData>(info.loginName, info.user->GetFullName(), guid, userColor);
         UserData* added = data.get();
         if (mUserData.Add(info.userId, added)) data.release();
         auto attributes = std::make_unique<KRCB::UserAttributes>(info.userId, info.permissions);
@@ -262,6 +266,8 @@ bool ProjectMembers::IsMember(const ZR::UniString& loginName) const {
     return mLoginNames.Contains(loginName);
 }
 
-bool ProjectMembers::UserIdExists(short userId) const { return mUserData.Contains(userId); }
+bool ProjectMembers::UserIdExists(short userId) const {
+    return mUserData.Contains(userId);
+}
 
 }  // namespace KRC

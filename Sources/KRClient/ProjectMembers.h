@@ -64,9 +64,8 @@ private:
 class KRCLIENT_EXPORT UserInfo {
 public:
     UserInfo() = default;
-    UserInfo(const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& user,
-             short userId, const ZR::UniString& loginName,
-             const ZR::HashSet<KRCB::PermissionID>& permissions)
+    UserInfo(const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& user, short userId,
+             const ZR::UniString& loginName, const ZR::HashSet<KRCB::PermissionID>& permissions)
         : user(user), userId(userId), loginName(loginName), permissions(permissions) {}
 
     /// The server's user object.
@@ -132,7 +131,8 @@ public:
 
     /// Replaces the four tables with those of the list, in its order (an
     /// entry already standing under a key is kept).
-    void RefreshProjectMembers(const ZR::CountedPtr<ZR::PagedArray<UserInfo>, ZR::AtomicCounter>& list);
+    void RefreshProjectMembers(
+        const ZR::CountedPtr<ZR::PagedArray<UserInfo>, ZR::AtomicCounter>& list);
 
     const ZR::HashTable<ZR::UniString, short>& GetLoginNameTable() const { return mLoginNames; }
     const ZR::HashTable<short, UserData*>& GetUserDataTable() const { return mUserData; }

@@ -2,6 +2,8 @@
 // signal, fetches the members on a thread of its own, and hands the list back
 // through the message loop. It never touches the owner's tables itself.
 
+#include "KRClient/Internal/ProjectMembersWork.h"
+
 #include <atomic>
 #include <mutex>
 
@@ -12,7 +14,6 @@
 #include "KRClient/ProjectConnectionProvider.h"
 #include "KRClient/ProjectMembers.h"
 #include "Kerrow/Exceptions.h"
-#include "KRClient/Internal/ProjectMembersWork.h"
 #include "ZR/Debug.h"
 
 namespace KRC {

@@ -9,7 +9,9 @@ namespace Emulator::Internal {
 
 using KRCB::Internal::Push;
 
-Deliverer::~Deliverer() { Stop(); }
+Deliverer::~Deliverer() {
+    Stop();
+}
 
 void Deliverer::Queue(Push push) {
     std::lock_guard<std::mutex> lock(mMutex);

@@ -268,7 +268,8 @@ void Service::SetMemberUser(const std::string& serverUrl, const std::string& pat
     if (!user) throw std::invalid_argument("no user " + login);
     MemberSpec* target = nullptr;
     for (MemberSpec& member : project.members) {
-        if (member.userId == userId) target = &member;
+        if (member.userId == userId)
+            target = &member;
         else if (Internal::SameText(member.user, login))
             throw std::invalid_argument(login + " is a member already");
     }

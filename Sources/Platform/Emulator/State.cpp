@@ -28,7 +28,8 @@ bool GateImpl::Hold() {
     mReached = true;
     mChanged.NotifyAll();
     try {
-        mChanged.Wait(lock, [this] { return mReleased; }, true);
+        mChanged.Wait(
+            lock, [this] { return mReleased; }, true);
     } catch (const ZR::InterruptedException&) {
         return false;
     }

@@ -1,7 +1,7 @@
 #include "Kerrow/Exceptions.h"
-#include "ZR/Logger.h"
 
 #include "ZR/Debug.h"
+#include "ZR/Logger.h"
 
 namespace Kerrow::Common {
 

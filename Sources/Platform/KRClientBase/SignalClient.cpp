@@ -10,7 +10,9 @@
 namespace KRCB {
 
 SignalObserver::~SignalObserver() = default;
-bool SignalObserver::CheckSignalType(const SignalId&) const { return true; }
+bool SignalObserver::CheckSignalType(const SignalId&) const {
+    return true;
+}
 void SignalObserver::PrimarySignalReceived(SignalClient* client, const Signal& signal) {
     if (CheckSignalType(signal.GetId())) SignalReceived(client, signal);
 }
@@ -100,7 +102,8 @@ public:
                 });
                 break;
             case Push::Kind::OnlineUsers:
-                channel.presenceObservers.Send([](PresenceObserver* o) { o->OnlineUserListChanged(); });
+                channel.presenceObservers.Send(
+                    [](PresenceObserver* o) { o->OnlineUserListChanged(); });
                 break;
         }
     }
@@ -168,8 +171,12 @@ SignalClient::~SignalClient() {
     }
 }
 
-void SignalClient::Attach(SignalObserver& observer) { mChannel->signalObservers.Attach(observer); }
-void SignalClient::Detach(SignalObserver& observer) { mChannel->signalObservers.Detach(observer); }
+void SignalClient::Attach(SignalObserver& observer) {
+    mChannel->signalObservers.Attach(observer);
+}
+void SignalClient::Detach(SignalObserver& observer) {
+    mChannel->signalObservers.Detach(observer);
+}
 void SignalClient::Attach(PresenceObserver& observer) {
     mChannel->presenceObservers.Attach(observer);
 }
