@@ -108,6 +108,7 @@ void ProjectMembers::Init() {
 void ProjectMembers::Stop() {
     mWork->owner = nullptr;
     mWork->stopFlag = true;
+    mWork->StopListening();
     mWork->ShutDown();
 }
 

@@ -61,6 +61,10 @@ void ProjectMembers::Work::ShutDown() {
     }
 }
 
+void ProjectMembers::Work::StopListening() {
+    DetachFromSources();
+}
+
 void ProjectMembers::Work::SetSelf(ZR::Ref<Work, ZR::AtomicCounter>* reference) {
     std::lock_guard<std::mutex> lock(selfMutex);
     self = reference;
@@ -76,7 +80,8 @@ bool ProjectMembers::Work::CheckSignalType(const KRCB::SignalId& id) const {
 }
 
 void ProjectMembers::Work::SignalReceived(KRCB::SignalClient*, const KRCB::Signal&) {
-    if (!connectionProvider) return;
+    // After Stop the manager behind the provider may be going away.
+    if (stopFlag || !connectionProvider) return;
     ZR::Ref<BorrowedReadProjectConnection, ZR::AtomicCounter> borrowed =
         connectionProvider->GetBorrowedReadProjectConnection();
     ZR::Ref<ReadProjectConnection, ZR::AtomicCounter> connection = borrowed->GetConnection();

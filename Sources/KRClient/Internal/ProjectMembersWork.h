@@ -38,6 +38,9 @@ public:
     /// Cancels the executor and waits up to 5 seconds for its thread.
     void ShutDown();
     void SetSelf(ZR::Ref<Work, ZR::AtomicCounter>* reference);
+    /// Detaches from the signal client, waiting for a signal under way: the
+    /// host may close the project once Stop returned.
+    void StopListening();
 
     KRCB::SignalClient* signalClient;
     ProjectConnectionProvider* connectionProvider;
