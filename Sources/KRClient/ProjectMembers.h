@@ -106,8 +106,9 @@ protected:
 class KRCLIENT_EXPORT ProjectMembers : public ZR::TS::EventSource {
 public:
     /// Builds the worker half, which starts its thread and attaches to the
-    /// signal client. Nothing is fetched until Init. The three must outlive
-    /// the object (the signal client at least until Stop).
+    /// signal client. The tables stay empty until Init or a "members
+    /// changed" signal starts a fetch. The three must outlive the object
+    /// (the signal client at least until Stop).
     ProjectMembers(KRCB::SignalClient& signalClient,
                    KRCB::ProjectConnectionManagerInterface* connectionManager,
                    ProjectConnectionProvider* connectionProvider);

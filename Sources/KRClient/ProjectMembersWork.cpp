@@ -45,9 +45,9 @@ ProjectMembers::Work::Work(KRCB::SignalClient& signalClient,
 }
 
 ProjectMembers::Work::~Work() {
-    // No signal and no notifier may reach a half-destroyed object.
-    DetachFromSources();
+    // No notifier and no signal may reach a half-destroyed object.
     ReleaseDependents();
+    DetachFromSources();
     ShutDown();
     delete executor;
 }
@@ -82,10 +82,15 @@ bool ProjectMembers::Work::CheckSignalType(const KRCB::SignalId& id) const {
 void ProjectMembers::Work::SignalReceived(KRCB::SignalClient*, const KRCB::Signal&) {
     // After Stop the manager behind the provider may be going away.
     if (stopFlag || !connectionProvider) return;
-    ZR::Ref<BorrowedReadProjectConnection, ZR::AtomicCounter> borrowed =
-        connectionProvider->GetBorrowedReadProjectConnection();
-    ZR::Ref<ReadProjectConnection, ZR::AtomicCounter> connection = borrowed->GetConnection();
-    if (connection->IsOpen(nullptr)) ScheduleRefresh();
+    try {
+        ZR::Ref<BorrowedReadProjectConnection, ZR::AtomicCounter> borrowed =
+            connectionProvider->GetBorrowedReadProjectConnection();
+        ZR::Ref<ReadProjectConnection, ZR::AtomicCounter> connection = borrowed->GetConnection();
+        if (connection->IsOpen(nullptr)) ScheduleRefresh();
+    } catch (const ZR::ZRException& e) {
+        // A project that can't be opened now has no members to fetch.
+        DebugPrintEx(e);
+    }
 }
 
 void ProjectMembers::Work::ScheduleRefresh() {

@@ -133,6 +133,15 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     EXPECT_FALSE(members->IsMember("bert"));
     EXPECT_FALSE(members->UserIdExists(2));
     EXPECT_EQ(service->CallCount(Op::kGetUsersByIds), 2);
+
+    // A project without members: the tables are emptied and the observers told.
+    service->SetMemberSignals(false);
+    service->RemoveMember(kServer, kProjectPath, "anna");
+    service->RemoveMember(kServer, kProjectPath, "carla");
+    members->Init();
+    ASSERT_TRUE(PumpUntilCalls(4));
+    EXPECT_EQ(members->GetUserDataTable().GetSize(), 0u);
+    EXPECT_EQ(members->GetLoginNameTable().GetSize(), 0u);
     EXPECT_FALSE(recorder->offLoop);
     EXPECT_FALSE(recorder->torn);
 }

@@ -300,13 +300,13 @@ ZR::Ref<Management::ResourceManagerClient> CreateResourceManagerClientOnOpenedPr
     SignalClient* signalClient, const ZR::UniString& serverUrl, const ZR::UniString& userName,
     const ZR::UniString& refreshToken, bool detailsWanted, bool cached,
     const ZR::UniString& projectId, int /*loginKind*/, bool /*reconnect*/) {
-    ZR::Ref<Management::ResourceManagerClient> client =
-        Management::ResourceManagerClientFactory::Create(serverUrl, userName, refreshToken,
-                                                         detailsWanted, cached);
+    // The signal client is done with before the login blocks: a caller that
+    // gave up waiting for this thread may let the signal client go.
     if (signalClient && !signalClient->GetClientId().IsEmpty() &&
         signalClient->GetProjectId() != projectId)
         signalClient->JoinProject(projectId);
-    return client;
+    return Management::ResourceManagerClientFactory::Create(serverUrl, userName, refreshToken,
+                                                            detailsWanted, cached);
 }
 
 }  // namespace KRCB

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "KRCB/Internal/Transport.h"
+#include "Kerrow/Exceptions.h"
 
 namespace KRCB {
 
@@ -118,7 +119,14 @@ void Deliver(const Push& push) {
         receiver = it->second;
     }
     std::lock_guard<std::mutex> lock(receiver->mutex);
-    if (receiver->client) SignalChannel::Dispatch(*receiver->client, push);
+    if (!receiver->client) return;
+    try {
+        SignalChannel::Dispatch(*receiver->client, push);
+    } catch (const ZR::ZRException& e) {
+        // One failing observer must not end the delivery of the others' pushes.
+        Kerrow::Common::DebugPrintEx(e);
+    } catch (...) {
+    }
 }
 
 }  // namespace Internal

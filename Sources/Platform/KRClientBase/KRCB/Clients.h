@@ -159,9 +159,9 @@ CreateResourceManagerClientOnOpenedProjectByPath(SignalClient* signalClient,
                                                  bool detailsWanted, bool cached,
                                                  const ZR::UniString& projectPath, bool reconnect);
 
-/// The client of work on a project that is open already, known by its id: logs
-/// in, and joins the signal client to the project if it stands in another
-/// one. It never registers the signal client again, so that it can run on a
+/// The client of work on a project that is open already, known by its id:
+/// joins the signal client to the project if it stands in another one, then
+/// logs in. It never registers the signal client again, so that it can run on a
 /// worker while the host uses the signal client. detailsWanted and cached as
 /// for the factory; loginKind and reconnect are kept for the callers' sake
 /// and change nothing here.
