@@ -1,8 +1,9 @@
 // The demo's server part: a scenario of the service emulator, a project opened
-// on one computer, refused on a second, taken over by it, and the first
-// computer's next check seeing that.
+// on one computer, its members, the project refused on a second computer,
+// taken over by it, and the first computer's next check seeing that.
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -14,6 +15,7 @@
 #include "KRClient/ProjectConnectionBase.h"
 #include "KRClient/RegisteredProjects.h"
 #include "Network/Network.h"
+#include "ZR/MessageLoop.h"
 
 namespace {
 
@@ -26,13 +28,17 @@ const char* const kScenario = R"({
       {"login": "anna", "password": "anna-secret", "fullName": "Anna Berg", "id": "u-anna",
        "refreshToken": "rt-anna-0001", "color": "#3366ccff"},
       {"login": "ben", "password": "ben-secret", "fullName": "Ben Ortiz", "id": "u-ben",
-       "refreshToken": "rt-ben-0001"}
+       "refreshToken": "rt-ben-0001"},
+      {"login": "carla", "password": "carla-secret", "fullName": "Carla Reyes", "id": "u-carla",
+       "refreshToken": "rt-carla-0001", "color": "#cc6633ff"}
     ],
     "modelServers": [{"id": "ms-1", "path": "/modelservers/ms-1", "version": [1, 2]}],
     "folders": ["/Housing"],
     "projects": [{
       "path": "/Housing/Tower B", "id": "p-tower-b", "modelServer": "ms-1", "state": 0,
-      "permissions": {"anna": [], "ben": []}
+      "permissions": {"anna": ["ReadProject", "WriteProject", "AdministerProject"],
+                      "ben": ["ReadProject", "SendMail"], "carla": ["ReadProject", "WriteProject"]},
+      "members": [{"user": "anna", "userId": 1}, {"user": "ben", "userId": 2}]
     }]
   }]
 })";
@@ -68,11 +74,18 @@ IO::Location AnnaOnTowerB(const ZR::UniString& token) {
 }  // namespace
 
 ZR::UniString RunLoginDemo(const char* server, const char* user, const char* password);
+void RunMembersDemo(Emulator::Service& service, KRC::ClientProjectConnectionManager& manager,
+                    const char* server, const char* path);
 
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
     const std::string scenario = root + "/scenario.json";
     std::ofstream(scenario) << kScenario;
+    // It holds passwords and tokens.
+    std::filesystem::permissions(
+        scenario, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    // The login's notifiers and the members' lists land on this thread.
+    ZR::MessageLoop::Scope loop;
     std::unique_ptr<Emulator::Service> service = Emulator::Service::FromScenarioFile(scenario);
     service->Install();
     // The registry stands on root/shared since the step before.
@@ -90,6 +103,10 @@ void RunConnectionDemo(const std::string& root) {
         ShowRecord(desk);
     }
 
+    std::printf("\n10. Who works on %s: the project's members.\n", kPath);
+    RunMembersDemo(*service, desk, kServer, kPath);
+
+    std::printf("\n11. A second computer.\n");
     std::printf("   The same project on LAPTOP-ANNA: refused, the session is DESK-ANNA's.\n");
     Network::SetClientComputerName("LAPTOP-ANNA");
     {

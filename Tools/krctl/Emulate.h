@@ -6,12 +6,26 @@
 #include <string>
 
 #include "Emulator/Service.h"
+#include "IO/Location.h"
 #include "Krctl.h"
 
 namespace krctl {
 
 // The service of a scenario file; UsageError naming the place if it doesn't fit.
 std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path);
+
+// The project a command opens, and as whom.
+struct ProjectArgs {
+    std::string server, user, path;
+    std::string token;  // empty: the user's from the scenario
+};
+// --server, --user, --path and --token.
+void AddProjectOptions(CLI::App* sub, ProjectArgs& args);
+// The project's location with the user's token; UsageError for a user the
+// scenario doesn't have on that server.
+IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs& args);
+// The registry on the data folder of the command, as a host starts it.
+void StartRegistry(const GlobalOptions& options);
 
 // The emulator serves the process for the command and is taken away after it.
 class Installed {
@@ -29,5 +43,9 @@ private:
 // scenario and update are filled when the command line is parsed.
 void AddEmulateLoginCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
                             const std::string& scenario, const bool& update);
+// emulate SCENARIO members: the project's members as a host's ProjectMembers
+// fetches them (EmulateMembers.cpp).
+void AddEmulateMembersCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
+                              const std::string& scenario, const bool& update);
 
 }  // namespace krctl

@@ -26,7 +26,7 @@ using KRC::ProjectConnectionBase;
 struct EmulateArgs {
     std::string scenario;
     bool update = false;
-    std::string server, user, path, token;
+    ProjectArgs project;
     bool ignoreCachedSession = false;
 };
 
@@ -40,9 +40,7 @@ std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
     }
 }
 
-namespace {
-
-IO::Location ProjectLocation(const Emulator::Service& service, const EmulateArgs& args) {
+IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs& args) {
     CheckServerUrl(args.server);
     std::string token = args.token;
     if (token.empty()) {
@@ -64,12 +62,23 @@ void StartRegistry(const GlobalOptions& options) {
                                   ZR::UniString(options.libCache));
 }
 
+void AddProjectOptions(CLI::App* sub, ProjectArgs& args) {
+    sub->add_option("--server", args.server, "management server URL")->required();
+    sub->add_option("--user", args.user, "login name")->required();
+    sub->add_option("--path", args.path, "project path on the server, \"/Folder/Project\"")
+        ->required();
+    sub->add_option("--token", args.token,
+                    "refresh token to log in with (default: the user's from the scenario)");
+}
+
+namespace {
+
 int Report(const GlobalOptions& options, const Emulator::Service& service, const EmulateArgs& args,
            ProjectConnectionBase::CheckResult result) {
     Json signals = Json::array();
     for (const Emulator::SignalRecord& signal : service.GetSignals())
         signals.push_back({{"id", signal.id}, {"text", signal.text}});
-    const int presence = service.GetPresenceState(args.server, args.user);
+    const int presence = service.GetPresenceState(args.project.server, args.project.user);
     if (options.json) {
         PrintJson(Json{{"checkResult", static_cast<int>(result)},
                        {"checkResultName", KRC::ProjectConnectionBase::GetCheckResultName(result)},
@@ -90,7 +99,7 @@ int Report(const GlobalOptions& options, const Emulator::Service& service, const
 // constructor runs the check; or takes the session over with ReceiveSession.
 int RunConnection(const GlobalOptions& options, const EmulateArgs& args, bool receive) {
     std::unique_ptr<Emulator::Service> service = LoadScenario(args.scenario);
-    IO::Location location = ProjectLocation(*service, args);
+    IO::Location location = ProjectLocation(*service, args.project);
     ProjectConnectionBase::CheckResult result;
     {
         Installed installed(*service);
@@ -166,15 +175,6 @@ int Show(const GlobalOptions& options, const EmulateArgs& args) {
     return kExitDone;
 }
 
-void AddProjectOptions(CLI::App* sub, EmulateArgs& args) {
-    sub->add_option("--server", args.server, "management server URL")->required();
-    sub->add_option("--user", args.user, "login name")->required();
-    sub->add_option("--path", args.path, "project path on the server, \"/Folder/Project\"")
-        ->required();
-    sub->add_option("--token", args.token,
-                    "refresh token to log in with (default: the user's from the scenario)");
-}
-
 }  // namespace
 
 void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
@@ -193,14 +193,14 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     CLI::App* check = emulate->add_subcommand(
         "check",
         "open the project as a host does and print the check result, signals and presence");
-    AddProjectOptions(check, args);
+    AddProjectOptions(check, args.project);
     check->callback([&options, action] {
         *action = [&options] { return RunConnection(options, args, false); };
     });
 
     CLI::App* receive = emulate->add_subcommand(
         "receive-session", "take the user's session over for this computer (ReceiveSession)");
-    AddProjectOptions(receive, args);
+    AddProjectOptions(receive, args.project);
     receive->add_flag("--ignore-cached-session", args.ignoreCachedSession,
                       "don't compare with the session stored in the cache");
     receive->callback([&options, action] {
@@ -211,6 +211,7 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     show->callback([&options, action] { *action = [&options] { return Show(options, args); }; });
 
     AddEmulateLoginCommand(emulate, options, action, args.scenario, args.update);
+    AddEmulateMembersCommand(emulate, options, action, args.scenario, args.update);
 }
 
 }  // namespace krctl

@@ -1,0 +1,98 @@
+// krctl emulate members as a user runs it: the project opened, the members
+// fetched on the library's own thread and printed from the message loop.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "Support/Krctl.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char* const kScenario = R"({
+  "servers": [{
+    "url": "https://emu.example",
+    "users": [
+      {"login": "anna", "fullName": "Anna Berg", "id": "u-anna",
+       "refreshToken": "SECRET-TOKEN-anna", "color": "#3366ccff",
+       "guid": "6f1c2f0e-8d1a-4e7b-9a51-0c2d3e4f5a6b"},
+      {"login": "ben", "fullName": "Ben Ortiz", "id": "u-ben",
+       "refreshToken": "SECRET-TOKEN-ben", "color": "#00ff00",
+       "guid": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d"},
+      {"login": "carla", "fullName": "Carla Reyes", "refreshToken": "SECRET-TOKEN-carla"}
+    ],
+    "modelServers": [{"id": "ms1", "path": "/ms/1", "version": [1, 0]}],
+    "projects": [{
+      "path": "/F/Tower", "id": "p-tower", "modelServer": "ms1",
+      "permissions": {"anna": ["SendMail", "ReadProject", "WriteProject"],
+                      "ben": ["ReadProject"], "carla": ["ReadProject"]},
+      "members": [{"user": "ben", "userId": 7}, {"user": "anna", "userId": 3}]
+    }]
+  }]
+})";
+
+class KrctlEmulateMembersTest : public krtest::KrctlRun {
+protected:
+    void SetUp() override { std::ofstream(Scenario()) << kScenario; }
+    std::string Scenario() const { return temp.Sub("scenario.json"); }
+    krtest::ProcessResult Members(const std::string& user, const std::string& path,
+                                  bool json) const {
+        std::vector<std::string> args{
+            "emulate", Scenario(), "members", "--server", "https://emu.example",
+            "--user",  user,       "--path",  path};
+        if (json) args.insert(args.begin(), "--json");
+        return Run(args);
+    }
+};
+
+TEST_F(KrctlEmulateMembersTest, ListsTheMembersWithTheirPermissions) {
+    auto listed = Members("anna", "/F/Tower", true);
+    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    Json members = Json::parse(listed.out);
+    ASSERT_TRUE(members.is_array()) << listed.out;
+    // Carla has rights on the project but is no member: not listed.
+    ASSERT_EQ(members.size(), 2u) << listed.out;
+    std::sort(members.begin(), members.end(),
+              [](const Json& a, const Json& b) { return a["userId"] < b["userId"]; });
+    EXPECT_EQ(members[0], Json::parse(R"({
+        "userId": 3, "loginName": "anna", "fullName": "Anna Berg",
+        "guid": "6f1c2f0e-8d1a-4e7b-9a51-0c2d3e4f5a6b", "color": "#3366ccff",
+        "permissions": ["ReadProject", "WriteProject", "SendMail"]})"));
+    EXPECT_EQ(members[1], Json::parse(R"({
+        "userId": 7, "loginName": "ben", "fullName": "Ben Ortiz",
+        "guid": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d", "color": "#00ff00ff",
+        "permissions": ["ReadProject"]})"));
+
+    // Carla opens the project: her session makes her a member, seen by her own fetch.
+    auto text = Members("carla", "/F/Tower", false);
+    ASSERT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_NE(text.out.find("member 3 anna \"Anna Berg\" guid 6f1c2f0e-8d1a-4e7b-9a51-0c2d3e4f5a6b "
+                            "color #3366ccff permissions ReadProject,WriteProject,SendMail\n"),
+              std::string::npos)
+        << text.out;
+    EXPECT_NE(text.out.find(" carla \"Carla Reyes\" "), std::string::npos) << text.out;
+
+    const std::string everything =
+        listed.out + listed.err + text.out + text.err + krtest::ReadFile(Log());
+    EXPECT_EQ(everything.find("SECRET-TOKEN"), std::string::npos) << everything;
+}
+
+TEST_F(KrctlEmulateMembersTest, AProjectThatDoesNotOpenFailsWithOneLine) {
+    auto unknownUser = Members("dora", "/F/Tower", true);
+    EXPECT_EQ(unknownUser.exitCode, 2);
+    EXPECT_TRUE(unknownUser.out.empty()) << unknownUser.out;
+    EXPECT_EQ(std::count(unknownUser.err.begin(), unknownUser.err.end(), '\n'), 1)
+        << unknownUser.err;
+    EXPECT_EQ(Json::parse(unknownUser.err)["code"], 2) << unknownUser.err;
+
+    auto unknownProject = Members("anna", "/F/Nowhere", false);
+    EXPECT_EQ(unknownProject.exitCode, 1);
+    EXPECT_TRUE(unknownProject.out.empty()) << unknownProject.out;
+    EXPECT_EQ(unknownProject.err, "krctl: the project did not open: CheckProjectNotFound\n");
+}
+
+}  // namespace
