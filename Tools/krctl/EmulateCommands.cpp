@@ -36,7 +36,8 @@ std::unique_ptr<Emulator::Service> LoadScenario(const std::string& path) {
     try {
         return Emulator::Service::FromScenarioFile(path);
     } catch (const Emulator::ScenarioError& e) {
-        throw UsageError(path + ": " + e.what());
+        // The message names the file already.
+        throw UsageError(e.what());
     }
 }
 

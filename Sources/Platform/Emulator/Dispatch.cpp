@@ -271,7 +271,10 @@ Reply State::Dispatch(Server& server, const Request& request) {
             if (SameText(session.user, user->spec.login))
                 return Refuse(FK::SessionExists, "A session of \"" + user->spec.login +
                                                      "\" stands in " + project->path);
+        // Opening the project makes the user a member, which its clients hear.
+        const std::size_t members = project->members.size();
         std::string id = AddSession(server, *project, SessionSpec{"", user->spec.login, {}});
+        if (project->members.size() != members) MembersChanged(server, *project, user->spec.login);
         return Ok(Data{{"id", id},
                        {"projectId", project->id},
                        {"userShortId", EnsureMember(*project, user->spec.login)}});
