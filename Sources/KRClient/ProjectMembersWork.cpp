@@ -82,6 +82,20 @@ bool ProjectMembers::Work::CheckSignalType(const KRCB::SignalId& id) const {
 void ProjectMembers::Work::SignalReceived(KRCB::SignalClient*, const KRCB::Signal&) {
     // After Stop the manager behind the provider may be going away.
     if (stopFlag || !connectionProvider) return;
+    // The check of a new connection may repair the session: it writes the
+    // registry, the manager and the login data, which belong to the host's
+    // thread. So it runs there, on the loop, not on the signal client's.
+    KRCB::LowMessageLoopExecutor loop;
+    if (loop.CanExecuteTask()) loop.Execute(ZR::RunnableTask(new CheckConnectionTask(this)));
+}
+
+void ProjectMembers::Work::CheckConnectionTask::Execute(ZR::DependentResource* resource) {
+    auto* work = dynamic_cast<Work*>(resource);
+    if (work) work->RefreshIfOpen();
+}
+
+void ProjectMembers::Work::RefreshIfOpen() {
+    if (stopFlag) return;
     try {
         ZR::Ref<BorrowedReadProjectConnection, ZR::AtomicCounter> borrowed =
             connectionProvider->GetBorrowedReadProjectConnection();

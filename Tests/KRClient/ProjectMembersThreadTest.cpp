@@ -151,6 +151,9 @@ TEST_F(ProjectMembersThreadTest, OnlySignalOneStartsARefresh) {
     for (int id : {0, 2, 10, 18}) service->SendSignal(kServer, kProjectPath, id, "");
     ASSERT_TRUE(service->WaitForPushes(kWaitMs));
     service->SendSignal(kServer, kProjectPath, 1, "");
+    // The connection check the signal asks for waits for the host's thread.
+    ASSERT_TRUE(service->WaitForPushes(kWaitMs));
+    EXPECT_EQ(service->ServerCallCount(), 0);
     ASSERT_TRUE(PumpUntilCalls(1));
     EXPECT_EQ(service->CallCount(Op::kGetUsersByIds), 1);
 }

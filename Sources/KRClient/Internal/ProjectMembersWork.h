@@ -71,6 +71,15 @@ private:
         ZR::CountedPtr<ZR::PagedArray<UserInfo>, ZR::AtomicCounter> list;
     };
 
+    /// Runs RefreshIfOpen on the message loop.
+    class CheckConnectionTask : public ZR::DependentTask {
+    public:
+        explicit CheckConnectionTask(Work* work) : ZR::DependentTask(work) {}
+        void Execute(ZR::DependentResource* resource) override;
+    };
+
+    /// On the host's thread: ScheduleRefresh if a read connection opens.
+    void RefreshIfOpen();
     ZR::Ref<Work, ZR::AtomicCounter> GetSelf();
     void FetchProjectMembers();
     void Fetch();
