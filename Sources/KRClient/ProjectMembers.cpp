@@ -1,5 +1,6 @@
 #include "KRClient/ProjectMembers.h"
 
+#include <array>
 #include <memory>
 
 #include "KRCB/Clients.h"
@@ -27,13 +28,10 @@ int WriteShort(ZR::OChannel& channel, short value) {
 }
 
 int ReadGuid(ZR::IChannel& channel, ZR::Guid& guid) {
-    std::vector<unsigned char> bytes;
-    if (int status = channel.ReadBytes(bytes, 16)) return status;
-    ZR::UniString text = ZR::UniString::Format(
-        "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", bytes[0], bytes[1],
-        bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], bytes[7], bytes[8], bytes[9], bytes[10],
-        bytes[11], bytes[12], bytes[13], bytes[14], bytes[15]);
-    return ZR::Guid::Parse(text, &guid) ? 0 : ZR::kErrBadData;
+    std::array<std::uint8_t, 16> bytes;
+    if (int status = channel.Read(bytes.data(), bytes.size())) return status;
+    guid = ZR::Guid(bytes);
+    return 0;
 }
 
 int WriteGuid(ZR::OChannel& channel, const ZR::Guid& guid) {

@@ -12,6 +12,8 @@ namespace ZR {
 class ZRROOT_EXPORT Guid {
 public:
     Guid() { mBytes.fill(0); }
+    /// The GUID of these 16 bytes, in the order GetBytes gives them.
+    explicit Guid(const std::array<std::uint8_t, 16>& bytes) : mBytes(bytes) {}
     /// A random (version 4) GUID; throws GeneralException if no random bytes can be had.
     static Guid Generate();
     /// Parses "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx"; false on malformed text.
