@@ -22,6 +22,24 @@ void CachedProjectInfoObserver::SendContentWrittenToDisc(
     });
 }
 
+namespace {
+
+// Whether a new record may take the folder of that name in the main folder.
+bool IsFreeCacheFolderName(const IO::Folder& mainFolder, const IO::Name& name) {
+    bool contains = false;
+    if (mainFolder.Contains(name, &contains) != IO::kOk) return false;
+    if (!contains) return true;
+    // An entry that is no folder can't take a record either.
+    const IO::Location folder = mainFolder.GetLocation() + name;
+    if (IO::Folder(folder, IO::kNotFoundFail).GetStatus() != IO::kOk) return false;
+    bool hasRecord = false;
+    if (IO::fileSystem.Contains(folder + IO::Name(kCacheInfoFileName), &hasRecord) != IO::kOk)
+        return false;
+    return !hasRecord;
+}
+
+}  // namespace
+
 CachedProjectInfo::CachedProjectInfo(const IO::Location& folder) : cacheFolder(folder) {
     ReadFromDisc(false);
 }
@@ -38,54 +56,21 @@ CachedProjectInfo::CachedProjectInfo(const ProjectConnectionInfo& info,
         info.GetServerUrl() + "_" + info.GetProjectPath() + "_" + info.GetUserName();
     ZR::UniString md5Text = MD5::Of(key).GetAsZrString();
 
-    // The MD5 name first, then the names GenerateUnusedName would make from
-    // it. A name is taken if it is absent, if its folder holds no readable
-    // record (left by a create that was cut short, or damaged), or if its
-    // record is of this very key; another key's record, or a record we may
-    // not read, makes it occupied. So a create that was killed half way, or a
-    // second create of one key, never leaves a second folder for the key.
-    // A main folder that can't be looked into ends the search at once: the
-    // write then fails and says so.
-    for (std::uint64_t n = 0;; ++n) {
-        IO::Name name(n == 0 ? md5Text : md5Text + ZR::UniString("-" + std::to_string(n)));
-        IO::Location folder = mainCacheFolder + name;
-        bool contains = false;
-        if (mainFolder.Contains(name, &contains) != IO::kOk) {
-            cacheFolder = folder;
-            break;
-        }
-        if (contains) {
-            if (IO::Folder(folder, IO::kNotFoundFail).GetStatus() != IO::kOk) continue;
-            if (CachedProjectInfoExist(folder)) {
-                std::unique_ptr<CachedProjectInfo> existing;
-                try {
-                    existing = std::make_unique<CachedProjectInfo>(folder);
-                } catch (const ErrorReadingFile&) {
-                    // Damaged beyond use: the new record replaces it.
-                } catch (const FileOpeningError&) {
-                    continue;  // there but unreadable to us: not ours to replace
-                }
-                if (existing) {
-                    if (!IsSameKey(*existing, info)) continue;
-                    *this = *existing;
-                    updating = false;
-                    writePending = false;
-                }
-            }
-        }
-        cacheFolder = folder;
-        break;
+    // The MD5 name is free only if the main folder has no entry of it, or one
+    // without a "CacheInfo.xml"; a failed look counts as occupied. An occupied
+    // name gets the next unused one, so a damaged or unreadable record, or a
+    // second record of the same key, is never written over. A killed create
+    // leaves no file or a whole one (written through a rename), and the
+    // registry finds a whole one before it creates.
+    IO::Name name(md5Text);
+    if (!IsFreeCacheFolderName(mainFolder, name)) {
+        if (mainFolder.GenerateUnusedName(&name, md5Text, ZR::UniString()) != IO::kOk)
+            throw FileOpeningError(mainCacheFolder);
     }
+    cacheFolder = mainCacheFolder + name;
     IO::fileSystem.CreateFolderTree(cacheFolder);
     SetProjectConnectionInfoInner(info);
     WriteToDiscIfComplete(true);
-}
-
-bool CachedProjectInfo::IsSameKey(const CachedProjectInfo& record,
-                                  const ProjectConnectionInfo& info) {
-    return record.portalServerUrl.IsEqual(info.GetServerUrl(), ZR::kIgnoreCase) &&
-           record.projectPath == info.GetProjectPath() &&
-           record.loginName.IsEqual(info.GetUserName(), ZR::kIgnoreCase);
 }
 
 CachedProjectInfo::CachedProjectInfo(const CachedProjectInfo& other)

@@ -171,7 +171,6 @@ private:
     template <typename T>
     void SetField(T& field, const T& value);
 
-    static bool IsSameKey(const CachedProjectInfo& record, const ProjectConnectionInfo& info);
     void ClearOnReadFailure();
     bool SetProjectConnectionInfoInner(const ProjectConnectionInfo& info);
     void ReadFromDisc(bool keepValuesOnFailure);

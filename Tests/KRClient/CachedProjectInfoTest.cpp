@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5AndOnlyAnotherKeysRecordMovesItAside) {
+TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5AndNeverWritesOverARecord) {
     auto nameOf = [&](const ProjectConnectionInfo& info) {
         return CachedProjectInfo(info, Main()).GetLocalFolderName().GetUniString().Std();
     };
@@ -39,36 +39,42 @@ TEST_F(CachedProjectInfoTest, NewFolderIsNamedByMd5AndOnlyAnotherKeysRecordMoves
         EXPECT_TRUE(CachedProjectInfo::CachedProjectInfoExist(first.GetCacheFolderLocation()));
         first.SetSessionId("s1");
     }
-    // A second create of the key takes the same folder and keeps what its record held.
-    CachedProjectInfo second(info, Main());
-    EXPECT_EQ(second.GetLocalFolderName().GetUniString().Std(), md5);
-    EXPECT_EQ(second.GetSessionId(), "s1");
+    // A second record of the key gets a folder of its own; the first keeps its own.
+    EXPECT_EQ(nameOf(info), md5 + "-1");
+    EXPECT_EQ(nameOf(info), md5 + "-2");
+    EXPECT_EQ(CachedProjectInfo(Loc(temp.Sub("Projects/" + md5))).GetSessionId(), "s1");
 
-    // Folders of the name with no record, an empty one or a damaged one (a
-    // create cut short) are taken over; none of them makes a second folder.
+    // Only a folder of the name without a record is taken over. Any file there,
+    // empty or damaged, keeps its bytes, as does an entry that is no folder.
     auto other = Info("https://srv.example", "/P2", "bob");
-    const std::string folder =
-        temp.Sub("Projects/" + krtest::CacheFolderName("https://srv.example", "/P2", "bob"));
-    for (std::string leftover :
-         {"no file", "", "<Cache><DataVersion>10</Data", "\x01\x02 not xml"}) {
-        fs::remove_all(folder);
-        fs::create_directories(folder);
-        if (leftover != "no file") krtest::WriteFile(folder + "/CacheInfo.xml", leftover);
-        EXPECT_EQ(nameOf(other), fs::path(folder).filename()) << leftover;
-        EXPECT_EQ(CachedProjectInfo(Loc(folder)).GetLoginName(), "bob");
+    const std::string name = krtest::CacheFolderName("https://srv.example", "/P2", "bob");
+    const std::string folder = temp.Sub("Projects/" + name);
+    struct Case {
+        const char* leftover;  ///< null: no file
+        bool entryIsFile;
+    };
+    for (Case c : {Case{nullptr, false}, Case{"", false}, Case{"<garbage", false},
+                   Case{"\x01\x02 not xml", false}, Case{"plain file", true}}) {
+        const std::string leftover = c.leftover ? c.leftover : "(none)";
+        fs::remove_all(temp.Sub("Projects"));
+        fs::create_directories(temp.Sub("Projects"));
+        if (c.entryIsFile) {
+            krtest::WriteFile(folder, c.leftover);
+        } else {
+            fs::create_directories(folder);
+            if (c.leftover) krtest::WriteFile(folder + "/CacheInfo.xml", c.leftover);
+        }
+        const bool free = !c.leftover;
+        const std::string made = nameOf(other);
+        EXPECT_EQ(made, free ? name : name + "-1") << leftover;
+        EXPECT_EQ(CachedProjectInfo(Loc(temp.Sub("Projects/" + made))).GetLoginName(), "bob")
+            << leftover;
+        if (c.leftover) {
+            EXPECT_EQ(krtest::ReadFile(c.entryIsFile ? folder : folder + "/CacheInfo.xml"),
+                      c.leftover)
+                << leftover;
+        }
     }
-
-    // Only a record of another key under the name moves the new one to the next
-    // name, and a later create of the key finds it there again.
-    auto third = Info("https://srv.example", "/P3", "carl");
-    std::string md5c = krtest::CacheFolderName("https://srv.example", "/P3", "carl");
-    krtest::WriteCacheInfo(temp.Sub("Projects/" + md5c), 10,
-                           {{"PortalServerUrl", "https://elsewhere"}, {"LoginName", "carl"}});
-    EXPECT_EQ(nameOf(third), md5c + "-1");
-    EXPECT_EQ(nameOf(third), md5c + "-1");
-    EXPECT_FALSE(fs::exists(temp.Sub("Projects/" + md5c + "-2")));
-    EXPECT_EQ(CachedProjectInfo(Loc(temp.Sub("Projects/" + md5c))).GetPortalServerUrl(),
-              "https://elsewhere");
 }
 
 TEST_F(CachedProjectInfoTest, ServerUrlWithAUserOrPasswordIsRefusedAndNothingIsMade) {

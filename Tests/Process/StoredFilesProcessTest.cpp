@@ -101,8 +101,9 @@ protected:
     long writes = 0;  // writes reported done, summed
 };
 
-TEST_F(StoredFilesProcessTest, KilledCreatesLeaveNoRecordOrACompleteOneAndTheNextTakesItsFolder) {
-    const std::string main = temp.Sub("main");
+TEST_F(StoredFilesProcessTest, KilledCreatesLeaveNoRecordOrACompleteOneThatTheRegistryFinds) {
+    KRC::RegisteredProjects::Init(Loc(Data()), "Projects", "Libraries");
+    const std::string main = Data() + "/Projects";
     for (int kill = 0; kill < kKills && !HasFailure(); ++kill) {
         SCOPED_TRACE(kill);
         const std::string prefix = "/K" + std::to_string(kill);
@@ -120,12 +121,19 @@ TEST_F(StoredFilesProcessTest, KilledCreatesLeaveNoRecordOrACompleteOneAndTheNex
                 ADD_FAILURE() << folder << ": a record that can't be read";
             }
         }
-        // The key whose create the kill may have cut short.
+        // The key whose create the kill may have cut short: the registry finds a
+        // whole record it left, or a new one takes the folder it left empty.
         const std::string next = prefix + "/" + std::to_string(done.size());
         const std::string name = krtest::CacheFolderName(kServer, next, "anna");
-        KRC::CachedProjectInfo again(krtest::Info(kServer, next.c_str(), "anna"), Loc(main));
-        EXPECT_EQ(again.GetLocalFolderName().GetUniString().Std(), name);
+        IO::Location location;
+        krtest::Info(kServer, next.c_str(), "anna").ToKerrowLocation(&location);
+        bool created = false;
+        std::unique_ptr<KRC::CachedProjectInfo> again(
+            KRC::registeredProjects.CreateCachedProjectInfo(location, created));
+        ASSERT_TRUE(again);
+        EXPECT_EQ(again->GetLocalFolderName().GetUniString().Std(), name);
         EXPECT_FALSE(fs::exists(main + "/" + name + "-1"));
+        again.reset();
         fs::remove_all(main);
     }
 }
