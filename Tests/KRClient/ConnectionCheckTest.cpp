@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <regex>
 
 #include "KRClient/ConnectionFixture.h"
@@ -73,70 +75,28 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
         Emulator::Fault fault;
         Result result;
         int signal;  // 0: none
-        std::string text;
         bool logged;
-        const char* copy;  // the copy's class; null: no copy
+        const char* copy;  // the copy's class less "Exception"; null: no copy
         int presence;
+        const char* text = "";
     };
+    using R = Result;
+    const Emulator::Fault server{Kind::IncompatibleModelServerVersion, "versions", 2, 1, 1, 0};
+    const Emulator::Fault project{Kind::IncompatibleProjectVersion, "versions", 3, 4};
+    const char* serverText = "Incompatible model server version: server 2.1, client 1.0";
     const Row rows[] = {
-        {{Kind::SessionRequired},
-         Result::CheckNoSession,
-         14,
-         "",
-         true,
-         "SessionRequiredException",
-         1},
-        {{Kind::CreateSessionFailed},
-         Result::CheckNoSession,
-         14,
-         "",
-         true,
-         "CreateSessionFailedException",
-         1},
-        {{Kind::EntityNotFound},
-         Result::CheckProjectNotFound,
-         15,
-         "",
-         true,
-         "EntityNotFoundException",
-         2},
-        {{Kind::PortalServerClient},
-         Result::CheckOffline,
-         0,
-         "",
-         true,
-         "PortalServerClientException",
-         2},
-        {{Kind::ConnectionFailed},
-         Result::CheckOffline,
-         0,
-         "",
-         true,
-         "ConnectionFailedException",
-         2},
-        {{Kind::IncompatibleModelServerVersion, "versions", 2, 1, 1, 0},
-         Result::CheckIncompatibleServer,
-         19,
-         "Incompatible model server version: server 2.1, client 1.0",
-         false,
-         "IncompatibleModelServerVersionException",
-         2},
-        {{Kind::IncompatibleProjectVersion, "versions", 3, 4},
-         Result::CheckIncompatibleProject,
-         22,
-         "3.4.0/4",
-         false,
-         "IncompatibleProjectVersionException",
-         2},
-        {{Kind::SessionExists},
-         Result::CheckOffline,
-         0,
-         "",
-         true,
-         "ProjectManagerClientSessionExistsException",
-         2},
-        {{Kind::ZRException}, Result::CheckOffline, 0, "", true, "ZRException", 2},
-        {{Kind::Foreign}, Result::CheckOffline, 0, "", false, nullptr, 2},
+        {{Kind::SessionRequired}, R::CheckNoSession, 14, true, "SessionRequired", 1},
+        {{Kind::CreateSessionFailed}, R::CheckNoSession, 14, true, "CreateSessionFailed", 1},
+        {{Kind::EntityNotFound}, R::CheckProjectNotFound, 15, true, "EntityNotFound", 2},
+        {{Kind::PortalServerClient}, R::CheckOffline, 0, true, "PortalServerClient", 2},
+        {{Kind::ConnectionFailed}, R::CheckOffline, 0, true, "ConnectionFailed", 2},
+        {server, R::CheckIncompatibleServer, 19, false, "IncompatibleModelServerVersion", 2,
+         serverText},
+        {project, R::CheckIncompatibleProject, 22, false, "IncompatibleProjectVersion", 2,
+         "3.4.0/4"},
+        {{Kind::SessionExists}, R::CheckOffline, 0, true, "ProjectManagerClientSessionExists", 2},
+        {{Kind::ZRException}, R::CheckOffline, 0, true, "ZR", 2},
+        {{Kind::Foreign}, R::CheckOffline, 0, false, nullptr, 2},
     };
     auto manager = Manager();
     for (const Row& row : rows) {
@@ -150,11 +110,9 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
         ZR::Ref<ZR::ZRException, ZR::Counter> copy;
         EXPECT_EQ(ProjectConnectionBase::Check(&connection, copy, true, false), row.result);
         EXPECT_EQ(connection.GetCheckResult(), row.result);
-        if (row.copy) {
-            ASSERT_TRUE(copy);
-            EXPECT_EQ(copy->GetName(), row.copy);
-        } else {
-            EXPECT_FALSE(copy);
+        ASSERT_EQ(static_cast<bool>(copy), row.copy != nullptr);
+        if (copy) {
+            EXPECT_EQ(copy->GetName(), std::string(row.copy) + "Exception");
         }
         std::vector<std::pair<int, std::string>> expected;
         if (row.signal) expected.emplace_back(row.signal, row.text);
@@ -181,16 +139,20 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
 }
 
 TEST_F(ConnectionCheckTest, DetailsListStepsUpToTheFirstNotTakenAndASlowCheckInFull) {
+    // The details lines of steps 1 to last, those up to taken executed.
+    auto details = [](int last, int taken) {
+        std::string text = "Check details:";
+        for (int i = 1; i <= last; ++i)
+            text += "\n\tstep" + std::to_string(i) +
+                    (i <= taken ? ": executed: 1, execution time=(\\d+) ms"
+                                : ": executed: 0, execution time=0 ms");
+        return std::regex(text + "\n");
+    };
     auto manager = Manager();
     service->FailNext(Emulator::Op::kGetSessions, {Kind::ZRException});
     ReadProjectConnection failed(manager.get(), true);
     EXPECT_EQ(failed.GetCheckResult(), Result::CheckOffline);
-    const std::regex stopped(
-        "Check details:\n\tstep1: executed: 1, execution time=\\d+ ms"
-        "\n\tstep2: executed: 1, execution time=\\d+ ms"
-        "\n\tstep3: executed: 1, execution time=\\d+ ms"
-        "\n\tstep4: executed: 0, execution time=0 ms\n");
-    EXPECT_TRUE(std::regex_search(log.GetText(), stopped)) << log.GetText();
+    EXPECT_TRUE(std::regex_search(log.GetText(), details(4, 3))) << log.GetText();
     EXPECT_FALSE(Logged("step5"));
 
     // A check that succeeds writes details only when it took more than
@@ -209,18 +171,11 @@ TEST_F(ConnectionCheckTest, DetailsListStepsUpToTheFirstNotTakenAndASlowCheckInF
             ReadProjectConnection connection(other.get(), true);
             EXPECT_EQ(connection.GetCheckResult(), Result::CheckOnline);
         }
-        const std::regex full(
-            "Check details:\n\tstep1: executed: 1, execution time=\\d+ ms"
-            "\n\tstep2: executed: 1, execution time=\\d+ ms"
-            "\n\tstep3: executed: 1, execution time=\\d+ ms"
-            "\n\tstep4: executed: 1, execution time=\\d+ ms"
-            "\n\tstep5: executed: 1, execution time=(\\d+) ms"
-            "\n\tstep6: executed: 1, execution time=\\d+ ms\n");
         std::smatch match;
         const std::string text = log.GetText();
-        EXPECT_EQ(std::regex_search(text, match, full), ms > 10000) << text;
+        EXPECT_EQ(std::regex_search(text, match, details(6, 6)), ms > 10000) << text;
         if (ms > 10000) {
-            EXPECT_GE(std::stoi(match[1]), ms);
+            EXPECT_GE(std::stoi(match[5]), ms);
         }
     }
 }
@@ -261,55 +216,58 @@ TEST_F(ConnectionCheckTest, ASecondaryConnectionSendsNoSignalsAndLeavesPresence)
     EXPECT_EQ(Presence(), 0);
 }
 
-TEST_F(ConnectionCheckTest, AMovedProjectIsOfflineADeletedOrReplacedOneNotFound) {
+// In turn: states 2 and 3, then moved, replaced by a new id, deleted.
+TEST_F(ConnectionCheckTest, ProjectStatesMovesAndDeletesGiveTheirResultSignalAndPresence) {
     auto manager = Manager();
     ASSERT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
-
-    // Renamed: not found by its path, but its id lives on under another.
-    service->MoveProject(kServer, kProjectPath, "/Projects/Home");
-    service->ClearSignals();
-    ReadProjectConnection moved(manager.get(), true);
-    EXPECT_EQ(moved.GetCheckResult(), Result::CheckOffline);
-    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{16, ""}}));
+    struct Row {
+        std::function<void()> change;
+        bool write;
+        Result result;
+        int signal, presence;  // not writable leaves presence alone
+    };
+    auto state = [&](int s) {
+        return [&, s] { service->SetProjectState(kServer, kProjectPath, s); };
+    };
+    const Row rows[] = {
+        {state(2), false, Result::CheckOnline, 0, 3},
+        {[] {}, true, Result::CheckProjectNotWritable, 17, 0},
+        {state(3), false, Result::CheckProjectStateRefused, 18, 2},
+        // Renamed: not found by its path, but its id lives on under another.
+        {[&] {
+             service->SetProjectState(kServer, kProjectPath, 0);
+             service->MoveProject(kServer, kProjectPath, "/Projects/Home");
+         },
+         false, Result::CheckOffline, 16, 2},
+        // Another project of a new id at the path isn't the cached one.
+        {[&] {
+             service->MoveProject(kServer, "/Projects/Home", kProjectPath);
+             service->ReplaceProject(kServer, kProjectPath);
+         },
+         false, Result::CheckProjectNotFound, 15, 2},
+        {[&] { service->DeleteProject(kServer, kProjectPath); }, false,
+         Result::CheckProjectNotFound, 15, 2},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(static_cast<int>(&row - rows));
+        row.change();
+        ClearPresence();
+        service->ClearSignals();
+        std::unique_ptr<ProjectConnectionBase> connection;
+        if (row.write)
+            connection = std::make_unique<WriteProjectConnection>(manager.get(), true);
+        else
+            connection = std::make_unique<ReadProjectConnection>(manager.get(), true);
+        EXPECT_EQ(connection->GetCheckResult(), row.result);
+        std::vector<std::pair<int, std::string>> expected;
+        if (row.signal) expected.emplace_back(row.signal, "");
+        EXPECT_EQ(InternalSignals(), expected);
+        EXPECT_EQ(Presence(), row.presence);
+    }
     EXPECT_TRUE(
         Logged("KRC::ProjectConnection::Check project path changed: project id: "
                "prj-house, old path: /Projects/House, new path: /Projects/Home"));
-    EXPECT_EQ(Presence(), 2);
-
-    // Another project of a new id at the path isn't the cached one.
-    service->MoveProject(kServer, "/Projects/Home", kProjectPath);
-    service->ReplaceProject(kServer, kProjectPath);
-    ClearPresence();
-    service->ClearSignals();
-    ReadProjectConnection replaced(manager.get(), true);
-    EXPECT_EQ(replaced.GetCheckResult(), Result::CheckProjectNotFound);
-    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{15, ""}}));
     EXPECT_EQ(Record(*manager).GetProjectId(), krtest::kProjectId);
-
-    service->DeleteProject(kServer, kProjectPath);
-    ClearPresence();
-    service->ClearSignals();
-    ReadProjectConnection deleted(manager.get(), true);
-    EXPECT_EQ(deleted.GetCheckResult(), Result::CheckProjectNotFound);
-    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{15, ""}}));
-}
-
-TEST_F(ConnectionCheckTest, ProjectStatesRefuseWritingOrEverything) {
-    auto manager = Manager();
-    service->SetProjectState(kServer, kProjectPath, 2);
-    EXPECT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
-    ClearPresence();
-    WriteProjectConnection write(manager.get(), true);
-    EXPECT_EQ(write.GetCheckResult(), Result::CheckProjectNotWritable);
-    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{17, ""}}));
-    EXPECT_EQ(Presence(), 0);  // not writable leaves presence alone
-
-    service->SetProjectState(kServer, kProjectPath, 3);
-    service->ClearSignals();
-    ReadProjectConnection refused(manager.get(), true);
-    EXPECT_EQ(refused.GetCheckResult(), Result::CheckProjectStateRefused);
-    EXPECT_EQ(InternalSignals(), (std::vector<std::pair<int, std::string>>{{18, ""}}));
-    EXPECT_EQ(Presence(), 2);
 }
 
 TEST_F(ConnectionCheckTest, SendSignalIsPlainAndAConnectionWithoutManagerIsOffline) {

@@ -74,7 +74,7 @@ TEST_F(ConnectionManagerTest, ProviderWithoutOrWithAnotherManager) {
     EXPECT_FALSE(KRCB::LoginDataStore::ActiveConnection::GetInstance().IsSet());
 }
 
-TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRights) {
+TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRightsAndCountsTransactions) {
     krtest::EventRecorder writes;
     auto manager = Manager();
     EXPECT_EQ(writes.writes, 1);  // the new cache folder's first file
@@ -92,6 +92,14 @@ TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRights) {
     EXPECT_EQ(later->GetUserAttributes()->GetShortUserId(), Record(*manager).GetLogonId());
     EXPECT_EQ(later->GetUserAttributes()->GetPermissions().GetSize(), 3u);
     EXPECT_TRUE(later->GetUserAttributes()->HasPermission(2));
+
+    // Transactions are counted on top of what was set.
+    EXPECT_EQ(later->GetTransactionCounter(), 0u);
+    later->SetTransactionCounter(5);
+    later->TransactionComitted();
+    later->TransactionComitted();
+    EXPECT_EQ(later->GetTransactionCounter(), 7u);
+    EXPECT_EQ(later->GetCommittedTransactions(), 2u);
 }
 
 TEST_F(ConnectionManagerTest, AManagerWithoutRecordStandsAndDoesNothingWithIt) {
@@ -157,16 +165,6 @@ TEST_F(ConnectionManagerTest, ChangeRefreshTokenReachesStoreLocationAndActiveCon
     EXPECT_EQ(active->GetUserName(), "someone");
     EXPECT_EQ(active->GetRefreshToken(), "rt-new");
     EXPECT_FALSE(Logged("rt-new"));
-}
-
-TEST_F(ConnectionManagerTest, TransactionsAreCountedOnTopOfWhatWasSet) {
-    auto manager = Manager();
-    EXPECT_EQ(manager->GetTransactionCounter(), 0u);
-    manager->SetTransactionCounter(5);
-    manager->TransactionComitted();
-    manager->TransactionComitted();
-    EXPECT_EQ(manager->GetTransactionCounter(), 7u);
-    EXPECT_EQ(manager->GetCommittedTransactions(), 2u);
 }
 
 TEST_F(ConnectionManagerTest, ClientProjectDataJoinsFolderAndNameIntoALocation) {

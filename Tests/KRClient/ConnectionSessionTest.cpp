@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "KRClient/ConnectionFixture.h"
-#include "KRClient/SessionAttributeNames.h"
 
 namespace {
 
@@ -33,7 +32,6 @@ TEST_F(ConnectionSessionTest, AnOpeningClaimsAnUnclaimedSessionAnExplicitCheckOn
     ASSERT_TRUE(bytes);
     EXPECT_EQ(std::string(bytes->begin(), bytes->end()), "PC-1");
     EXPECT_EQ(service->GetSessions(kServer, kProjectPath).size(), 1u);
-    EXPECT_EQ(KRC::SessionAttributeNames::ComputerName, "ComputerName");
 }
 
 TEST_F(ConnectionSessionTest, AnotherComputersSessionIsRefusedUntilItIsReceived) {

@@ -122,34 +122,19 @@ TEST_F(LoginEventHandlerThreadTest, EachFailureSetsItsStatusOnTheLoopAndWritesNo
     };
     Emulator::Fault handshake{FaultKind::ConnectionFailed};
     handshake.handshakeDepth = 2;
+    using K = FaultKind;
+    using SS = ServerStatus;
+    const UserStatus none = UserStatus::Unknown;
+    const ServerStatus down = ServerStatus::ConnectionFailed;
     const Row rows[] = {
-        {{FaultKind::CreateSessionFailed},
-         "InvalidPasswordLogin",
-         ServerStatus::Unknown,
-         UserStatus::AccessDenied},
-        {handshake, "InsecureServerConnectionLoginError", ServerStatus::InsecureConnectionRefused,
-         UserStatus::Unknown},
-        {{FaultKind::ConnectionFailed},
-         "ServerConnectionLoginError",
-         ServerStatus::ConnectionFailed,
-         UserStatus::Unknown},
-        {{FaultKind::IncompatiblePortalServerVersion},
-         "IncompatiblePortalServer",
-         ServerStatus::ConnectionFailed,
-         UserStatus::Unknown},
-        {{FaultKind::GeneralErrorResponse},
-         "UnexpectedServerResponseError",
-         ServerStatus::ConnectionFailed,
-         UserStatus::Unknown},
-        {{FaultKind::NotInCompany},
-         "NotMemberOfCompanyError",
-         ServerStatus::ConnectionFailed,
-         UserStatus::Unknown},
-        {{FaultKind::ZRException},
-         "UnknownLoginError",
-         ServerStatus::ConnectionFailed,
-         UserStatus::Unknown},
-        {{FaultKind::Interrupted}, "LoginInterrupted", ServerStatus::Unknown, UserStatus::Unknown},
+        {{K::CreateSessionFailed}, "InvalidPasswordLogin", SS::Unknown, UserStatus::AccessDenied},
+        {handshake, "InsecureServerConnectionLoginError", SS::InsecureConnectionRefused, none},
+        {{K::ConnectionFailed}, "ServerConnectionLoginError", down, none},
+        {{K::IncompatiblePortalServerVersion}, "IncompatiblePortalServer", down, none},
+        {{K::GeneralErrorResponse}, "UnexpectedServerResponseError", down, none},
+        {{K::NotInCompany}, "NotMemberOfCompanyError", down, none},
+        {{K::ZRException}, "UnknownLoginError", down, none},
+        {{K::Interrupted}, "LoginInterrupted", SS::Unknown, none},
     };
     FaultEnv env;
     for (const Row& row : rows) {

@@ -52,6 +52,7 @@ private:
 };
 
 using S = ZR::UniString;
+using TaskHandler = KRC::UI::Login::ILoginTaskEventHandler;
 
 class RecordingHandler : public KRC::UI::Login::ILoginTaskEventHandler {
 public:
@@ -113,14 +114,12 @@ public:
     void InvalidPasswordLogin(const S& u, const S& n, const S& p) override {
         Add("InvalidPasswordLogin", u, n, p);
     }
-    void InsecureServerConnectionLoginError(
-        const S& u, const S& n, const S& p,
-        const KRC::UI::Login::ILoginTaskEventHandler::HandshakeException& e) override {
+    void InsecureServerConnectionLoginError(const S& u, const S& n, const S& p,
+                                            const TaskHandler::HandshakeException& e) override {
         Add("InsecureServerConnectionLoginError", u, n, p, e->GetName());
     }
-    void IncompatiblePortalServer(
-        const S& u, const S& n, const S& p,
-        const KRC::UI::Login::ILoginTaskEventHandler::VersionException& e) override {
+    void IncompatiblePortalServer(const S& u, const S& n, const S& p,
+                                  const TaskHandler::VersionException& e) override {
         Add("IncompatiblePortalServer", u, n, p, e->GetName());
     }
     void ServerConnectionLoginError(const S& u, const S& n, const S& p) override {
@@ -133,7 +132,7 @@ public:
         Add("InvalidURLError", u, n, p);
     }
     void UnknownLoginError(const S& u, const S& n, const S& p,
-                           const KRC::UI::Login::ILoginTaskEventHandler::Exception& e) override {
+                           const TaskHandler::Exception& e) override {
         Add("UnknownLoginError", u, n, p, e->GetName());
     }
     void NotMemberOfCompanyError(const S& u, const S& n, const S& p) override {

@@ -53,30 +53,25 @@ TEST_F(LoginTaskThreadTest, EachFailureReachesItsEventWithItsLogLineOnTheWorker)
         return fault;
     };
     const char* const kGeneral = "Kerrow login task failed, general exception occurred: ";
+    const std::string prefix = "Kerrow login task failed, ";
+    const std::string failed = prefix + "ConnectionFailedException occurred: ";
+    const std::string portal = prefix + "PortalServerErrorResponseException occurred: ";
+    const std::string general = prefix + "GeneralErrorResponseException occurred: ";
+    using K = FaultKind;
     const Row rows[] = {
-        {{FaultKind::CreateSessionFailed}, "InvalidPasswordLogin", nullptr},
-        {{FaultKind::PortalServerErrorResponse},
-         "InvalidPasswordLogin",
-         "Kerrow login task failed, PortalServerErrorResponseException occurred: "},
-        {{FaultKind::ConnectionFailed},
-         "ServerConnectionLoginError",
-         "Kerrow login task failed, ConnectionFailedException occurred: "},
-        {handshakeAt(1), "InsecureServerConnectionLoginError",
-         "Kerrow login task failed, ConnectionFailedException occurred: "},
-        {handshakeAt(3), "InsecureServerConnectionLoginError",
-         "Kerrow login task failed, ConnectionFailedException occurred: "},
-        {{FaultKind::NotInCompany}, "NotMemberOfCompanyError", nullptr},
-        {{FaultKind::GeneralErrorResponse},
-         "UnexpectedServerResponseError",
-         "Kerrow login task failed, GeneralErrorResponseException occurred: "},
-        {{FaultKind::IncompatiblePortalServerVersion}, "IncompatiblePortalServer", nullptr},
-        {{FaultKind::Interrupted}, "LoginInterrupted", nullptr},
-        {{FaultKind::InterruptedIO}, "LoginInterrupted", nullptr},
-        {{FaultKind::EntityNotFound}, "UnknownLoginError", kGeneral},
-        {{FaultKind::ZRException}, "UnknownLoginError", kGeneral},
-        {{FaultKind::Foreign},
-         "UnknownLoginError",
-         "Kerrow login task failed, general exception occurred"},
+        {{K::CreateSessionFailed}, "InvalidPasswordLogin", nullptr},
+        {{K::PortalServerErrorResponse}, "InvalidPasswordLogin", portal.c_str()},
+        {{K::ConnectionFailed}, "ServerConnectionLoginError", failed.c_str()},
+        {handshakeAt(1), "InsecureServerConnectionLoginError", failed.c_str()},
+        {handshakeAt(3), "InsecureServerConnectionLoginError", failed.c_str()},
+        {{K::NotInCompany}, "NotMemberOfCompanyError", nullptr},
+        {{K::GeneralErrorResponse}, "UnexpectedServerResponseError", general.c_str()},
+        {{K::IncompatiblePortalServerVersion}, "IncompatiblePortalServer", nullptr},
+        {{K::Interrupted}, "LoginInterrupted", nullptr},
+        {{K::InterruptedIO}, "LoginInterrupted", nullptr},
+        {{K::EntityNotFound}, "UnknownLoginError", kGeneral},
+        {{K::ZRException}, "UnknownLoginError", kGeneral},
+        {{K::Foreign}, "UnknownLoginError", "Kerrow login task failed, general exception occurred"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.event + std::string(" ") +

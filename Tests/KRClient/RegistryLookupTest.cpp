@@ -225,22 +225,21 @@ TEST_F(RegistryLookupTest, PermissionsKeepTheirOrderWithoutRepeatsAndTheSetFollo
     std::string folder =
         WriteCache(Projects(), "p", "https://srv.example", "/P", "anna",
                    {{"PermissionCount", "4"}, {"Permission", "write\nread\nwrite\nadmin"}});
+    auto texts = [](const ZR::HashSet<ZR::UniString>& set) {
+        std::vector<std::string> seen;
+        for (const ZR::UniString& p : set) seen.push_back(p.Std());
+        return seen;
+    };
     KRC::CachedProjectInfo info{Loc(folder)};
     const ZR::HashSet<ZR::UniString>& set = info.GetPermissions();
-    std::vector<std::string> seen;
-    for (const ZR::UniString& p : set) seen.push_back(p.Std());
-    EXPECT_EQ(seen, (std::vector<std::string>{"write", "read", "admin"}));
+    EXPECT_EQ(texts(set), (std::vector<std::string>{"write", "read", "admin"}));
 
     // The same set object answers after a change, holding the new texts.
     info.SetPermissions({"comment", "read"});
     EXPECT_EQ(&info.GetPermissions(), &set);
-    seen.clear();
-    for (const ZR::UniString& p : set) seen.push_back(p.Std());
-    EXPECT_EQ(seen, (std::vector<std::string>{"comment", "read"}));
-    KRC::CachedProjectInfo reread{Loc(folder)};
-    seen.clear();
-    for (const ZR::UniString& p : reread.GetPermissions()) seen.push_back(p.Std());
-    EXPECT_EQ(seen, (std::vector<std::string>{"comment", "read"}));
+    EXPECT_EQ(texts(set), (std::vector<std::string>{"comment", "read"}));
+    EXPECT_EQ(texts(KRC::CachedProjectInfo{Loc(folder)}.GetPermissions()),
+              (std::vector<std::string>{"comment", "read"}));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ using KRC::UI::Login::UILoginDataStore;
 using ServerInfo = UILoginDataStore::ServerInfo;
 using User = UILoginDataStore::User;
 namespace LDS = KRCB::LoginDataStore;
+namespace Status = LDS::PortalServerStatus;
 
 ZR::Ref<ServerInfo> Info(const char* unique, const char* name = "", int major = 0, int minor = 0) {
     return ZR::Ref<ServerInfo>::Make(unique, name, major, minor);
@@ -19,6 +20,7 @@ ZR::Ref<ServerInfo> Info(const char* unique, const char* name = "", int major = 
 
 class UILoginDataStoreTest : public krtest::LibraryTest {
 protected:
+    static UILoginDataStore Reading() { return UILoginDataStore(UILoginDataStore::ForReading); }
     std::string File() const { return BaseFolder() + "/LoginData.json"; }
 
     // Two servers on disc, B active in the file.
@@ -53,10 +55,10 @@ TEST_F(UILoginDataStoreTest, WriteSavesWhileChangedStaysSetAndCopiesShareTheWork
         other.AddServer(Info("https://b.example"), "https://b.example");
         ASSERT_TRUE(other.Write());
     }
-    EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
+    EXPECT_TRUE(Reading().ContainsServer("https://b.example"));
     EXPECT_TRUE(shared.Write());
     EXPECT_TRUE(shared.IsChanged());
-    EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).ContainsServer("https://b.example"));
+    EXPECT_TRUE(Reading().ContainsServer("https://b.example"));
 
     // A failed save answers false instead of throwing.
     std::filesystem::remove(File());
@@ -99,9 +101,7 @@ TEST_F(UILoginDataStoreTest, AddServerTakesOnlyHttpAndQuestionsAnswerFromTheWork
         renamer.AddServer(Info("https://a.example", "A renamed"), "https://a.example");
     }
     KRCB::LoginDataStore::LoginDataStoreCache::GetInstance().ResetForTesting();
-    EXPECT_EQ(
-        UILoginDataStore(UILoginDataStore::ForReading).GetServerFriendlyName("https://a.example"),
-        "A renamed");
+    EXPECT_EQ(Reading().GetServerFriendlyName("https://a.example"), "A renamed");
 }
 
 TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
@@ -121,7 +121,7 @@ TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
     store.Reload(false);
     EXPECT_EQ(store.GetActiveServer().GetUniqueURL(), "https://a.example");
     EXPECT_EQ(store.GetActiveUser("https://a.example").GetUserName(), "anna");
-    EXPECT_TRUE(UILoginDataStore(UILoginDataStore::ForReading).HasActiveConnection());
+    EXPECT_TRUE(Reading().HasActiveConnection());
     LDS::ActiveConnection::GetInstance().Clear();
 
     // The remembered server vanishes: the file's choice stands.
@@ -138,13 +138,10 @@ TEST_F(UILoginDataStoreTest, ReloadKeepsTheActiveServerOnlyWhileItExists) {
 TEST_F(UILoginDataStoreTest, StatusFollowsTheFirstUrlUsedButDeleteServerClearsOnlyTheGivenOne) {
     StoreTwoServers();
     UILoginDataStore store(UILoginDataStore::ForWriting);
-    store.SetPortalServerStatus("https://a-alias.example",
-                                LDS::PortalServerStatus::ConnectedVerifiedTls);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"),
-              LDS::PortalServerStatus::ConnectedVerifiedTls);
-    store.SetPortalServerStatus("https://a.example", LDS::PortalServerStatus::ConnectionFailed);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a-alias.example"),
-              LDS::PortalServerStatus::ConnectionFailed);
+    store.SetPortalServerStatus("https://a-alias.example", Status::ConnectedVerifiedTls);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), Status::ConnectedVerifiedTls);
+    store.SetPortalServerStatus("https://a.example", Status::ConnectionFailed);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a-alias.example"), Status::ConnectionFailed);
 
     store.SetUserAccessDenied("https://a.example", "anna");
     EXPECT_EQ(store.GetUserStatus("https://a-alias.example", "anna"),
@@ -157,8 +154,7 @@ TEST_F(UILoginDataStoreTest, StatusFollowsTheFirstUrlUsedButDeleteServerClearsOn
     store.ClearPortalServerStatus("https://a.example");
     EXPECT_FALSE(raw.ContainsPortalServerStatus("https://a-alias.example"));
 
-    store.SetPortalServerStatus("https://a-alias.example",
-                                LDS::PortalServerStatus::ConnectedWithoutTls);
+    store.SetPortalServerStatus("https://a-alias.example", Status::ConnectedWithoutTls);
     store.DeleteServer("https://a.example");
     EXPECT_TRUE(raw.ContainsPortalServerStatus("https://a-alias.example"));
     EXPECT_TRUE(store.IsChanged());
@@ -173,10 +169,8 @@ TEST_F(UILoginDataStoreTest, AnEmptyWorkingCopyThrowsExceptForIsEmptyWriteAndSta
     UILoginDataStore store(UILoginDataStore::ForReading);
     EXPECT_TRUE(store.IsEmpty());
     EXPECT_TRUE(store.Write());
-    store.SetPortalServerStatus("https://a.example",
-                                LDS::PortalServerStatus::InsecureConnectionRefused);
-    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"),
-              LDS::PortalServerStatus::InsecureConnectionRefused);
+    store.SetPortalServerStatus("https://a.example", Status::InsecureConnectionRefused);
+    EXPECT_EQ(store.GetPortalServerStatus("https://a.example"), Status::InsecureConnectionRefused);
     store.SetUserAccessed("https://a.example", "anna");
     EXPECT_EQ(store.GetUserStatus("https://a.example", "anna"), LDS::UserStatus::Accessed);
 

@@ -60,27 +60,19 @@ TEST(UserContact, SimilarContactLooksAtWhatAUserSees) {
     ContactSpec base;
     base.sessions = {{"s1", "Inbox", "Lumbra"}};
     auto contact = base.Build();
-
-    ContactSpec renamed = base;
+    ContactSpec renamed = base, recoloured = base, noSent = base, nowActive = base;
     renamed.name = "Someone Else";
     renamed.userName = "else";
     renamed.ownerId = "u-2";
-    EXPECT_TRUE(contact->SimilarContact(*renamed.Build()));
-
-    ContactSpec recoloured = base;
     recoloured.color = Gfx::Color(10, 20, 31, 255);
-    EXPECT_FALSE(contact->SimilarContact(*recoloured.Build()));
-
-    ContactSpec noSent = base;
     noSent.mailboxes = {"Inbox"};
+    nowActive.activeSessions = {{"s1", "Inbox", "Lumbra"}};
+    EXPECT_TRUE(contact->SimilarContact(*renamed.Build()));
+    EXPECT_FALSE(contact->SimilarContact(*recoloured.Build()));
     EXPECT_FALSE(contact->SimilarContact(*noSent.Build()));
     // Having a mailbox more than this contact doesn't matter.
     EXPECT_TRUE(noSent.Build()->SimilarContact(*contact));
-
-    ContactSpec nowActive = base;
-    nowActive.activeSessions = {{"s1", "Inbox", "Lumbra"}};
     EXPECT_FALSE(contact->SimilarContact(*nowActive.Build()));
-
     EXPECT_FALSE(contact->SimilarContact(OtherContact("u-1")));
 }
 

@@ -21,8 +21,8 @@ TEST(UniString, CaseInsensitiveBeyondAscii) {
     EXPECT_FALSE(UniString("straße").IsEqual("STRASE", ZR::kIgnoreCase));
 
     EXPECT_EQ(UniString("ärger").Compare("ÄRGER", ZR::kIgnoreCase), 1);
-    EXPECT_EQ(UniString("ä").Compare("B", ZR::kIgnoreCase),
-              2);  // folded bytes, not the ASCII order of the letter
+    // Folded bytes, not the ASCII order of the letter.
+    EXPECT_EQ(UniString("ä").Compare("B", ZR::kIgnoreCase), 2);
     EXPECT_EQ(UniString("a").Compare("B", ZR::kIgnoreCase), 0);
     EXPECT_EQ(UniString("a").Compare("B"), 2);
     EXPECT_EQ(UniString("ÄRGER").ToLowerCase(), "ärger");
