@@ -190,6 +190,8 @@ void PrepareCommandLine(CLI::App& app) {
     if (app.get_footer().find(kFooter) == std::string::npos)
         app.footer(app.get_footer().empty() ? kFooter : app.get_footer() + "\n\n" + kFooter);
     for (CLI::Option* option : app.get_options()) {
+        // A flag is given or not: "--json=no" would be a trap.
+        if (option->get_expected_max() == 0) option->disable_flag_override();
         if (option->get_expected_min() == 0 || option->get_positional()) continue;
         const std::string type = option->get_type_name();
         const bool path = type == "DIR" || type == "FILE" || type == "URL";
@@ -249,20 +251,9 @@ std::string ParseErrorText(CLI::App& app, const CLI::ParseError& error, int argc
     }
     if (dynamic_cast<const CLI::RequiredError*>(&error))
         if (std::optional<std::string> missing = Missing(chain)) return *missing + seeHelp;
-    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error)) {
-        for (const CLI::App* command : chain)
-            for (const CLI::Option* option : command->get_options())
-                if (!option->get_positional() && option->get_items_expected_max() > 0 &&
-                    option->results().size() >
-                        static_cast<std::size_t>(option->get_items_expected_max()))
-                    return option->get_name() + " is given more than once" + seeHelp;
-        // Otherwise the line ended where the option's value should have come.
-        if (argc > 1)
-            if (const CLI::Option* option = FindOption(chain, OptionName(argv[argc - 1])))
-                return option->get_name() + " needs a value" + seeHelp;
-    }
-    if (dynamic_cast<const CLI::ConversionError*>(&error)) {
-        // A flag given a value: "--json=yes".
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) ||
+        dynamic_cast<const CLI::ConversionError*>(&error)) {
+        // A flag given a value ("--json=yes") stops the parse where it stands.
         for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
             const std::string word = argv[i];
             if (word.rfind("--", 0) != 0 || word.find('=') == std::string::npos) continue;
@@ -270,6 +261,16 @@ std::string ParseErrorText(CLI::App& app, const CLI::ParseError& error, int argc
             if (option && option->get_expected_max() == 0)
                 return option->get_name() + " takes no value" + seeHelp;
         }
+        for (const CLI::App* command : chain)
+            for (const CLI::Option* option : command->get_options())
+                if (!option->get_positional() && option->get_items_expected_max() > 0 &&
+                    option->results().size() >
+                        static_cast<std::size_t>(option->get_items_expected_max()))
+                    return option->get_name() + " is given more than once" + seeHelp;
+        // Otherwise the line ended where the option's value should have come.
+        if (argc > 1 && IsOptionWord(argv[argc - 1]))
+            if (const CLI::Option* option = FindOption(chain, OptionName(argv[argc - 1])))
+                return option->get_name() + " needs a value" + seeHelp;
     }
     return "the command line could not be read" + seeHelp;
 }
