@@ -100,6 +100,7 @@ TEST_F(KrctlCommandLineTest, NoWordInTheWrongPlaceIsRepeatedByAnyCommand) {
 
 TEST_F(KrctlCommandLineTest, EachMistakeNamesTheOptionOrThePositionOfTheWord) {
     globals.clear();  // positions count from the first word after krctl
+    krtest::WriteFile(Log(), "");
     const Words project = {"--server", "https://srv", "--user", "anna", "--path", "/p"};
     auto with = [](Words a, const Words& b) {
         a.insert(a.end(), b.begin(), b.end());
@@ -139,6 +140,14 @@ TEST_F(KrctlCommandLineTest, EachMistakeNamesTheOptionOrThePositionOfTheWord) {
         {{"--wait", "1e400", "registry", "list"}, "--wait " + seconds},
         {{"--wait", "nan", "registry", "list"}, "--wait " + seconds},
         {{"lock", "hold", "--seconds", "86400.5"}, "--seconds " + seconds},
+        // Mistakes found after parsing exit 2 as well, in every command.
+        {{"--base-folder", Log(), "login", "list"}, "--base-folder " + Log() + " is not a folder"},
+        {with({"--base-folder", Base(), "cache", "create", "--main-folder", Data()},
+              {"--server", "ftp://srv", "--user", "anna", "--path", "/p"}),
+         "the server URL must begin with http:// or https://"},
+        {{"--base-folder", Base(), "--create", "--data-folder", Data(), "options", "set",
+          "dataFolder", ""},
+         "dataFolder: a folder is named by a path, not an empty word"},
     };
     for (const auto& [args, says] : cases) {
         auto r = Run(args);

@@ -82,7 +82,8 @@ std::string TimeText(std::int32_t time);
 void PutTime(Json& object, const std::string& key, std::int32_t time);
 // "what: reason" for the errno of a failed file operation on path.
 std::string FileFailure(const std::string& what, const std::string& path, int error);
-// The absolute, normalised form of a folder given on the command line.
+// The absolute, normalised form of a folder given on the command line;
+// UsageError for an empty one.
 std::string AbsoluteFolder(const std::string& path);
 
 // text as one line for a terminal: control characters escaped ("\\n", "\\x1b"),

@@ -69,6 +69,7 @@ std::string FileFailure(const std::string& what, const std::string& path, int er
 }
 
 std::string AbsoluteFolder(const std::string& path) {
+    if (path.empty()) throw UsageError("a folder is named by a path, not an empty word");
     return std::filesystem::absolute(path).lexically_normal().string();
 }
 

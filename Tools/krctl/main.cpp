@@ -197,6 +197,9 @@ int main(int argc, char** argv) {
 
     try {
         if (!options.baseFolder.empty()) options.baseFolder = AbsoluteFolder(options.baseFolder);
+        // As --data-folder: naming a file is a usage mistake, not a failure of the library.
+        if (struct stat st{}; stat(options.baseFolder.c_str(), &st) == 0 && !S_ISDIR(st.st_mode))
+            throw UsageError("--base-folder " + options.baseFolder + " is not a folder");
         CheckDataFolder(options);
         ScratchFolder scratch(options);
         if (!options.computerName.empty())
