@@ -86,6 +86,14 @@ struct Extra {
     std::string word;
 };
 
+// The words a positional holds beyond its limit: one that takes "0 or 1" words
+// takes any number, and the parser only counts them afterwards.
+std::size_t FirstSurplus(const CLI::Option* option) {
+    const int limit = option->get_items_expected_max();
+    return option->get_positional() && limit >= 0 ? static_cast<std::size_t>(limit)
+                                                  : option->results().size();
+}
+
 // A position mark stands for a plain word in the second parse.
 constexpr char kMark = '\x01';
 
@@ -94,7 +102,8 @@ constexpr char kMark = '\x01';
 // replaced by a mark of its position. Whether a word is a value, an option or
 // a command never depends on a value's text, so the same words are left over,
 // and those that are marks tell where they stood. Option words and command
-// names keep their text; they are placed by their first and last occurrence.
+// names keep their text: an option word left over is taken to be its first
+// occurrence, a command name its last (the one before it was the command).
 std::optional<Extra> FirstExtra(CLI::App& app, int argc, const char* const* argv) {
     std::vector<std::string> commands;
     CollectCommandNames(&app, commands);
@@ -140,14 +149,9 @@ std::optional<Extra> FirstExtra(CLI::App& app, int argc, const char* const* argv
     };
     for (CLI::App* command : Chain(app)) {
         for (const std::string& word : command->remaining()) consider(word);
-        // A positional that takes any number of words holds those beyond its limit.
-        for (const CLI::Option* option : command->get_options()) {
-            const auto& results = option->results();
-            if (!option->get_positional() || option->get_items_expected_max() < 0) continue;
-            for (std::size_t k = static_cast<std::size_t>(option->get_items_expected_max());
-                 k < results.size(); ++k)
-                consider(results[k]);
-        }
+        for (const CLI::Option* option : command->get_options())
+            for (std::size_t k = FirstSurplus(option); k < option->results().size(); ++k)
+                consider(option->results()[k]);
     }
     return first;
 }
@@ -156,10 +160,7 @@ bool HasLeftOver(const std::vector<CLI::App*>& chain) {
     for (const CLI::App* command : chain) {
         if (command->remaining_size() > 0) return true;
         for (const CLI::Option* option : command->get_options())
-            if (option->get_positional() && option->get_items_expected_max() >= 0 &&
-                option->results().size() >
-                    static_cast<std::size_t>(option->get_items_expected_max()))
-                return true;
+            if (FirstSurplus(option) < option->results().size()) return true;
     }
     return false;
 }
