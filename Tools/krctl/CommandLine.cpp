@@ -194,21 +194,34 @@ void PrepareCommandLine(CLI::App& app) {
         // A flag is given or not: "--json=no" would be a trap.
         if (option->get_expected_max() == 0) option->disable_flag_override();
         if (option->get_expected_min() == 0 || option->get_positional()) continue;
-        const std::string type = option->get_type_name();
-        const bool path = type == "DIR" || type == "FILE" || type == "URL";
+        // Only these take an empty value, which means "none".
+        const std::string name = option->get_name();
+        const bool mayBeEmpty = name == "--token" || name == "--full-name" || name == "--name" ||
+                                name == "--computer-name" || name == "--state";
         option->check(CLI::Validator(
-            [name = option->get_name(), path](std::string& value) {
+            [name, mayBeEmpty](std::string& value) {
                 // "--main-folder --server X" must not take "--server" as the folder;
                 // a value that truly begins with "--" can't be given.
                 if (value.rfind("--", 0) == 0)
                     throw UsageError(name + " needs a value, not an option");
-                if (path && value.empty()) throw UsageError(name + " needs a value");
+                if (value.empty() && !mayBeEmpty) throw UsageError(name + " needs a value");
                 return std::string();
             },
             "", "KrctlValue"));
     }
     for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
         PrepareCommandLine(*sub);
+}
+
+CLI::Option* TakesFolderName(CLI::Option* option) {
+    return option->check(CLI::Validator(
+        [text = option->get_name() +
+                " needs the name of a folder in --data-folder, not a path"](std::string& value) {
+            if (value.find('/') != std::string::npos || value == "." || value == "..")
+                throw UsageError(text);
+            return std::string();
+        },
+        "", "FolderName"));
 }
 
 CLI::Option* TakesSeconds(CLI::Option* option, double max) {

@@ -11,9 +11,11 @@ namespace krctl {
 
 // Run on the whole tree once every command is added: the exit codes in every
 // help, and on every option that takes a value the checks that the value is no
-// option ("--main-folder --server X") and that a folder, file or URL is not empty.
+// option ("--main-folder --server X") and, unless empty means "none", not empty.
 void PrepareCommandLine(CLI::App& app);
 
+// The option takes the name of a folder in the data folder, not a path.
+CLI::Option* TakesFolderName(CLI::Option* option);
 // The option takes a number of seconds from 0 to max.
 CLI::Option* TakesSeconds(CLI::Option* option, double max);
 

@@ -148,12 +148,12 @@ int main(int argc, char** argv) {
                    "folder given to the registry (holds KRDataOptions.xml); must exist")
         ->type_name("DIR");
     app.add_flag("--create", options.create, "make --data-folder if it does not exist");
-    app.add_option("--project-cache", options.projectCache,
-                   "name of the project cache folder (default Projects)")
-        ->type_name("NAME");
-    app.add_option("--lib-cache", options.libCache,
-                   "name of the library cache folder (default Libraries)")
-        ->type_name("NAME");
+    TakesFolderName(app.add_option("--project-cache", options.projectCache,
+                                   "name of the project cache folder (default Projects)")
+                        ->type_name("NAME"));
+    TakesFolderName(app.add_option("--lib-cache", options.libCache,
+                                   "name of the library cache folder (default Libraries)")
+                        ->type_name("NAME"));
     TakesSeconds(app.add_option("--wait", options.waitSeconds,
                                 "wait at most this long (up to a day) for the registry lock, "
                                 "then fail with nothing changed")
