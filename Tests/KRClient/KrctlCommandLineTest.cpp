@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -21,18 +20,16 @@ protected:
     // that reach it, with a value for each of its positionals, so that one word
     // more is one too many.
     void FindCommands(const Words& words, std::vector<Words>& commands) const {
-        std::istringstream help(Run([&] {
-                                    Words w = words;
-                                    w.push_back("--help");
-                                    return w;
-                                }())
-                                    .out);
+        Words ask = words;
+        ask.push_back("--help");
+        std::istringstream help(Run(ask).out);
         Words reach = words, subcommands;
         std::string line;
         bool inSubcommands = false;
         while (std::getline(help, line)) {
             if (line.rfind("Usage: krctl", 0) == 0) {
-                std::istringstream usage(line.substr(line.find("[OPTIONS]") + 9));
+                // "Usage: krctl emulate [OPTIONS] SCENARIO SUBCOMMAND"
+                std::istringstream usage(line.substr(line.find(']') + 1));
                 for (std::string word; usage >> word;)
                     if (word != "SUBCOMMAND") reach.push_back("value");
             } else if (line == "Subcommands:") {
