@@ -82,12 +82,13 @@ TEST_F(KrctlEmulateMembersTest, ListsTheMembersWithTheirPermissions) {
 }
 
 TEST_F(KrctlEmulateMembersTest, AProjectThatDoesNotOpenFailsWithOneLine) {
+    // A user the scenario lacks is not there, as an unknown user of the login data.
     auto unknownUser = Members("dora", "/F/Tower", true);
-    EXPECT_EQ(unknownUser.exitCode, 2);
+    EXPECT_EQ(unknownUser.exitCode, 1);
     EXPECT_TRUE(unknownUser.out.empty()) << unknownUser.out;
     EXPECT_EQ(std::count(unknownUser.err.begin(), unknownUser.err.end(), '\n'), 1)
         << unknownUser.err;
-    EXPECT_EQ(Json::parse(unknownUser.err)["code"], 2) << unknownUser.err;
+    EXPECT_EQ(Json::parse(unknownUser.err)["code"], 1) << unknownUser.err;
 
     auto unknownProject = Members("anna", "/F/Nowhere", false);
     EXPECT_EQ(unknownProject.exitCode, 1);

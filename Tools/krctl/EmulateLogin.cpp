@@ -33,7 +33,6 @@ using S = ZR::UniString;
 struct LoginArgs {
     std::string url, user, stateKey, state;
     bool hasState = false;
-    std::vector<std::string> extra;
 };
 
 // One line of standard input; from a terminal, asked for and read without echo.
@@ -118,8 +117,6 @@ private:
 
 int RunLogin(const GlobalOptions& options, const LoginArgs& args, const std::string& scenario,
              bool update) {
-    if (!args.extra.empty())
-        throw UsageError("login takes URL and USER only; the password is read from standard input");
     CheckServerUrl(args.url);
     if (args.stateKey.empty() == args.user.empty())
         throw UsageError("login needs USER, or --state-key and --state for a state login");
@@ -180,9 +177,6 @@ void AddEmulateLoginCommand(CLI::App* emulate, const GlobalOptions& options, Act
     login->add_option("--state", args->state, "the session state of --state-key")
         ->type_name("STATE")
         ->each([args](const std::string&) { args->hasState = true; });
-    // A word too many may be a password typed on the line: refused without
-    // being repeated.
-    login->add_option("EXTRA", args->extra)->group("");
     login->callback([&options, action, args, &scenario, &update] {
         *action = [&options, args, &scenario, &update] {
             return RunLogin(options, *args, scenario, update);

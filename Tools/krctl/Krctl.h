@@ -66,8 +66,9 @@ void WithField(const std::string& field, F&& body) {
     }
 }
 
-// Refuses (UsageError) a server URL that carries a user name or password:
-// such a URL would be stored and shown. The text of the error leaves the URL out.
+// Refuses (UsageError) a server URL that is not http or https, or that carries
+// a user name or password: such a URL would be stored and shown. The text of
+// the error leaves the URL out.
 void CheckServerUrl(const std::string& url);
 
 // JSON text in which bytes that are not UTF-8 become U+FFFD, so that one bad
@@ -81,8 +82,13 @@ std::string TimeText(std::int32_t time);
 void PutTime(Json& object, const std::string& key, std::int32_t time);
 // "what: reason" for the errno of a failed file operation on path.
 std::string FileFailure(const std::string& what, const std::string& path, int error);
-// The absolute, normalised form of a folder given on the command line.
+// The absolute, normalised form of a folder given on the command line;
+// UsageError for an empty one.
 std::string AbsoluteFolder(const std::string& path);
+
+// text as one line for a terminal: control characters escaped ("\\n", "\\x1b"),
+// and cut if it is very long.
+std::string OneLine(const std::string& text);
 
 // A message on standard error that is not the result (progress, waiting).
 void Note(const GlobalOptions& options, const std::string& text);

@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "CommandLine.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegisteredProjects.h"
@@ -413,10 +414,10 @@ void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action
     auto seconds = std::make_shared<double>(0);
     CLI::App* hold = cmd->add_subcommand(
         "hold", "take the lock, print \"locked\" and a monotonic time in ms, hold it, let go");
-    hold->add_option("--seconds", *seconds, "how long to hold it")
-        ->required()
-        ->type_name("N")
-        ->check(CLI::Range(0.0, 86400.0));
+    TakesSeconds(hold->add_option("--seconds", *seconds, "how long to hold it (up to a day)")
+                     ->required()
+                     ->type_name("N"),
+                 86400);
     hold->callback([&options, action, seconds] {
         *action = [&options, seconds] { return HoldLock(options, *seconds); };
     });

@@ -1,5 +1,6 @@
 // Values and output shared by the commands of krctl.
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -35,6 +36,10 @@ std::string Dump(const Json& value, int indent) {
 }
 
 void CheckServerUrl(const std::string& url) {
+    std::string scheme = url.substr(0, url.find("://") + 3);
+    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (scheme != "http://" && scheme != "https://")
+        throw UsageError("the server URL must begin with http:// or https://");
     if (KRC::ServerUrlHasUserInfo(ZR::UniString(url)))
         throw UsageError(
             "the server URL holds a user name or password; give the server without them (users "
@@ -64,14 +69,38 @@ std::string FileFailure(const std::string& what, const std::string& path, int er
 }
 
 std::string AbsoluteFolder(const std::string& path) {
+    if (path.empty()) throw UsageError("a folder is named by a path, not an empty word");
     return std::filesystem::absolute(path).lexically_normal().string();
+}
+
+std::string OneLine(const std::string& text) {
+    // Enough for any path; a line longer than this is hostile, not helpful.
+    constexpr std::size_t kLongest = 4096;
+    std::string line;
+    for (char c : text) {
+        if (line.size() >= kLongest) {
+            line += "...";
+            break;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            line += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+            line += escaped;
+        } else {
+            line += c;
+        }
+    }
+    return line;
 }
 
 void Note(const GlobalOptions& options, const std::string& text) {
     if (options.json)
         std::fprintf(stderr, "%s\n", Dump(Json{{"note", text}}).c_str());
     else
-        std::fprintf(stderr, "krctl: %s\n", text.c_str());
+        std::fprintf(stderr, "krctl: %s\n", OneLine(text).c_str());
 }
 
 }  // namespace krctl

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "CommandLine.h"
 #include "Doctor.h"
 #include "KRClient/KRClient.h"
 #include "Krctl.h"
@@ -24,10 +25,6 @@ const char* const kDescription =
     "krctl reads and changes a KRClient data folder with the library itself: cache\n"
     "records, the registry, its options and lock, and the login data. Global options\n"
     "may stand anywhere on the line; -- ends the options.";
-const char* const kFooter =
-    "Exit codes: 0 done; 1 a failure, or what was asked for is not there; 2 a usage error.\n"
-    "With --json, results are JSON on standard output and errors are\n"
-    "{\"error\": TEXT, \"code\": EXIT_CODE} on standard error.";
 
 // --json decides the form of errors, even those of parsing itself.
 bool JsonRequested(int argc, char** argv) {
@@ -42,7 +39,7 @@ int ReportError(bool json, const std::string& message, int code) {
     if (json)
         std::fprintf(stderr, "%s\n", Dump(Json{{"error", message}, {"code", code}}).c_str());
     else
-        std::fprintf(stderr, "krctl: %s\n", message.c_str());
+        std::fprintf(stderr, "krctl: %s\n", OneLine(message).c_str());
     return code;
 }
 
@@ -132,25 +129,6 @@ void CheckDataFolder(GlobalOptions& options) {
     chmod(options.dataFolder.c_str(), 0700);
 }
 
-// An option followed by another option has no value: "--main-folder --server X"
-// must not take "--server" as the folder. A value that truly begins with "--"
-// can't be given.
-void RefuseOptionsAsValues(CLI::App& app) {
-    // Every level's help tells the exit codes.
-    if (app.get_footer().find(kFooter) == std::string::npos)
-        app.footer(app.get_footer().empty() ? kFooter : app.get_footer() + "\n\n" + kFooter);
-    static const CLI::Validator notAnOption(
-        [](std::string& value) {
-            return value.rfind("--", 0) == 0 ? "needs a value, not the option " + value
-                                             : std::string();
-        },
-        "", "NotAnOption");
-    for (CLI::Option* option : app.get_options())
-        if (option->get_expected_min() > 0 && !option->get_positional()) option->check(notAnOption);
-    for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
-        RefuseOptionsAsValues(*sub);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -159,7 +137,6 @@ int main(int argc, char** argv) {
     Action action;
 
     CLI::App app{kDescription, "krctl"};
-    app.footer(kFooter);
     app.set_version_flag("--version", "krctl " KRCTL_VERSION);
     app.require_subcommand(1);
     // Subcommands made after this hand the options they don't know to their parent.
@@ -171,16 +148,17 @@ int main(int argc, char** argv) {
                    "folder given to the registry (holds KRDataOptions.xml); must exist")
         ->type_name("DIR");
     app.add_flag("--create", options.create, "make --data-folder if it does not exist");
-    app.add_option("--project-cache", options.projectCache,
-                   "name of the project cache folder (default Projects)")
-        ->type_name("NAME");
-    app.add_option("--lib-cache", options.libCache,
-                   "name of the library cache folder (default Libraries)")
-        ->type_name("NAME");
-    app.add_option("--wait", options.waitSeconds,
-                   "wait at most this long for the registry lock, then fail with nothing changed")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber);
+    TakesFolderName(app.add_option("--project-cache", options.projectCache,
+                                   "name of the project cache folder (default Projects)")
+                        ->type_name("NAME"));
+    TakesFolderName(app.add_option("--lib-cache", options.libCache,
+                                   "name of the library cache folder (default Libraries)")
+                        ->type_name("NAME"));
+    TakesSeconds(app.add_option("--wait", options.waitSeconds,
+                                "wait at most this long (up to a day) for the registry lock, "
+                                "then fail with nothing changed")
+                     ->type_name("SECONDS"),
+                 86400);
     app.add_option("--log-file", options.logFile, "write every log line of the run there")
         ->type_name("FILE");
     app.add_flag("--json", options.json, "results as JSON on standard output, errors as JSON");
@@ -195,8 +173,13 @@ int main(int argc, char** argv) {
     AddLockCommands(app, options, &action);
     AddDoctorCommand(app, options, &action);
     AddEmulateCommands(app, options, &action);
-    RefuseOptionsAsValues(app);
+    PrepareCommandLine(app);
 
+    // krctl alone: how to use it.
+    if (argc == 1) {
+        std::fprintf(stderr, "%s", app.help().c_str());
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -206,19 +189,17 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        // "A subcommand is required" for a word that is none: name the word.
-        std::vector<std::string> left = app.remaining();
-        for (CLI::App* sub : app.get_subcommands()) {
-            std::vector<std::string> more = sub->remaining();
-            left.insert(left.end(), more.begin(), more.end());
-        }
-        if (dynamic_cast<const CLI::RequiredError*>(&e) && !left.empty())
-            return ReportError(jsonErrors, "unknown command '" + left.front() + "'", kExitUsage);
+        return ReportError(jsonErrors, ParseErrorText(app, e, argc, argv), kExitUsage);
+    } catch (const UsageError& e) {
+        // A value refused while parsing.
         return ReportError(jsonErrors, e.what(), kExitUsage);
     }
 
     try {
         if (!options.baseFolder.empty()) options.baseFolder = AbsoluteFolder(options.baseFolder);
+        // As --data-folder: naming a file is a usage mistake, not a failure of the library.
+        if (struct stat st{}; stat(options.baseFolder.c_str(), &st) == 0 && !S_ISDIR(st.st_mode))
+            throw UsageError("--base-folder " + options.baseFolder + " is not a folder");
         CheckDataFolder(options);
         ScratchFolder scratch(options);
         if (!options.computerName.empty())
