@@ -10,6 +10,8 @@
 #include <memory>
 #include <thread>
 
+#include "DataFolder.h"
+#include "KRCB/Paths.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegisteredProjects.h"
@@ -30,8 +32,10 @@ const char* const kProperties =
 const char* const kOptionFields =
     "FIELD is one of: enableAutoClean periodTime lastUsedDays lastRunTime dataFolder";
 
+// For a command that changes the folder: the library starts only once it can
+// work there, and makes what is missing.
 void StartRegistry(const GlobalOptions& options) {
-    if (options.dataFolder.empty()) throw UsageError("this command needs --data-folder DIR");
+    CheckDataFolderBeforeStart(options, Access::Change);
     RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
                              ZR::UniString(options.projectCache), ZR::UniString(options.libCache));
 }
@@ -75,17 +79,29 @@ Json ProjectToJson(const KRC::RegisteredProject& p) {
     return json;
 }
 
+// The records of the data folder, read one by one as the registry reads them
+// but without its start, which would make the folders it misses. Those that
+// can't be read are counted.
+RecordWalk ReadRecords(const GlobalOptions& options) {
+    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
+    RecordWalk walk;
+    if (view.localPresent) walk = WalkRecords(view.projectsFolder);
+    if (!walk.unreadable.empty())
+        Note(options,
+             std::to_string(walk.unreadable.size()) + " damaged record(s): run krctl doctor");
+    return walk;
+}
+
 int List(const GlobalOptions& options, const ProjectArgs& filter) {
     if (!filter.server.empty()) CheckServerUrl(filter.server);
-    WriteWatch watch;
-    StartRegistry(options);
+    RecordWalk walk = ReadRecords(options);
+    const ZR::UniString user(filter.user), server(filter.server);
     Json list = Json::array();
-    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(filter.user),
-                                                     ZR::UniString(filter.server), nullptr};
-         it != nullptr; ++it)
-        list.push_back(ProjectToJson(*it));
-    // Without readable options the data folder is unknown: an empty list would be a lie.
-    watch.ThrowIfFailed();
+    for (const auto& info : walk.records)
+        if ((user.IsEmpty() || user.IsEqual(info->GetLoginName(), ZR::kIgnoreCase)) &&
+            (server.IsEmpty() ||
+             KRCB::IsEqualServerUrls(server, info->GetPortalServerUrl(), false)))
+            list.push_back(ProjectToJson(KRC::RegisteredProject(info.get())));
     if (options.json) {
         PrintJson(list);
         return kExitDone;
@@ -117,14 +133,28 @@ void PrintFolder(const GlobalOptions& options, const IO::Location& folder, const
     }
 }
 
+// The registry's look-up: path and user alike but for case, and the first
+// strict match of the server, or else its one loose match.
 int Find(const GlobalOptions& options, const ProjectArgs& project) {
-    IO::Location location = project.Location();
-    WriteWatch watch;
-    StartRegistry(options);
-    IO::Location folder = registeredProjects.GetCacheDataFolder(location);
-    watch.ThrowIfFailed();
-    if (folder.IsEmpty()) FindFolder(project);
-    PrintFolder(options, folder, Json::object());
+    project.Location();  // refuses a URL with a user name or password
+    RecordWalk walk = ReadRecords(options);
+    const ZR::UniString server(project.server), user(project.user), path(project.path);
+    const KRC::CachedProjectInfo* strict = nullptr;
+    std::vector<const KRC::CachedProjectInfo*> loose;
+    for (const auto& info : walk.records) {
+        if (!path.IsEqual(info->GetProjectPath(), ZR::kIgnoreCase) ||
+            !user.IsEqual(info->GetLoginName(), ZR::kIgnoreCase))
+            continue;
+        if (KRCB::IsEqualServerUrls(info->GetPortalServerUrl(), server, true)) {
+            strict = info.get();
+            break;
+        }
+        if (KRCB::IsEqualServerUrls(info->GetPortalServerUrl(), server, false))
+            loose.push_back(info.get());
+    }
+    if (!strict && loose.size() == 1) strict = loose[0];
+    if (!strict) FindFolder(project);
+    PrintFolder(options, strict->GetCacheFolderLocation(), Json::object());
     return kExitDone;
 }
 
@@ -240,25 +270,38 @@ int SetProperty(const GlobalOptions& options, const ProjectArgs& project,
     return kExitDone;
 }
 
-Json OptionsToJson() {
-    Json json{
-        {"dataFolder", registeredProjects.GetKRDataFolder().ToPath().Std()},
-        {"mainProjectCacheFolder",
-         registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std()},
-        {"mainLibCacheFolder", registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std()},
-        {"enableAutoClean", registeredProjects.GetEnableAutoClean()},
-        {"periodTime", registeredProjects.GetPeriodTime()},
-        {"lastUsedDays", registeredProjects.GetLastUsedDays()}};
-    PutTime(json, "lastRunTime", registeredProjects.GetLastRunTime());
+Json OptionsToJson(const std::string& dataFolder, const std::string& projects,
+                   const std::string& libs, bool enable, int period, int lastUsed, int lastRun) {
+    Json json{{"dataFolder", dataFolder},   {"mainProjectCacheFolder", projects},
+              {"mainLibCacheFolder", libs}, {"enableAutoClean", enable},
+              {"periodTime", period},       {"lastUsedDays", lastUsed}};
+    PutTime(json, "lastRunTime", lastRun);
     return json;
 }
 
+Json OptionsToJson() {
+    return OptionsToJson(registeredProjects.GetKRDataFolder().ToPath().Std(),
+                         registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std(),
+                         registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std(),
+                         registeredProjects.GetEnableAutoClean(),
+                         registeredProjects.GetPeriodTime(), registeredProjects.GetLastUsedDays(),
+                         registeredProjects.GetLastRunTime());
+}
+
+// The file as the library reads it; without one, the defaults a start would write.
 int ShowOptions(const GlobalOptions& options) {
-    WriteWatch watch;
-    StartRegistry(options);
-    Json json = OptionsToJson();
-    // Values that were not read are not shown.
-    watch.ThrowIfFailed();
+    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
+    const KRC::KRDataOptions::Values& v = view.values;
+    if (!view.optionsPresent)
+        Note(options, "no options in " + Printable(view.optionsFile) + ": the defaults");
+    const std::string& d = view.localDataFolder;
+    Json json = view.optionsPresent
+                    ? OptionsToJson(d, d + "/" + options.projectCache, d + "/" + options.libCache,
+                                    v.enableAutoClean, v.periodTime, v.lastUsedDays, v.lastRunTime)
+                    : OptionsToJson(d, d + "/" + options.projectCache, d + "/" + options.libCache,
+                                    true, KRC::KRDataOptions::kDefaultPeriodTime,
+                                    KRC::KRDataOptions::kDefaultLastUsedDays,
+                                    KRC::dataOptions.GetLastRunTime());
     if (options.json) {
         PrintJson(json);
         return kExitDone;
@@ -357,6 +400,7 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
     list->add_option("--server", filter->server, "only those of this server")->type_name("URL");
     list->add_option("--user", filter->user, "only those of this login name")->type_name("NAME");
     list->callback([&options, action, filter] {
+        options.readsOnly = true;
         *action = [&options, filter] { return List(options, *filter); };
     });
 
@@ -365,6 +409,7 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
         "find", "print the cache folder of a project (exit 1 if there is none)");
     project->AddTo(find, true);
     find->callback([&options, action, project] {
+        options.readsOnly = true;
         *action = [&options, project] { return Find(options, *project); };
     });
 
@@ -395,7 +440,10 @@ void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* act
     CLI::App* cmd = app.add_subcommand("options", "the data options of --data-folder");
     cmd->require_subcommand(1);
     CLI::App* show = cmd->add_subcommand("show", "show the options");
-    show->callback([&options, action] { *action = [&options] { return ShowOptions(options); }; });
+    show->callback([&options, action] {
+        options.readsOnly = true;
+        *action = [&options] { return ShowOptions(options); };
+    });
 
     auto args = std::make_shared<std::array<std::string, 2>>();
     CLI::App* set = cmd->add_subcommand("set", "change one option, under the registry lock");
