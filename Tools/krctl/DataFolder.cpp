@@ -126,8 +126,8 @@ DataFolderView CheckDataFolderBeforeStart(const GlobalOptions& options, Access a
         if (access == Access::Change && !options.followOptions)
             throw Failure("the options of " + Printable(folder) + " point outside it, at " + local +
                           "; nothing changed (give --follow-options to work there)");
-        Note(options,
-             "working in " + local + ", where the options of " + Printable(folder) + " point");
+        Note(options, std::string(access == Access::Read ? "reading from " : "changing ") + local +
+                          ", where the options of " + Printable(folder) + " point");
     }
     if (stat(view.localDataFolder.c_str(), &st) == 0) {
         if (!S_ISDIR(st.st_mode))
