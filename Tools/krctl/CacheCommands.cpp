@@ -241,6 +241,7 @@ void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* actio
     CLI::App* show = cache->add_subcommand("show", "show the record of a cache folder");
     show->add_option("CACHE_FOLDER", *folder, "the cache folder")->required();
     show->callback([&options, action, folder] {
+        options.readsOnly = true;
         *action = [&options, folder] { return Show(options, *folder); };
     });
 

@@ -190,7 +190,10 @@ std::string LoginDataProblem(const std::string& baseFolder) {
     try {
         KRCB::LoginDataStore::LoginDataStore::FromJson(text);
     } catch (const KRCB::LoginDataStore::LoginDataStoreException& e) {
-        return e.GetMessage().Std();
+        // The reader's own text, without its "Login data: ".
+        std::string text = e.GetMessage().Std();
+        const std::string prefix = "Login data: ";
+        return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
     }
     return std::string();
 }
