@@ -190,10 +190,12 @@ std::string LoginDataProblem(const std::string& baseFolder) {
     try {
         KRCB::LoginDataStore::LoginDataStore::FromJson(text);
     } catch (const KRCB::LoginDataStore::LoginDataStoreException& e) {
-        // The reader's own text, without its "Login data: ".
+        // The reader's own text, in the form of the reasons above.
         std::string text = e.GetMessage().Std();
-        const std::string prefix = "Login data: ";
-        return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
+        for (const std::string prefix : {"Login data: ", "the file is "})
+            if (text.rfind(prefix, 0) == 0) text.erase(0, prefix.size());
+        if (!text.empty() && text.back() == '.') text.pop_back();
+        return text;
     }
     return std::string();
 }
