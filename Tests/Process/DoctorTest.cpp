@@ -133,6 +133,12 @@ TEST_F(DoctorTest, RepairActsOnlyInsideTheGivenFolderAndSetsAsideWhatCannotBeRea
         krtest::WriteFile(Data() + "/Projects/" + name + "/CacheInfo.xml", "<garbage");
     }
     fs::create_directories(Data() + "/Projects/folder/CacheInfo.xml");  // not a file at all
+    Record("new\nline", "https://srv", "/A/N\x1b[2J", "anna");
+    auto list = Run({"registry", "list"});
+    EXPECT_NE(list.out.find("/Projects/new\\nline  https://srv  anna  /A/N\\x1b[2J\n"),
+              std::string::npos)
+        << list.out;
+    EXPECT_EQ(list.err, "krctl: 3 damaged record(s): run krctl doctor\n");
     const std::string copy = temp.Sub("copy");
     fs::copy(Data(), copy, fs::copy_options::recursive);
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 
+#include "DataFolder.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
@@ -136,7 +137,7 @@ void PrintRecord(const Json& record) {
             text = Dump(value);
         if (record.contains(key + "Text"))
             text += " (" + record[key + "Text"].get<std::string>() + ")";
-        std::printf("%-34s %s\n", key.c_str(), text.c_str());
+        std::printf("%-34s %s\n", key.c_str(), Printable(text, 4096).c_str());
     }
 }
 

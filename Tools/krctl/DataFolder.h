@@ -18,6 +18,9 @@ namespace krctl {
 // text with control characters escaped (\n, \x1b) and cut after max bytes,
 // so that one hostile name never breaks a line of output.
 std::string Printable(const std::string& text, std::size_t max = 256);
+inline std::string Printable(const Json& text, std::size_t max = 256) {
+    return Printable(text.get<std::string>(), max);
+}
 
 // Why a record or other small file can't be opened ("Permission denied",
 // "not a regular file"), without the library's retries; empty if it opens.

@@ -40,12 +40,12 @@ Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server&
 void PrintServer(const Json& server) {
     int version = server["version"].get<int>();
     std::printf("%s%s  \"%s\"  version %d.%d\n", server["active"].get<bool>() ? "* " : "  ",
-                server["url"].get<std::string>().c_str(),
-                server["friendlyName"].get<std::string>().c_str(), version / 100, version % 100);
+                Printable(server["url"], 4096).c_str(),
+                Printable(server["friendlyName"], 4096).c_str(), version / 100, version % 100);
     for (const Json& user : server["users"])
         std::printf("    %s%s  \"%s\"  token: %s\n", user["active"].get<bool>() ? "* " : "  ",
-                    user["name"].get<std::string>().c_str(),
-                    user["fullName"].get<std::string>().c_str(),
+                    Printable(user["name"], 4096).c_str(),
+                    Printable(user["fullName"], 4096).c_str(),
                     user["hasToken"].get<bool>() ? "yes" : "no");
 }
 

@@ -107,10 +107,9 @@ int List(const GlobalOptions& options, const ProjectArgs& filter) {
         return kExitDone;
     }
     for (const auto& p : list)
-        std::printf("%s  %s  %s  %s\n", p["cacheDataFolder"].get<std::string>().c_str(),
-                    p["serverUrl"].get<std::string>().c_str(),
-                    p["userName"].get<std::string>().c_str(),
-                    p["projectPath"].get<std::string>().c_str());
+        std::printf("%s  %s  %s  %s\n", Printable(p["cacheDataFolder"], 4096).c_str(),
+                    Printable(p["serverUrl"], 4096).c_str(), Printable(p["userName"], 4096).c_str(),
+                    Printable(p["projectPath"], 4096).c_str());
     std::printf("%zu project(s)\n", list.size());
     return kExitDone;
 }
@@ -129,7 +128,7 @@ void PrintFolder(const GlobalOptions& options, const IO::Location& folder, const
         json.update(more);
         PrintJson(json);
     } else {
-        std::printf("%s\n", folder.ToPath().ToCString());
+        std::printf("%s\n", Printable(folder.ToPath().Std(), 4096).c_str());
     }
 }
 
@@ -310,7 +309,7 @@ int ShowOptions(const GlobalOptions& options) {
         if (k.size() > 4 && k.compare(k.size() - 4, 4, "Text") == 0) continue;
         std::string text = v.is_string() ? v.get<std::string>() : v.dump();
         if (json.contains(k + "Text")) text += " (" + json[k + "Text"].get<std::string>() + ")";
-        std::printf("%-24s %s\n", k.c_str(), text.c_str());
+        std::printf("%-24s %s\n", k.c_str(), Printable(text, 4096).c_str());
     }
     return kExitDone;
 }
