@@ -425,6 +425,9 @@ Json Repair(const GlobalOptions& options, Json& left) {
     // still pointing at the original must not lead a repair there.
     const bool registryHere =
         (opts["state"] == "readable" || opts["state"] == "absent") && !opts.value("outside", false);
+    const std::string why = opts.value("outside", false)
+                                ? "outside the data folder"
+                                : "the options file is " + opts["state"].get<std::string>();
     auto here = [&](const std::string& path) {
         return Inside(path, options.dataFolder) ||
                (!options.baseFolder.empty() && Inside(path, options.baseFolder));
@@ -442,8 +445,8 @@ Json Repair(const GlobalOptions& options, Json& left) {
         lock.emplace(options);
         report = Examine(options);
     } else if (report["lock"]["state"] == "stale") {
-        left.push_back("the stale lock file " + report["lock"]["file"].get<std::string>() +
-                       ", outside the data folder");
+        left.push_back("the stale lock file " + report["lock"]["file"].get<std::string>() + " (" +
+                       why + ")");
     }
     fs::path quarantine;
     for (const Json& c : report["cacheFolders"]) {
@@ -451,7 +454,8 @@ Json Repair(const GlobalOptions& options, Json& left) {
         fs::path from = c["folder"].get<std::string>();
         if (!registryHere || !here(from.string())) {
             left.push_back("the " + c["state"].get<std::string>() + " cache folder " +
-                           from.string() + ", outside the data folder");
+                           from.string() + " (" + (registryHere ? "outside the data folder" : why) +
+                           ")");
             continue;
         }
         if (quarantine.empty()) {
@@ -468,7 +472,7 @@ Json Repair(const GlobalOptions& options, Json& left) {
     for (const Json& l : report["leftovers"]) {
         std::string path = l.get<std::string>();
         if (!here(path)) {
-            left.push_back("the leftover " + path + ", outside the data folder");
+            left.push_back("the leftover " + path + " (outside the data folder)");
             continue;
         }
         // Looked at again: a writer may have started on it since.

@@ -114,11 +114,14 @@ int List(const GlobalOptions& options, const ProjectArgs& filter) {
     return kExitDone;
 }
 
+[[noreturn]] void ThrowNotFound(const ProjectArgs& project) {
+    throw Failure("not found: no record of " + Printable(project.user) + " for " +
+                  Printable(project.path) + " on " + Printable(project.server));
+}
+
 IO::Location FindFolder(const ProjectArgs& project) {
     IO::Location folder = registeredProjects.GetCacheDataFolder(project.Location());
-    if (folder.IsEmpty())
-        throw Failure("not found: no record of " + project.user + " for " + project.path + " on " +
-                      project.server);
+    if (folder.IsEmpty()) ThrowNotFound(project);
     return folder;
 }
 
@@ -152,7 +155,7 @@ int Find(const GlobalOptions& options, const ProjectArgs& project) {
             loose.push_back(info.get());
     }
     if (!strict && loose.size() == 1) strict = loose[0];
-    if (!strict) FindFolder(project);
+    if (!strict) ThrowNotFound(project);
     PrintFolder(options, strict->GetCacheFolderLocation(), Json::object());
     return kExitDone;
 }
