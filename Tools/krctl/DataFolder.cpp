@@ -140,8 +140,6 @@ DataFolderView CheckDataFolderBeforeStart(const GlobalOptions& options, Access a
     view.projectsFolder = view.localDataFolder + "/" + options.projectCache;
     if (view.localPresent && IsFolder(view.projectsFolder))
         CheckFolderAccess(view.projectsFolder, access);
-    view.complete = view.optionsPresent && view.localPresent && IsFolder(view.projectsFolder) &&
-                    IsFolder(view.localDataFolder + "/" + options.libCache);
     return view;
 }
 

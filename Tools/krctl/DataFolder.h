@@ -35,9 +35,6 @@ struct DataFolderView {
     bool outside = false;         // localDataFolder lies outside --data-folder
     bool localPresent = false;    // localDataFolder is a folder
     std::string projectsFolder;   // the main project cache folder
-    // The library's start would make nothing: options, the local data folder
-    // and both main cache folders are there.
-    bool complete = false;
 };
 
 enum class Access { Read, Change };
