@@ -78,6 +78,13 @@ TEST_F(KrctlEmulateTest, TwoComputersClaimAndTakeOverOneSession) {
     const Json& sessions = state["servers"][0]["projects"][0]["sessions"];
     ASSERT_EQ(sessions.size(), 1u);
     EXPECT_EQ(sessions[0]["computer"], "PC-2");
+
+    // The login is remembered as a host's dialog leaves it: the record's user is known.
+    Json doctor = Json::parse(Run({"--json", "doctor"}).out);
+    EXPECT_EQ(doctor["loginData"]["state"], "readable");
+    EXPECT_EQ(doctor["unknownUsers"], Json::array()) << doctor.dump();
+    EXPECT_EQ(Json::parse(Run({"--json", "login", "list"}).out)["servers"][0]["friendlyName"],
+              "Emulated");
 }
 
 TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneLine) {

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
 
 #include "KRClient/CacheInfoFileBuilder.h"
 #include "Support/Krctl.h"
@@ -28,18 +30,7 @@ protected:
             Data() + "/Projects/" + folder, 10,
             {{"PortalServerUrl", server}, {"ProjectPath", path}, {"LoginName", user}});
     }
-    // Every path under the data folder with its size and modification time.
-    std::map<std::string, std::string> Snapshot() const {
-        std::map<std::string, std::string> files;
-        for (const auto& e : fs::recursive_directory_iterator(Data())) {
-            struct stat st {};
-            lstat(e.path().c_str(), &st);
-            files[e.path().string()] = std::to_string(st.st_size) + "/" +
-                                       std::to_string(st.st_mtim.tv_sec) + "." +
-                                       std::to_string(st.st_mtim.tv_nsec);
-        }
-        return files;
-    }
+    std::map<std::string, std::string> Snapshot() const { return KrctlRun::Snapshot(Data()); }
 };
 
 TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicates) {
@@ -107,32 +98,91 @@ TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicat
     EXPECT_EQ(Snapshot(), afterRepair);
 }
 
-TEST_F(DoctorTest, ACopyPointingAtItsOriginalUnknownUsersAndAHeldLock) {
+TEST_F(DoctorTest, UnknownUsersAndAHeldLock) {
     Record("known", "https://srv", "/A/P", "anna");
     Record("unknown", "https://srv", "/A/Q", "bert");
     ASSERT_EQ(Run({"--base-folder", Base(), "login", "add-server", "https://srv"}).exitCode, 0);
     ASSERT_EQ(Run({"--base-folder", Base(), "login", "add-user", "https://srv", "anna"}).exitCode,
               0);
-    {
-        krtest::ChildProcess holder(Krctl({"lock", "hold", "--seconds", "600"}));
-        std::string line;
-        ASSERT_TRUE(holder.ReadLine(&line));
-        auto doctor = Run({"--json", "--base-folder", Base(), "doctor"});
-        EXPECT_EQ(doctor.exitCode, 1) << doctor.err;
-        Json report = Json::parse(doctor.out);
-        EXPECT_EQ(report["lock"]["state"], "held");
-        ASSERT_EQ(report["unknownUsers"].size(), 1u);
-        EXPECT_EQ(report["unknownUsers"][0]["user"], "bert");
-        EXPECT_EQ(report["problems"], 1);
-    }
-    fs::remove(Data() + "/@DataOptions.Lock");  // left by the killed holder
+    krtest::ChildProcess holder(Krctl({"lock", "hold", "--seconds", "600"}));
+    std::string line;
+    ASSERT_TRUE(holder.ReadLine(&line));
+    auto doctor = Run({"--json", "--base-folder", Base(), "doctor"});
+    EXPECT_EQ(doctor.exitCode, 1) << doctor.err;
+    Json report = Json::parse(doctor.out);
+    EXPECT_EQ(report["lock"]["state"], "held");
+    ASSERT_EQ(report["unknownUsers"].size(), 1u);
+    EXPECT_EQ(report["unknownUsers"][0]["user"], "bert");
+    EXPECT_EQ(report["problems"], 1);
+}
 
+TEST_F(DoctorTest, RepairActsOnlyInsideTheGivenFolderAndSetsAsideWhatCannotBeRead) {
+    Record("good", "https://srv", "/A/P", "anna");
+    for (const char* name : {"damaged", "evil\nname\x1b[2J"}) {
+        fs::create_directories(Data() + "/Projects/" + name);
+        krtest::WriteFile(Data() + "/Projects/" + name + "/CacheInfo.xml", "<garbage");
+    }
+    fs::create_directories(Data() + "/Projects/folder/CacheInfo.xml");  // not a file at all
+    Record("new\nline", "https://srv", "/A/N\x1b[2J", "anna");
+    auto list = Run({"registry", "list"});
+    EXPECT_NE(list.out.find("/Projects/new\\nline  https://srv  anna  /A/N\\x1b[2J\n"),
+              std::string::npos)
+        << list.out;
+    EXPECT_EQ(list.err, "krctl: 3 damaged record(s): run krctl doctor\n");
     const std::string copy = temp.Sub("copy");
     fs::copy(Data(), copy, fs::copy_options::recursive);
-    auto copied = krtest::RunProcess({KRCTL_PATH, "--data-folder", copy, "doctor"});
-    EXPECT_EQ(copied.exitCode, 1);
-    EXPECT_NE(copied.out.find("OUTSIDE the data folder"), std::string::npos) << copied.out;
-    EXPECT_NE(copied.out.find("1 problem(s)"), std::string::npos) << copied.out;
+
+    // The copy's options lead to the original: what lies there is reported and left.
+    const auto original = Snapshot();
+    auto left = krtest::RunProcess({KRCTL_PATH, "--data-folder", copy, "doctor", "--repair"});
+    EXPECT_EQ(left.exitCode, 1);
+    EXPECT_EQ(Snapshot(), original);
+    EXPECT_EQ(krtest::Listing(copy, "Quarantine-").size(), 0u);
+    std::size_t leftLines = 0;
+    for (std::size_t at = 0;
+         (at = left.out.find(" (outside the data folder)\n", at + 1)) != std::string::npos;)
+        ++leftLines;
+    EXPECT_EQ(leftLines, 3u) << left.out;
+    EXPECT_NE(left.out.find("local data folder " + Data() + " (OUTSIDE the data folder)"),
+              std::string::npos);
+
+    // In the original all three go into quarantine, and the next look is clean.
+    auto repair = Run({"doctor", "--repair"});
+    EXPECT_EQ(repair.exitCode, 0) << repair.out;
+    EXPECT_NE(repair.out.find("/Projects/evil\\nname\\x1b[2J to "), std::string::npos);
+    const std::regex line("(repaired|options|lock|login data|cache folder|clean:) [^\\x00-\\x1f]*");
+    std::istringstream lines(repair.out);
+    for (std::string text; std::getline(lines, text);)
+        EXPECT_TRUE(std::regex_match(text, line)) << text;
+    std::vector<std::string> quarantine = krtest::Listing(Data(), "Quarantine-");
+    ASSERT_EQ(quarantine.size(), 1u);
+    EXPECT_EQ(krtest::Listing(Data() + "/" + quarantine[0]).size(), 3u);
+    EXPECT_EQ(Json::parse(Run({"--json", "doctor"}).out)["problems"], 0);
+}
+
+TEST_F(DoctorTest, ALoginDataFileItsReaderRefusesIsNamedWithTheReasonAndLeftAsItIs) {
+    const std::string file = Base() + "/LoginData.json";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {std::string(40, '[') + std::string(40, ']'), "nested deeper than 32"},
+        {"", "larger than 64 MiB"},  // made by growing the file
+    };
+    fs::create_directories(Base());
+    for (const auto& [content, reason] : cases) {
+        krtest::WriteFile(file, content);
+        if (content.empty()) fs::resize_file(file, (64u << 20) + 1);
+        const auto listing = krtest::Listing(Base());
+        auto list = krtest::RunProcess({KRCTL_PATH, "--base-folder", Base(), "login", "list"});
+        EXPECT_EQ(list.exitCode, 1);
+        EXPECT_EQ(list.err.rfind("krctl: the login data file " + file + " was refused: ", 0), 0u)
+            << list.err;
+        EXPECT_NE(list.err.find(reason), std::string::npos) << list.err;
+        auto doctor = Run({"--base-folder", Base(), "doctor"});
+        EXPECT_EQ(doctor.exitCode, 1);
+        EXPECT_NE(doctor.out.find("login data   " + file + ": refused (" + reason),
+                  std::string::npos)
+            << doctor.out;
+        EXPECT_EQ(krtest::Listing(Base()), listing);  // nothing set aside or made
+    }
 }
 
 }  // namespace

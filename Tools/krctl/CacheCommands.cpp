@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 
+#include "DataFolder.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
@@ -136,7 +137,7 @@ void PrintRecord(const Json& record) {
             text = Dump(value);
         if (record.contains(key + "Text"))
             text += " (" + record[key + "Text"].get<std::string>() + ")";
-        std::printf("%-34s %s\n", key.c_str(), text.c_str());
+        std::printf("%-34s %s\n", key.c_str(), Printable(text, 4096).c_str());
     }
 }
 
@@ -241,6 +242,7 @@ void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* actio
     CLI::App* show = cache->add_subcommand("show", "show the record of a cache folder");
     show->add_option("CACHE_FOLDER", *folder, "the cache folder")->required();
     show->callback([&options, action, folder] {
+        options.readsOnly = true;
         *action = [&options, folder] { return Show(options, *folder); };
     });
 

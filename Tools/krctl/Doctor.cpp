@@ -12,9 +12,11 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "DataFolder.h"
 #include "IO/File.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRCB/Paths.h"
@@ -106,6 +108,12 @@ Json ExamineOptions(const std::string& dataFolder, std::string* localDataFolder)
         json["state"] = "absent";
         return json;
     }
+    // The library's reader would try an unopenable file again and again.
+    if (std::string problem = RecordOpenProblem(file); !problem.empty()) {
+        json["state"] = "unreadable";
+        json["reason"] = problem;
+        return json;
+    }
     KRC::KRDataOptions::Values values;
     try {
         KRC::KRDataOptions::ReadFileAt(IO::Location(ZR::UniString(file)), &values);
@@ -120,8 +128,26 @@ Json ExamineOptions(const std::string& dataFolder, std::string* localDataFolder)
     }
     json["state"] = "readable";
     json["form"] = values.olderForm ? "older" : "current";
-    *localDataFolder = values.dataFolder.ToPath().Std();
-    json["localDataFolder"] = *localDataFolder;
+    const std::string local = values.dataFolder.ToPath().Std();
+    json["localDataFolder"] = local;
+    // A relative path would be taken from whatever folder a process runs in:
+    // nothing is looked for there.
+    struct stat st {};
+    if (local.empty() || local[0] != '/') {
+        json["state"] = "unusable";
+        json["reason"] = "LocalDataFolderPath '" + Printable(local) + "' is not an absolute path";
+        localDataFolder->clear();
+        return json;
+    }
+    if (stat(local.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+        json["state"] = "unusable";
+        json["reason"] = "LocalDataFolderPath '" + Printable(local) + "' is not a folder";
+        localDataFolder->clear();
+        return json;
+    }
+    *localDataFolder = fs::path(local).lexically_normal().string();
+    while (localDataFolder->size() > 1 && localDataFolder->back() == '/')
+        localDataFolder->pop_back();
     // A copied data folder still points at the original: changes made through
     // the copy land there.
     json["outside"] = !Inside(*localDataFolder, dataFolder) && *localDataFolder != dataFolder;
@@ -129,6 +155,7 @@ Json ExamineOptions(const std::string& dataFolder, std::string* localDataFolder)
 }
 
 Json ExamineLock(const std::string& localDataFolder) {
+    if (localDataFolder.empty()) return Json{{"file", ""}, {"state", "not looked for"}};
     const std::string file = localDataFolder + "/" + kLockFileName;
     Json json{{"file", file}};
     struct stat st {};
@@ -151,6 +178,11 @@ Json ExamineCacheFolder(const fs::path& folder, std::vector<Record>& records, Js
     FindLeftovers(folder.string(), KRC::kCacheInfoFileName, leftovers);
     if (!fs::exists(fs::symlink_status(file))) {
         json["state"] = "no record";
+        return json;
+    }
+    if (std::string problem = RecordOpenProblem(file); !problem.empty()) {
+        json["state"] = "unreadable";
+        json["reason"] = problem;
         return json;
     }
     try {
@@ -217,11 +249,27 @@ Json FindUnknownUsers(const GlobalOptions& options, const std::vector<Record>& r
                       Json& report) {
     Json unknown = Json::array();
     if (options.baseFolder.empty()) {
-        report["loginData"] = "not checked (no --base-folder)";
+        report["loginData"] = Json{{"state", "not checked (no --base-folder)"}};
         return unknown;
     }
+    const std::string file = LoginDataFile(options.baseFolder);
+    Json& loginData = report["loginData"] = Json{{"file", file}};
+    struct stat st {};
+    if (lstat(file.c_str(), &st) != 0 && errno == ENOENT) {
+        // No login data: no user is known.
+        loginData["state"] = "absent";
+        for (const Record& r : records)
+            unknown.push_back(Json{{"folder", r.folder}, {"server", r.server}, {"user", r.user}});
+        return unknown;
+    }
+    // Read first by krctl: the library would set a refused file aside.
+    if (std::string problem = LoginDataProblem(options.baseFolder); !problem.empty()) {
+        loginData["state"] = "refused";
+        loginData["reason"] = problem;
+        return unknown;
+    }
+    loginData["state"] = "readable";
     KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForReading);
-    report["loginData"] = options.baseFolder + "/" + kLoginDataName;
     for (const Record& r : records)
         if (!store.ContainsServer(r.server) || !store.ContainsUser(r.server, r.user))
             unknown.push_back(Json{{"folder", r.folder}, {"server", r.server}, {"user", r.user}});
@@ -231,7 +279,9 @@ Json FindUnknownUsers(const GlobalOptions& options, const std::vector<Record>& r
 std::size_t CountProblems(const Json& report) {
     std::size_t problems = 0;
     const Json& opts = report["options"];
-    if (opts["state"] == "damaged" || opts["state"] == "unreadable") ++problems;
+    if (opts["state"] == "damaged" || opts["state"] == "unreadable" || opts["state"] == "unusable")
+        ++problems;
+    if (report["loginData"]["state"] == "refused") ++problems;
     if (opts.value("outside", false)) ++problems;
     if (report["lock"]["state"] == "stale" || report["lock"]["state"] == "not a file") ++problems;
     for (const Json& c : report["cacheFolders"])
@@ -259,45 +309,50 @@ std::string Summary(const Json& report) {
     return text.str();
 }
 
+// Text of a report value: names on disc may hold any byte but '/' and NUL.
+std::string Text(const Json& value) {
+    return Printable(value.get<std::string>(), 4096);
+}
+
 void PrintReport(const Json& report) {
     const Json& opts = report["options"];
-    std::printf("options      %s: %s", opts["file"].get<std::string>().c_str(),
-                opts["state"].get<std::string>().c_str());
+    std::printf("options      %s: %s", Text(opts["file"]).c_str(), Text(opts["state"]).c_str());
     if (opts.contains("form"))
-        std::printf(", %s form, local data folder %s%s", opts["form"].get<std::string>().c_str(),
-                    opts["localDataFolder"].get<std::string>().c_str(),
-                    opts["outside"].get<bool>() ? " (OUTSIDE the data folder)" : "");
-    if (opts.contains("reason")) std::printf(" (%s)", opts["reason"].get<std::string>().c_str());
-    std::printf("\nlock         %s: %s\n", report["lock"]["file"].get<std::string>().c_str(),
-                report["lock"]["state"].get<std::string>().c_str());
+        std::printf(", %s form, local data folder %s%s", Text(opts["form"]).c_str(),
+                    Text(opts["localDataFolder"]).c_str(),
+                    opts.value("outside", false) ? " (OUTSIDE the data folder)" : "");
+    if (opts.contains("reason")) std::printf(" (%s)", Text(opts["reason"]).c_str());
+    std::printf("\nlock         %s: %s\n", Text(report["lock"]["file"]).c_str(),
+                Text(report["lock"]["state"]).c_str());
+    const Json& login = report["loginData"];
+    std::printf("login data   %s%s%s", login.contains("file") ? Text(login["file"]).c_str() : "",
+                login.contains("file") ? ": " : "", Text(login["state"]).c_str());
+    if (login.contains("reason")) std::printf(" (%s)", Text(login["reason"]).c_str());
+    std::printf("\n");
     for (const Json& c : report["cacheFolders"]) {
-        std::printf("cache folder %s: %s", c["folder"].get<std::string>().c_str(),
-                    c["state"].get<std::string>().c_str());
+        std::printf("cache folder %s: %s", Text(c["folder"]).c_str(), Text(c["state"]).c_str());
         if (c.contains("dataVersion"))
             std::printf(", data version %d", c["dataVersion"].get<int>());
         if (c.contains("md5Name") && !c["md5Name"].get<bool>())
-            std::printf(", name is not the MD5 name %s",
-                        c["expectedName"].get<std::string>().c_str());
+            std::printf(", name is not the MD5 name %s", Text(c["expectedName"]).c_str());
         if (c.contains("line"))
-            std::printf(" (%s at line %zu, column %zu)", c["reason"].get<std::string>().c_str(),
+            std::printf(" (%s at line %zu, column %zu)", Text(c["reason"]).c_str(),
                         c["line"].get<std::size_t>(), c["column"].get<std::size_t>());
         else if (c.contains("reason"))
-            std::printf(" (%s)", c["reason"].get<std::string>().c_str());
+            std::printf(" (%s)", Text(c["reason"]).c_str());
         std::printf("\n");
     }
     for (const Json& d : report["duplicates"]) {
-        std::printf("duplicate    (%s match) %s %s %s:", d["match"].get<std::string>().c_str(),
-                    d["server"].get<std::string>().c_str(), d["user"].get<std::string>().c_str(),
-                    d["path"].get<std::string>().c_str());
-        for (const Json& f : d["folders"]) std::printf(" %s", f.get<std::string>().c_str());
+        std::printf("duplicate    (%s match) %s %s %s:", Text(d["match"]).c_str(),
+                    Text(d["server"]).c_str(), Text(d["user"]).c_str(), Text(d["path"]).c_str());
+        for (const Json& f : d["folders"]) std::printf(" %s", Text(f).c_str());
         std::printf("\n");
     }
-    for (const Json& l : report["leftovers"])
-        std::printf("leftover     %s\n", l.get<std::string>().c_str());
+    for (const Json& l : report["leftovers"]) std::printf("leftover     %s\n", Text(l).c_str());
     for (const Json& u : report["unknownUsers"])
-        std::printf("unknown user %s on %s, record %s\n", u["user"].get<std::string>().c_str(),
-                    u["server"].get<std::string>().c_str(), u["folder"].get<std::string>().c_str());
-    std::printf("%s\n", report["summary"].get<std::string>().c_str());
+        std::printf("unknown user %s on %s, record %s\n", Text(u["user"]).c_str(),
+                    Text(u["server"]).c_str(), Text(u["folder"]).c_str());
+    std::printf("%s\n", Text(report["summary"]).c_str());
 }
 
 std::string QuarantineName() {
@@ -311,15 +366,18 @@ std::string QuarantineName() {
 
 int RunDoctor(const GlobalOptions& options, bool repair) {
     if (options.dataFolder.empty()) throw UsageError("doctor needs --data-folder DIR");
-    Json actions = Json::array();
-    if (repair) actions = Repair(options);
+    Json actions = Json::array(), left = Json::array();
+    if (repair) actions = Repair(options, left);
     Json report = Examine(options);
-    if (repair) report["repairs"] = actions;
+    if (repair) {
+        report["repairs"] = actions;
+        report["leftOutside"] = left;
+    }
     if (options.json) {
         PrintJson(report);
     } else {
-        for (const Json& a : actions)
-            std::printf("repaired     %s\n", a.get<std::string>().c_str());
+        for (const Json& a : actions) std::printf("repaired     %s\n", Text(a).c_str());
+        for (const Json& l : left) std::printf("left         %s\n", Text(l).c_str());
         PrintReport(report);
     }
     return report["problems"].get<std::size_t>() == 0 ? kExitDone : kExitFailed;
@@ -338,11 +396,12 @@ Json Examine(const GlobalOptions& options) {
 
     std::vector<Record> records;
     Json folders = Json::array();
-    const fs::path projects = fs::path(localDataFolder) / options.projectCache;
     std::vector<fs::path> names;
     std::error_code ec;
-    for (const auto& entry : fs::directory_iterator(projects, ec))
-        if (entry.is_directory(ec) && !entry.is_symlink(ec)) names.push_back(entry.path());
+    if (!localDataFolder.empty())
+        for (const auto& entry :
+             fs::directory_iterator(fs::path(localDataFolder) / options.projectCache, ec))
+            if (entry.is_directory(ec) && !entry.is_symlink(ec)) names.push_back(entry.path());
     std::sort(names.begin(), names.end());
     for (const fs::path& folder : names)
         folders.push_back(ExamineCacheFolder(folder, records, leftovers));
@@ -355,36 +414,67 @@ Json Examine(const GlobalOptions& options) {
     return report;
 }
 
-Json Repair(const GlobalOptions& options) {
+Json Repair(const GlobalOptions& options, Json& left) {
     Json actions = Json::array();
-    // The lock's own file: a stale one is taken over by the guard and goes
-    // when it is let go.
-    std::string localDataFolder;
-    ExamineOptions(options.dataFolder, &localDataFolder);
-    if (ExamineLock(localDataFolder)["state"] == "stale")
-        actions.push_back("removed the stale lock file " + localDataFolder + "/" + kLockFileName);
-
-    KRC::RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
-                                  ZR::UniString(options.projectCache),
-                                  ZR::UniString(options.libCache));
-    RegistryLock lock(options);
     Json report = Examine(options);
+    const Json& opts = report["options"];
+    const std::string localDataFolder = opts.contains("localDataFolder")
+                                            ? opts["localDataFolder"].get<std::string>()
+                                            : options.dataFolder;
+    // What lies outside the given folder is someone else's: a copy's options
+    // still pointing at the original must not lead a repair there.
+    const bool registryHere =
+        (opts["state"] == "readable" || opts["state"] == "absent") && !opts.value("outside", false);
+    const std::string why = opts.value("outside", false)
+                                ? "outside the data folder"
+                                : "the options file is " + opts["state"].get<std::string>();
+    auto here = [&](const std::string& path) {
+        return Inside(path, options.dataFolder) ||
+               (!options.baseFolder.empty() && Inside(path, options.baseFolder));
+    };
+    std::optional<RegistryLock> lock;
+    if (registryHere) {
+        // The lock's own file: a stale one is taken over by the guard and
+        // goes when it is let go.
+        if (report["lock"]["state"] == "stale")
+            actions.push_back("removed the stale lock file " + localDataFolder + "/" +
+                              kLockFileName);
+        KRC::RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
+                                      ZR::UniString(options.projectCache),
+                                      ZR::UniString(options.libCache));
+        lock.emplace(options);
+        report = Examine(options);
+    } else if (report["lock"]["state"] == "stale") {
+        left.push_back("the stale lock file " + report["lock"]["file"].get<std::string>() + " (" +
+                       why + ")");
+    }
     fs::path quarantine;
     for (const Json& c : report["cacheFolders"]) {
-        if (c["state"] != "damaged") continue;
+        if (c["state"] != "damaged" && c["state"] != "unreadable") continue;
+        fs::path from = c["folder"].get<std::string>();
+        if (!registryHere || !here(from.string())) {
+            left.push_back("the " + c["state"].get<std::string>() + " cache folder " +
+                           from.string() + " (" + (registryHere ? "outside the data folder" : why) +
+                           ")");
+            continue;
+        }
         if (quarantine.empty()) {
             quarantine = fs::path(options.dataFolder) / QuarantineName();
             if (mkdir(quarantine.c_str(), 0700) != 0 && errno != EEXIST)
                 throw Failure(FileFailure("cannot make", quarantine.string(), errno));
         }
-        fs::path from = c["folder"].get<std::string>();
         fs::path to = quarantine / from.filename();
         if (rename(from.c_str(), to.c_str()) != 0)
             throw Failure(FileFailure("cannot move " + from.string() + " to", to.string(), errno));
-        actions.push_back("moved the damaged cache folder " + from.string() + " to " + to.string());
+        actions.push_back("moved the " + c["state"].get<std::string>() + " cache folder " +
+                          from.string() + " to " + to.string());
     }
     for (const Json& l : report["leftovers"]) {
         std::string path = l.get<std::string>();
+        if (!here(path)) {
+            left.push_back("the leftover " + path + " (outside the data folder)");
+            continue;
+        }
         // Looked at again: a writer may have started on it since.
         if (IsHeld(path)) continue;
         if (unlink(path.c_str()) != 0 && errno != ENOENT)
@@ -399,13 +489,16 @@ void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, Action* actio
     CLI::App* doctor = app.add_subcommand(
         "doctor",
         "report what is wrong with --data-folder (options, lock, cache folders, duplicates,\n"
-        "leftovers of interrupted writes, records of unknown users), reading only; exit 1 if\n"
-        "anything was found");
+        "leftovers of interrupted writes, records of unknown users, login data), reading only\n"
+        "and changing nothing; exit 1 if anything was found");
     doctor->add_flag("--repair", *repair,
-                     "under the registry lock: move damaged cache folders into a quarantine "
-                     "folder, remove a stale lock file and leftovers (nothing is deleted "
-                     "otherwise; duplicates are only reported)");
+                     "under the registry lock: move damaged and unreadable cache folders into a "
+                     "quarantine folder, remove a stale lock file and leftovers (nothing is "
+                     "deleted otherwise; duplicates are only reported, and nothing outside "
+                     "--data-folder is touched)");
     doctor->callback([&options, action, repair] {
+        // Even a repair only reads the login data: an absent base folder stays absent.
+        options.readsOnly = true;
         *action = [&options, repair] { return RunDoctor(options, *repair); };
     });
 }

@@ -11,9 +11,11 @@ namespace krctl {
 // never waits and changes nothing.
 Json Examine(const GlobalOptions& options);
 
-// Under the registry lock: damaged cache folders into a quarantine folder,
-// a stale lock file and leftovers removed. The actions taken, one text each.
-Json Repair(const GlobalOptions& options);
+// Under the registry lock: damaged and unreadable cache folders into a
+// quarantine folder, a stale lock file and leftovers removed, all inside the
+// data folder (and the base folder's leftovers). The actions taken, one text
+// each; what was left because it lies outside goes to left.
+Json Repair(const GlobalOptions& options, Json& left);
 
 void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, Action* action);
 

@@ -26,6 +26,11 @@ void AddProjectOptions(CLI::App* sub, ProjectArgs& args);
 IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs& args);
 // The registry on the data folder of the command, as a host starts it.
 void StartRegistry(const GlobalOptions& options);
+// The login of args in the login data, as a host's login dialog leaves it:
+// server, user with the token projects are opened with, both active. A host
+// opens projects only after such a login, so the records a command makes
+// belong to a known user.
+void RememberLogin(const Emulator::Service& service, const ProjectArgs& args);
 
 // The emulator serves the process for the command and is taken away after it.
 class Installed {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "DataFolder.h"
 #include "Emulate.h"
 #include "Emulator/Service.h"
 #include "KRCB/Paths.h"
@@ -15,6 +16,7 @@
 #include "KRClient/ProjectConnection.h"
 #include "KRClient/ProjectConnectionBase.h"
 #include "KRClient/RegisteredProjects.h"
+#include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "Krctl.h"
 
 namespace krctl {
@@ -57,9 +59,45 @@ IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs
 }
 
 void StartRegistry(const GlobalOptions& options) {
+    CheckDataFolderBeforeStart(options, Access::Change);
     KRC::RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
                                   ZR::UniString(options.projectCache),
                                   ZR::UniString(options.libCache));
+}
+
+void RememberLogin(const Emulator::Service& service, const ProjectArgs& args) {
+    using KRC::UI::Login::UILoginDataStore;
+    std::optional<Emulator::UserSpec> user = service.FindUser(args.server, args.user);
+    if (!user) return;  // a login the server would refuse is not remembered
+    auto info =
+        ZR::Ref<UILoginDataStore::ServerInfo>::Make(ZR::UniString(args.server), ZR::UniString());
+    const Json state = Json::parse(service.ToDisplayText());
+    for (const Json& server : state.value("servers", Json::array())) {
+        if (!server.contains("url") ||
+            !KRCB::IsEqualServerUrls(ZR::UniString(server["url"].get<std::string>()),
+                                     ZR::UniString(args.server), true))
+            continue;
+        info->uniqueURL = server.value("answeredUrl", server["url"].get<std::string>());
+        info->friendlyName = server.value("friendlyName", std::string());
+        const Json version = server.value("version", Json::array());
+        if (version.size() == 2 && version[0].is_number_integer() &&
+            version[1].is_number_integer()) {
+            info->majorVersion = version[0].get<int>();
+            info->minorVersion = version[1].get<int>();
+        }
+        break;
+    }
+    const std::string token = args.token.empty() ? user->refreshToken : args.token;
+    UILoginDataStore store(UILoginDataStore::ForWriting);
+    store.AddServer(info, args.server);
+    if (store.ContainsUser(args.server, args.user)) {
+        store.SetUserRefreshToken(args.server, args.user, token);
+        store.SetUserFullName(args.server, args.user, user->fullName);
+    } else {
+        store.AddUser(args.server, UILoginDataStore::User(args.user, token, user->fullName));
+    }
+    store.SetActiveUser(args.server, args.user);
+    if (!store.Write()) throw Failure("the login data could not be written");
 }
 
 void AddProjectOptions(CLI::App* sub, ProjectArgs& args) {
@@ -104,6 +142,7 @@ int RunConnection(const GlobalOptions& options, const EmulateArgs& args, bool re
     {
         Installed installed(*service);
         StartRegistry(options);
+        RememberLogin(*service, args.project);
         KRC::ClientProjectConnectionManager manager(location, true);
         if (receive) {
             ZR::Ref<KRC::ReadProjectConnection> connection(
@@ -208,7 +247,10 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     });
 
     CLI::App* show = emulate->add_subcommand("show", "print the servers' state (no secrets)");
-    show->callback([&options, action] { *action = [&options] { return Show(options, args); }; });
+    show->callback([&options, action] {
+        options.readsOnly = true;
+        *action = [&options] { return Show(options, args); };
+    });
 
     AddEmulateLoginCommand(emulate, options, action, args.scenario, args.update);
     AddEmulateMembersCommand(emulate, options, action, args.scenario, args.update);

@@ -111,6 +111,7 @@ int RunMembers(const GlobalOptions& options, const MembersArgs& args, const std:
     {
         Installed installed(*service);
         StartRegistry(options);
+        RememberLogin(*service, args.project);
         // Before the members: its notifier needs a loop to land on.
         ZR::MessageLoop::Scope loop;
         KRC::ClientProjectConnectionManager manager(location, true);

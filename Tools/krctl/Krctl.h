@@ -24,10 +24,13 @@ struct GlobalOptions {
     std::string projectCache = "Projects";
     std::string libCache = "Libraries";
     bool json = false;
-    bool create = false;       // --data-folder may be made
-    double waitSeconds = -1;   // bound of a wait for the registry lock; negative: no bound
-    std::string computerName;  // the process acts as this computer (emulate)
-    bool scratch = false;      // the command wants scratch folders for those not given
+    bool create = false;         // --data-folder may be made
+    double waitSeconds = -1;     // bound of a wait for the registry lock; negative: no bound
+    std::string computerName;    // the process acts as this computer (emulate)
+    bool scratch = false;        // the command wants scratch folders for those not given
+    bool followOptions = false;  // work where the options point, even outside --data-folder
+    // Set by the callback of a command that only reads: it must create nothing.
+    mutable bool readsOnly = false;
 };
 
 // What a parsed command runs once the library is up; answers the exit code.

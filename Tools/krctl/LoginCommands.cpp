@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "DataFolder.h"
+#include "KRCB/KRClientBase.h"
 #include "KRClient/KRClientExceptions.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "Krctl.h"
@@ -38,12 +40,12 @@ Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server&
 void PrintServer(const Json& server) {
     int version = server["version"].get<int>();
     std::printf("%s%s  \"%s\"  version %d.%d\n", server["active"].get<bool>() ? "* " : "  ",
-                server["url"].get<std::string>().c_str(),
-                server["friendlyName"].get<std::string>().c_str(), version / 100, version % 100);
+                Printable(server["url"], 4096).c_str(),
+                Printable(server["friendlyName"], 4096).c_str(), version / 100, version % 100);
     for (const Json& user : server["users"])
         std::printf("    %s%s  \"%s\"  token: %s\n", user["active"].get<bool>() ? "* " : "  ",
-                    user["name"].get<std::string>().c_str(),
-                    user["fullName"].get<std::string>().c_str(),
+                    Printable(user["name"], 4096).c_str(),
+                    Printable(user["fullName"], 4096).c_str(),
                     user["hasToken"].get<bool>() ? "yes" : "no");
 }
 
@@ -71,11 +73,19 @@ struct LoginArgs {
 };
 
 int List(const GlobalOptions& options) {
-    UILoginDataStore store(UILoginDataStore::ForReading);
-    ZR::PagedArray<UILoginDataStore::Server> servers;
-    store.GetServers(servers);
     Json list = Json::array();
-    for (const auto& server : servers) list.push_back(ServerToJson(store, server));
+    // Not started: the base folder is absent, and so is the login data.
+    if (KRCB::IsStarted() && !KRCB::GetBaseDataFolder().IsEmpty()) {
+        // A file its reader refuses would read as no servers, and be set aside.
+        const std::string folder = KRCB::GetBaseDataFolder().ToPath().Std();
+        if (std::string problem = LoginDataProblem(folder); !problem.empty())
+            throw Failure("the login data file " + Printable(LoginDataFile(folder)) +
+                          " was refused: " + problem);
+        UILoginDataStore store(UILoginDataStore::ForReading);
+        ZR::PagedArray<UILoginDataStore::Server> servers;
+        store.GetServers(servers);
+        for (const auto& server : servers) list.push_back(ServerToJson(store, server));
+    }
     if (options.json) {
         PrintJson(Json{{"servers", std::move(list)}});
     } else if (list.empty()) {
@@ -144,7 +154,10 @@ void AddLoginCommands(CLI::App& app, const GlobalOptions& options, Action* actio
         "list",
         "servers (friendly name, version, active) and their users (full name, whether a\n"
         "token is stored, active)");
-    list->callback([&options, action] { *action = [&options] { return List(options); }; });
+    list->callback([&options, action] {
+        options.readsOnly = true;
+        *action = [&options] { return List(options); };
+    });
 
     CLI::App* addServer =
         login->add_subcommand("add-server", "remember a server under an http or https URL");

@@ -11,6 +11,8 @@
 #include <thread>
 
 #include "CommandLine.h"
+#include "DataFolder.h"
+#include "KRCB/Paths.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/RegisteredProjects.h"
@@ -31,8 +33,10 @@ const char* const kProperties =
 const char* const kOptionFields =
     "FIELD is one of: enableAutoClean periodTime lastUsedDays lastRunTime dataFolder";
 
+// For a command that changes the folder: the library starts only once it can
+// work there, and makes what is missing.
 void StartRegistry(const GlobalOptions& options) {
-    if (options.dataFolder.empty()) throw UsageError("this command needs --data-folder DIR");
+    CheckDataFolderBeforeStart(options, Access::Change);
     RegisteredProjects::Init(IO::Location(ZR::UniString(options.dataFolder)),
                              ZR::UniString(options.projectCache), ZR::UniString(options.libCache));
 }
@@ -76,35 +80,49 @@ Json ProjectToJson(const KRC::RegisteredProject& p) {
     return json;
 }
 
+// The records of the data folder, read one by one as the registry reads them
+// but without its start, which would make the folders it misses. Those that
+// can't be read are counted.
+RecordWalk ReadRecords(const GlobalOptions& options) {
+    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
+    RecordWalk walk;
+    if (view.localPresent) walk = WalkRecords(view.projectsFolder);
+    if (!walk.unreadable.empty())
+        Note(options,
+             std::to_string(walk.unreadable.size()) + " damaged record(s): run krctl doctor");
+    return walk;
+}
+
 int List(const GlobalOptions& options, const ProjectArgs& filter) {
     if (!filter.server.empty()) CheckServerUrl(filter.server);
-    WriteWatch watch;
-    StartRegistry(options);
+    RecordWalk walk = ReadRecords(options);
+    const ZR::UniString user(filter.user), server(filter.server);
     Json list = Json::array();
-    for (RegisteredProjects::ProjectConstIterator it{ZR::UniString(filter.user),
-                                                     ZR::UniString(filter.server), nullptr};
-         it != nullptr; ++it)
-        list.push_back(ProjectToJson(*it));
-    // Without readable options the data folder is unknown: an empty list would be a lie.
-    watch.ThrowIfFailed();
+    for (const auto& info : walk.records)
+        if ((user.IsEmpty() || user.IsEqual(info->GetLoginName(), ZR::kIgnoreCase)) &&
+            (server.IsEmpty() ||
+             KRCB::IsEqualServerUrls(server, info->GetPortalServerUrl(), false)))
+            list.push_back(ProjectToJson(KRC::RegisteredProject(info.get())));
     if (options.json) {
         PrintJson(list);
         return kExitDone;
     }
     for (const auto& p : list)
-        std::printf("%s  %s  %s  %s\n", p["cacheDataFolder"].get<std::string>().c_str(),
-                    p["serverUrl"].get<std::string>().c_str(),
-                    p["userName"].get<std::string>().c_str(),
-                    p["projectPath"].get<std::string>().c_str());
+        std::printf("%s  %s  %s  %s\n", Printable(p["cacheDataFolder"], 4096).c_str(),
+                    Printable(p["serverUrl"], 4096).c_str(), Printable(p["userName"], 4096).c_str(),
+                    Printable(p["projectPath"], 4096).c_str());
     std::printf("%zu project(s)\n", list.size());
     return kExitDone;
 }
 
+[[noreturn]] void ThrowNotFound(const ProjectArgs& project) {
+    throw Failure("not found: no record of " + Printable(project.user) + " for " +
+                  Printable(project.path) + " on " + Printable(project.server));
+}
+
 IO::Location FindFolder(const ProjectArgs& project) {
     IO::Location folder = registeredProjects.GetCacheDataFolder(project.Location());
-    if (folder.IsEmpty())
-        throw Failure("not found: no record of " + project.user + " for " + project.path + " on " +
-                      project.server);
+    if (folder.IsEmpty()) ThrowNotFound(project);
     return folder;
 }
 
@@ -114,18 +132,32 @@ void PrintFolder(const GlobalOptions& options, const IO::Location& folder, const
         json.update(more);
         PrintJson(json);
     } else {
-        std::printf("%s\n", folder.ToPath().ToCString());
+        std::printf("%s\n", Printable(folder.ToPath().Std(), 4096).c_str());
     }
 }
 
+// The registry's look-up: path and user alike but for case, and the first
+// strict match of the server, or else its one loose match.
 int Find(const GlobalOptions& options, const ProjectArgs& project) {
-    IO::Location location = project.Location();
-    WriteWatch watch;
-    StartRegistry(options);
-    IO::Location folder = registeredProjects.GetCacheDataFolder(location);
-    watch.ThrowIfFailed();
-    if (folder.IsEmpty()) FindFolder(project);
-    PrintFolder(options, folder, Json::object());
+    project.Location();  // refuses a URL with a user name or password
+    RecordWalk walk = ReadRecords(options);
+    const ZR::UniString server(project.server), user(project.user), path(project.path);
+    const KRC::CachedProjectInfo* strict = nullptr;
+    std::vector<const KRC::CachedProjectInfo*> loose;
+    for (const auto& info : walk.records) {
+        if (!path.IsEqual(info->GetProjectPath(), ZR::kIgnoreCase) ||
+            !user.IsEqual(info->GetLoginName(), ZR::kIgnoreCase))
+            continue;
+        if (KRCB::IsEqualServerUrls(info->GetPortalServerUrl(), server, true)) {
+            strict = info.get();
+            break;
+        }
+        if (KRCB::IsEqualServerUrls(info->GetPortalServerUrl(), server, false))
+            loose.push_back(info.get());
+    }
+    if (!strict && loose.size() == 1) strict = loose[0];
+    if (!strict) ThrowNotFound(project);
+    PrintFolder(options, strict->GetCacheFolderLocation(), Json::object());
     return kExitDone;
 }
 
@@ -241,25 +273,38 @@ int SetProperty(const GlobalOptions& options, const ProjectArgs& project,
     return kExitDone;
 }
 
-Json OptionsToJson() {
-    Json json{
-        {"dataFolder", registeredProjects.GetKRDataFolder().ToPath().Std()},
-        {"mainProjectCacheFolder",
-         registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std()},
-        {"mainLibCacheFolder", registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std()},
-        {"enableAutoClean", registeredProjects.GetEnableAutoClean()},
-        {"periodTime", registeredProjects.GetPeriodTime()},
-        {"lastUsedDays", registeredProjects.GetLastUsedDays()}};
-    PutTime(json, "lastRunTime", registeredProjects.GetLastRunTime());
+Json OptionsToJson(const std::string& dataFolder, const std::string& projects,
+                   const std::string& libs, bool enable, int period, int lastUsed, int lastRun) {
+    Json json{{"dataFolder", dataFolder},   {"mainProjectCacheFolder", projects},
+              {"mainLibCacheFolder", libs}, {"enableAutoClean", enable},
+              {"periodTime", period},       {"lastUsedDays", lastUsed}};
+    PutTime(json, "lastRunTime", lastRun);
     return json;
 }
 
+Json OptionsToJson() {
+    return OptionsToJson(registeredProjects.GetKRDataFolder().ToPath().Std(),
+                         registeredProjects.GetMainProjectCacheFolderLocation().ToPath().Std(),
+                         registeredProjects.GetMainLibCacheFolderLocation().ToPath().Std(),
+                         registeredProjects.GetEnableAutoClean(),
+                         registeredProjects.GetPeriodTime(), registeredProjects.GetLastUsedDays(),
+                         registeredProjects.GetLastRunTime());
+}
+
+// The file as the library reads it; without one, the defaults a start would write.
 int ShowOptions(const GlobalOptions& options) {
-    WriteWatch watch;
-    StartRegistry(options);
-    Json json = OptionsToJson();
-    // Values that were not read are not shown.
-    watch.ThrowIfFailed();
+    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
+    const KRC::KRDataOptions::Values& v = view.values;
+    if (!view.optionsPresent)
+        Note(options, "no options in " + Printable(view.optionsFile) + ": the defaults");
+    const std::string& d = view.localDataFolder;
+    Json json = view.optionsPresent
+                    ? OptionsToJson(d, d + "/" + options.projectCache, d + "/" + options.libCache,
+                                    v.enableAutoClean, v.periodTime, v.lastUsedDays, v.lastRunTime)
+                    : OptionsToJson(d, d + "/" + options.projectCache, d + "/" + options.libCache,
+                                    true, KRC::KRDataOptions::kDefaultPeriodTime,
+                                    KRC::KRDataOptions::kDefaultLastUsedDays,
+                                    KRC::dataOptions.GetLastRunTime());
     if (options.json) {
         PrintJson(json);
         return kExitDone;
@@ -268,7 +313,7 @@ int ShowOptions(const GlobalOptions& options) {
         if (k.size() > 4 && k.compare(k.size() - 4, 4, "Text") == 0) continue;
         std::string text = v.is_string() ? v.get<std::string>() : v.dump();
         if (json.contains(k + "Text")) text += " (" + json[k + "Text"].get<std::string>() + ")";
-        std::printf("%-24s %s\n", k.c_str(), text.c_str());
+        std::printf("%-24s %s\n", k.c_str(), Printable(text, 4096).c_str());
     }
     return kExitDone;
 }
@@ -358,6 +403,7 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
     list->add_option("--server", filter->server, "only those of this server")->type_name("URL");
     list->add_option("--user", filter->user, "only those of this login name")->type_name("NAME");
     list->callback([&options, action, filter] {
+        options.readsOnly = true;
         *action = [&options, filter] { return List(options, *filter); };
     });
 
@@ -366,6 +412,7 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
         "find", "print the cache folder of a project (exit 1 if there is none)");
     project->AddTo(find, true);
     find->callback([&options, action, project] {
+        options.readsOnly = true;
         *action = [&options, project] { return Find(options, *project); };
     });
 
@@ -396,7 +443,10 @@ void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* act
     CLI::App* cmd = app.add_subcommand("options", "the data options of --data-folder");
     cmd->require_subcommand(1);
     CLI::App* show = cmd->add_subcommand("show", "show the options");
-    show->callback([&options, action] { *action = [&options] { return ShowOptions(options); }; });
+    show->callback([&options, action] {
+        options.readsOnly = true;
+        *action = [&options] { return ShowOptions(options); };
+    });
 
     auto args = std::make_shared<std::array<std::string, 2>>();
     CLI::App* set = cmd->add_subcommand("set", "change one option, under the registry lock");

@@ -70,7 +70,10 @@ std::string FileFailure(const std::string& what, const std::string& path, int er
 
 std::string AbsoluteFolder(const std::string& path) {
     if (path.empty()) throw UsageError("a folder is named by a path, not an empty word");
-    return std::filesystem::absolute(path).lexically_normal().string();
+    std::string folder = std::filesystem::absolute(path).lexically_normal().string();
+    // "DIR/" and "DIR" are one folder: compared as texts, they must be one text.
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+    return folder;
 }
 
 std::string OneLine(const std::string& text) {

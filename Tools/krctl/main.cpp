@@ -8,8 +8,10 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "CommandLine.h"
+#include "DataFolder.h"
 #include "Doctor.h"
 #include "KRClient/KRClient.h"
 #include "Krctl.h"
@@ -148,6 +150,8 @@ int main(int argc, char** argv) {
                    "folder given to the registry (holds KRDataOptions.xml); must exist")
         ->type_name("DIR");
     app.add_flag("--create", options.create, "make --data-folder if it does not exist");
+    app.add_flag("--follow-options", options.followOptions,
+                 "change the local data folder the options point at, even outside --data-folder");
     TakesFolderName(app.add_option("--project-cache", options.projectCache,
                                    "name of the project cache folder (default Projects)")
                         ->type_name("NAME"));
@@ -205,7 +209,9 @@ int main(int argc, char** argv) {
         if (!options.computerName.empty())
             Network::SetClientComputerName(ZR::UniString(options.computerName));
         LogFile log(options.logFile);
-        Library library(options);
+        // A command that only reads leaves an absent base folder absent.
+        std::optional<Library> library;
+        if (LibraryNeeded(options)) library.emplace(options);
         if (!action) throw UsageError("no command given");
         return action();
     } catch (const UsageError& e) {
