@@ -218,9 +218,11 @@ Reply State::Dispatch(Server& server, const Request& request) {
                            {"path", project->path},
                            {"modelServerPath", ms ? ms->path : std::string()}});
         }
-        for (const std::string& folder : server.folders)
-            if (FolderId(folder) == id)
-                return Ok(Data{{"type", 0}, {"id", id}, {"path", folder}, {"modelServerPath", ""}});
+        if (auto folder = server.folderById.find(id); folder != server.folderById.end())
+            return Ok(Data{{"type", 0},
+                           {"id", id},
+                           {"path", server.folders[folder->second]},
+                           {"modelServerPath", ""}});
         return NotFound("No resource of id " + id);
     }
 
@@ -249,11 +251,9 @@ Reply State::Dispatch(Server& server, const Request& request) {
         User* wanted = FindUserById(server, Text(params, "userId"));
         if (!wanted) return NotFound("No user of id " + Text(params, "userId"));
         Data ids = Data::array();
-        for (const auto& [who, texts] : project->permissions) {
-            if (!SameText(who, wanted->spec.login)) continue;
-            auto& mapper = KRCB::Management::Entities::PermissionIDMapper::GetInstance();
-            for (const std::string& text : texts) ids.push_back(mapper.GetPermissionID(text));
-        }
+        auto& mapper = KRCB::Management::Entities::PermissionIDMapper::GetInstance();
+        for (const std::string& text : PermissionsOf(*project, wanted->spec.login))
+            ids.push_back(mapper.GetPermissionID(text));
         return Ok(std::move(ids));
     }
     if (op == Op::kGetSessions) {
@@ -267,10 +267,9 @@ Reply State::Dispatch(Server& server, const Request& request) {
         return Ok(std::move(sessions));
     }
     if (op == Op::kCreateSession) {
-        for (const Session& session : project->sessions)
-            if (SameText(session.user, user->spec.login))
-                return Refuse(FK::SessionExists, "A session of \"" + user->spec.login +
-                                                     "\" stands in " + project->path);
+        if (project->sessionUsers.count(FoldKey(user->spec.login)))
+            return Refuse(FK::SessionExists,
+                          "A session of \"" + user->spec.login + "\" stands in " + project->path);
         // Opening the project makes the user a member, which its clients hear.
         const std::size_t members = project->members.size();
         std::string id = AddSession(server, *project, SessionSpec{"", user->spec.login, {}});

@@ -115,7 +115,7 @@ void Service::MoveProject(const std::string& serverUrl, const std::string& oldPa
     Project& project = mState->RequireProject(server, oldPath);
     Project* there = mState->FindProjectByPath(server, newPath);
     if (there && there != &project) throw std::invalid_argument("a project stands at " + newPath);
-    project.path = newPath;
+    mState->MoveProject(server, project, newPath);
 }
 
 std::string Service::ReplaceProject(const std::string& serverUrl, const std::string& path) {
@@ -124,17 +124,18 @@ std::string Service::ReplaceProject(const std::string& serverUrl, const std::str
     Project& old = mState->RequireProject(server, path);
     // The newcomer keeps the place, the model server, the state and the
     // rights; its sessions and members start afresh.
-    old.id = mState->NewId("project");
+    mState->ChangeProjectId(server, old, mState->NewId("project"));
     old.sessions.clear();
     old.members.clear();
+    mState->ReindexSessions(server, old);
+    Internal::State::ReindexMembers(old);
     return old.id;
 }
 
 void Service::DeleteProject(const std::string& serverUrl, const std::string& path) {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    server.projects.erase(server.projects.begin() + (&project - server.projects.data()));
+    mState->RemoveProject(server, mState->RequireProject(server, path));
 }
 
 void Service::SetProjectState(const std::string& serverUrl, const std::string& path, int state) {
@@ -150,9 +151,7 @@ void Service::SetPermissions(const std::string& serverUrl, const std::string& pa
     Internal::User* user = mState->FindUser(server, login);
     if (!user) throw std::invalid_argument("no user " + login);
     mState->CheckPermissionTexts(texts);
-    for (auto it = project.permissions.begin(); it != project.permissions.end();)
-        it = Internal::SameText(it->first, login) ? project.permissions.erase(it) : std::next(it);
-    project.permissions[user->spec.login] = texts;
+    mState->SetPermissions(project, user->spec.login, texts);
 }
 
 void Service::GrantPermission(const std::string& serverUrl, const std::string& path,
@@ -174,9 +173,10 @@ std::vector<std::string> Service::GetPermissions(const std::string& serverUrl,
                                                  const std::string& login) const {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Project& project = mState->RequireProject(mState->RequireServer(serverUrl), path);
-    for (const auto& [who, texts] : project.permissions)
-        if (Internal::SameText(who, login)) return texts;
-    return {};
+    // The first spelling of the login, as the table orders them.
+    auto keys = project.permissionKeys.find(Internal::FoldKey(login));
+    if (keys == project.permissionKeys.end() || keys->second.empty()) return {};
+    return project.permissions.at(*keys->second.begin());
 }
 
 std::string Service::AddSession(const std::string& serverUrl, const std::string& path,
@@ -200,9 +200,9 @@ void Service::DeleteSession(const std::string& serverUrl, const std::string& ses
     std::lock_guard<std::mutex> lock(mState->mutex);
     Server& server = mState->RequireServer(serverUrl);
     Project* project = nullptr;
-    Session& session = RequireSession(*mState, server, sessionId);
+    RequireSession(*mState, server, sessionId);
     mState->FindSession(server, sessionId, &project);
-    project->sessions.erase(project->sessions.begin() + (&session - project->sessions.data()));
+    mState->RemoveSession(server, *project, sessionId);
 }
 
 void Service::SetSessionComputer(const std::string& serverUrl, const std::string& sessionId,
@@ -256,6 +256,7 @@ void Service::RemoveMember(const std::string& serverUrl, const std::string& path
     if (it == project.members.end()) throw std::invalid_argument(login + " is no member");
     const std::string removed = it->user;
     project.members.erase(it);
+    Internal::State::ReindexMembers(project);
     mState->MembersChanged(server, project, removed);
 }
 
@@ -267,14 +268,14 @@ void Service::SetMemberUser(const std::string& serverUrl, const std::string& pat
     Internal::User* user = mState->FindUser(server, login);
     if (!user) throw std::invalid_argument("no user " + login);
     MemberSpec* target = nullptr;
-    for (MemberSpec& member : project.members) {
-        if (member.userId == userId)
-            target = &member;
-        else if (Internal::SameText(member.user, login))
-            throw std::invalid_argument(login + " is a member already");
-    }
+    for (MemberSpec& member : project.members)
+        if (member.userId == userId) target = &member;
+    auto other = project.memberByLogin.find(Internal::FoldKey(login));
+    if (other != project.memberByLogin.end() && &project.members[other->second] != target)
+        throw std::invalid_argument(login + " is a member already");
     if (!target) throw std::invalid_argument("no member of short id " + std::to_string(userId));
     target->user = user->spec.login;
+    Internal::State::ReindexMembers(project);
     mState->MembersChanged(server, project, user->spec.login);
 }
 
