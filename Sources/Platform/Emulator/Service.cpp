@@ -234,85 +234,12 @@ std::optional<std::vector<unsigned char>> Service::GetSessionAttribute(
     return it->second;
 }
 
-void Service::AddMember(const std::string& serverUrl, const std::string& path,
-                        const MemberSpec& member) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    Internal::User* user = mState->FindUser(server, member.user);
-    if (!user) throw std::invalid_argument("no user " + member.user);
-    const std::size_t before = project.members.size();
-    mState->EnsureMember(project, user->spec.login, member.userId);
-    if (project.members.size() != before) mState->MembersChanged(server, project, user->spec.login);
-}
-
-void Service::RemoveMember(const std::string& serverUrl, const std::string& path,
-                           const std::string& login) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    auto it = std::find_if(project.members.begin(), project.members.end(),
-                           [&](const MemberSpec& m) { return Internal::SameText(m.user, login); });
-    if (it == project.members.end()) throw std::invalid_argument(login + " is no member");
-    const std::string removed = it->user;
-    project.members.erase(it);
-    Internal::State::ReindexMembers(project);
-    mState->MembersChanged(server, project, removed);
-}
-
-void Service::SetMemberUser(const std::string& serverUrl, const std::string& path,
-                            std::int16_t userId, const std::string& login) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    Internal::User* user = mState->FindUser(server, login);
-    if (!user) throw std::invalid_argument("no user " + login);
-    MemberSpec* target = nullptr;
-    for (MemberSpec& member : project.members)
-        if (member.userId == userId) target = &member;
-    auto other = project.memberByLogin.find(Internal::FoldKey(login));
-    if (other != project.memberByLogin.end() && &project.members[other->second] != target)
-        throw std::invalid_argument(login + " is a member already");
-    if (!target) throw std::invalid_argument("no member of short id " + std::to_string(userId));
-    target->user = user->spec.login;
-    Internal::State::ReindexMembers(project);
-    mState->MembersChanged(server, project, user->spec.login);
-}
-
-std::vector<MemberSpec> Service::GetMembers(const std::string& serverUrl,
-                                            const std::string& path) const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    return mState->RequireProject(server, path).members;
-}
-
-void Service::SetMemberSignals(bool on) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->memberSignals = on;
-}
-
 void Service::SetUserFullName(const std::string& serverUrl, const std::string& login,
                               const std::string& fullName) {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Internal::User* user = mState->FindUser(mState->RequireServer(serverUrl), login);
     if (!user) throw std::invalid_argument("no user " + login);
     user->spec.fullName = fullName;
-}
-
-void Service::SendSignal(const std::string& serverUrl, const std::string& path, int id,
-                         const std::string& text) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    mState->PushSignal(server, mState->RequireProject(server, path).id, "", "", id, text);
-}
-
-bool Service::WaitForPushes(int timeoutMs) const {
-    std::shared_ptr<Internal::Deliverer> deliverer;
-    {
-        std::lock_guard<std::mutex> lock(mState->mutex);
-        deliverer = mState->deliverer;
-    }
-    return deliverer->WaitIdle(timeoutMs);
 }
 
 void Service::SetServerDown(const std::string& serverUrl, bool down) {
@@ -366,50 +293,6 @@ int Service::ServerCallCount() const {
 void Service::ResetCounts() {
     std::lock_guard<std::mutex> lock(mState->mutex);
     mState->counts.clear();
-}
-
-std::vector<SignalRecord> Service::GetSignals() const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    return mState->signals;
-}
-
-void Service::ClearSignals() {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->signals.clear();
-}
-
-namespace {
-Internal::User& RequireUser(Internal::State& state, const std::string& serverUrl,
-                            const std::string& login) {
-    Internal::User* user = state.FindUser(state.RequireServer(serverUrl), login);
-    if (!user) throw std::invalid_argument("no user " + login + " on " + serverUrl);
-    return *user;
-}
-}  // namespace
-
-int Service::GetPresenceState(const std::string& serverUrl, const std::string& user) const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    return RequireUser(*mState, serverUrl, user).presence;
-}
-
-void Service::SetPresenceState(const std::string& serverUrl, const std::string& user, int state) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Internal::User& who = RequireUser(*mState, serverUrl, user);
-    who.presence = state;
-    mState->PushPresence(mState->RequireServer(serverUrl), who.spec.login, "", state);
-}
-
-void Service::SetOnline(const std::string& serverUrl, const std::string& user, bool online) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    RequireUser(*mState, serverUrl, user).online = online;
-    mState->PushOnlineUsers(mState->RequireServer(serverUrl), "");
-}
-
-void Service::SetForcedOffline(const std::string& serverUrl, const std::string& user,
-                               bool offline) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    RequireUser(*mState, serverUrl, user).forcedOffline = offline;
-    mState->PushOnlineUsers(mState->RequireServer(serverUrl), "");
 }
 
 }  // namespace Emulator

@@ -218,21 +218,17 @@ struct State {
     /// Signal 1 to the project's clients, if memberSignals is on.
     void MembersChanged(Server& server, const Project& project, const std::string& login);
 
-    /// The transport: counts, gates, faults, then the operation.
+    /// The transport: counts, gates, faults, then the operation's handler,
+    /// which runs under the lock; a large answer is built after it.
     KRCB::Internal::Reply Call(const KRCB::Internal::Request& request);
-    KRCB::Internal::Reply Dispatch(Server& server, const KRCB::Internal::Request& request);
-    KRCB::Internal::Reply DispatchSignal(Server& server, const KRCB::Internal::Request& request);
-    /// Login, CreateSessionWithState and IsAuthorizationPending (Logins.cpp).
-    KRCB::Internal::Reply DispatchLogin(Server& server, const KRCB::Internal::Request& request);
     void AddStateLogin(Server& server, const StateLoginSpec& spec);
 };
 
 /// A login with a refresh token (the scenario's or one the server issued) or
 /// with a password in its encrypted form; an empty one never fits.
 bool CredentialsFit(const User& user, const Data& params);
+/// Operations of the logins' area, which need no login.
 bool IsLoginOperation(const std::string& op);
-/// A user as the server describes it.
-Data UserData(const User& user);
 
 /// The signal channel's operations, which ServerCallCount leaves out.
 bool IsSignalOperation(const std::string& op);
