@@ -267,7 +267,8 @@ std::string State::AddUser(Server& server, UserSpec spec) {
     std::string key = FoldKey(spec.login);
     if (server.userByLogin.count(key))
         throw std::invalid_argument("user " + spec.login + " exists");
-    if (spec.id.empty()) spec.id = NewId("user");
+    // Ids are GUID texts, as a real server's are.
+    if (spec.id.empty()) spec.id = NewGuid();
     if (FindUserById(server, spec.id))
         throw std::invalid_argument("user id " + spec.id + " is taken");
     if (spec.refreshToken.empty()) spec.refreshToken = NewId("token");
