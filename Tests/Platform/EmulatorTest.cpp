@@ -6,7 +6,6 @@
 #include <fstream>
 #include <functional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 
 #include "KRCB/Clients.h"
