@@ -132,8 +132,11 @@ void ProjectMembers::RefreshProjectMembers(
     for (const UserInfo& info : *list) {
         const Gfx::Color& color = info.user->GetColor();
         const Gfx::Color userColor(color.GetR(), color.GetG(), color.GetB(), color.GetA());
+        // The guid a host looks a member up by is that of the user's id text,
+        // whatever the user object's own guid field says; an id that is no
+        // GUID text gives the null guid.
         ZR::Guid guid;
-        ZR::Guid::Parse(info.user->GetGuid(), &guid);
+        ZR::Guid::Parse(info.user->GetId(), &guid);
         auto data =
             std::make_unique<UserData>(info.loginName, info.user->GetFullName(), guid, userColor);
         UserData* added = data.get();

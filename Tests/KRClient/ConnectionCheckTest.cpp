@@ -44,7 +44,7 @@ TEST_F(ConnectionCheckTest, FirstOpeningGoesOnlineFillsTheRecordOnceAndSetsPrese
     EXPECT_EQ(record.GetSessionId(), SessionOf());
     EXPECT_FALSE(SessionOf().empty());
     EXPECT_EQ(record.GetProjectId(), krtest::kProjectId);
-    EXPECT_EQ(record.GetUserId(), "user-anna");
+    EXPECT_EQ(record.GetUserId(), krtest::kAnnaId);
     EXPECT_EQ(record.GetUserName_(), "anna");
     EXPECT_EQ(record.GetModelServerPath(), "/ms/one");
     EXPECT_EQ(record.GetPermissions().GetSize(), 3u);

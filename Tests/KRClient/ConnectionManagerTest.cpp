@@ -127,7 +127,7 @@ TEST_F(ConnectionManagerTest, TwoManagersOfOneFolderFollowEachOthersWrites) {
     ASSERT_EQ(ReadProjectConnection(first.get(), true).GetCheckResult(), Result::CheckOnline);
     EXPECT_EQ(writes.writes, 1);
     EXPECT_EQ(Record(*second).GetSessionId(), SessionOf());
-    EXPECT_EQ(Record(*second).GetUserId(), "user-anna");
+    EXPECT_EQ(Record(*second).GetUserId(), krtest::kAnnaId);
 
     // A rewrite of one is heard by the other, which writes nothing itself.
     Record(*second).BeginUpdate();

@@ -17,12 +17,11 @@ const char* const kScenario = R"({
   "servers": [{
     "url": "https://emu.example",
     "users": [
-      {"login": "anna", "fullName": "Anna Berg", "id": "u-anna",
+      {"login": "anna", "fullName": "Anna Berg", "id": "6f1c2f0e-8d1a-4e7b-9a51-0c2d3e4f5a6b",
        "refreshToken": "SECRET-TOKEN-anna", "color": "#3366ccff",
-       "guid": "6f1c2f0e-8d1a-4e7b-9a51-0c2d3e4f5a6b"},
-      {"login": "ben", "fullName": "Ben Ortiz", "id": "u-ben",
-       "refreshToken": "SECRET-TOKEN-ben", "color": "#00ff00",
-       "guid": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d"},
+       "guid": "11111111-2222-4333-8444-555555555555"},
+      {"login": "ben", "fullName": "Ben Ortiz", "id": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D",
+       "refreshToken": "SECRET-TOKEN-ben", "color": "#00ff00"},
       {"login": "carla", "fullName": "Carla Reyes", "refreshToken": "SECRET-TOKEN-carla"}
     ],
     "modelServers": [{"id": "ms1", "path": "/ms/1", "version": [1, 0]}],

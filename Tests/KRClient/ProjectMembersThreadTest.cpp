@@ -102,7 +102,9 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     EXPECT_EQ(id, 2);
     ZR::Guid guid;
     ASSERT_TRUE(members->GetUserGuidFromId(1, guid));
-    EXPECT_FALSE(guid.IsNull());
+    // The guid of anna's id text; the user's own guid field (made from the seed) differs.
+    EXPECT_EQ(guid.ToString(), kAnnaId);
+    EXPECT_NE(service->FindUser(kServer, "anna")->guid, kAnnaId);
     EXPECT_TRUE(members->GetUserIdFromGuid(guid, id));
     EXPECT_EQ(id, 1);
     EXPECT_EQ(members->GetUserDataTable().Find(1)[0]->GetUserColor(), Gfx::Color(255, 0, 0, 128));
@@ -344,13 +346,15 @@ ZR::CountedPtr<ZR::PagedArray<KRC::UserInfo>, ZR::AtomicCounter> TwoMembers() {
         return ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>(
             new KRCB::Management::Entities::User(id, "", name, guid, color, false));
     };
-    list->Add(KRC::UserInfo(
-        user("u-a", "Anna", "0a1b2c3d-0000-4000-8000-000000000001", Gfx::Color(1, 2, 3, 4)), 7,
-        "anna", {101, 102}));
-    list->Add(KRC::UserInfo(
-        user("u-b", "Bert", "0a1b2c3d-0000-4000-8000-000000000002", Gfx::Color(9, 8, 7)), 9, "bert",
-        {}));
-    // A second entry under a standing id: its data and attributes are left out.
+    // The guid fields differ from the ids: the ids' guids are the members'.
+    list->Add(KRC::UserInfo(user("0a1b2c3d-0000-4000-8000-00000000000a", "Anna",
+                                 "0a1b2c3d-0000-4000-8000-000000000001", Gfx::Color(1, 2, 3, 4)),
+                            7, "anna", {101, 102}));
+    list->Add(KRC::UserInfo(user("0a1b2c3d-0000-4000-8000-00000000000b", "Bert",
+                                 "0a1b2c3d-0000-4000-8000-000000000002", Gfx::Color(9, 8, 7)),
+                            9, "bert", {}));
+    // A second entry under a standing id: its data and attributes are left
+    // out. Its id is no GUID text: the null guid.
     list->Add(KRC::UserInfo(
         user("u-c", "Cleo", "0a1b2c3d-0000-4000-8000-000000000003", Gfx::Color()), 7, "cleo", {}));
     return list;
@@ -383,6 +387,22 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     EXPECT_EQ(copy.GetUserDataTable().Find(7)[0]->GetLoginName(), "anna");
     EXPECT_TRUE(copy.GetUserIdFromLoginName("bert", id));
     EXPECT_EQ(id, 9);
+    const struct {
+        const char* guid;
+        bool found;
+        short id;
+    } byGuid[] = {{"0a1b2c3d-0000-4000-8000-00000000000a", true, 7},
+                  {"0a1b2c3d-0000-4000-8000-00000000000b", true, 9},
+                  {"00000000-0000-0000-0000-000000000000", true, 7},  // cleo's
+                  {"0a1b2c3d-0000-4000-8000-000000000001", false, 0},
+                  {"0a1b2c3d-0000-4000-8000-000000000003", false, 0}};
+    for (const auto& row : byGuid) {
+        ZR::Guid guid;
+        ASSERT_TRUE(ZR::Guid::Parse(row.guid, &guid));
+        id = -1;
+        EXPECT_EQ(copy.GetUserIdFromGuid(guid, id), row.found) << row.guid;
+        EXPECT_EQ(id, row.id) << row.guid;
+    }
 
     // Misses clear their outputs.
     ZR::UniString name = "stale";

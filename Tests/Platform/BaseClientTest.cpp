@@ -48,12 +48,12 @@ TEST(BaseClientLogin, LoginAnswersServerAndUserAndRefusesWithoutSecrets) {
     EXPECT_EQ(client->GetServerInfo().friendlyName, "Portal");
     EXPECT_EQ(client->GetServerInfo().majorVersion, 3);
     EXPECT_EQ(client->GetServerInfo().uniqueURL, kServer);
-    EXPECT_EQ(client->GetCurrentUserId(), "user-anna");
+    EXPECT_EQ(client->GetCurrentUserId(), kAnnaId);
     // The URL compares as a URL: case of the host and a trailing slash don't matter.
     EXPECT_EQ(ResourceManagerClientFactory::Create("https://PORTAL.test/", "Anna", "rt-anna", false,
                                                    false)
                   ->GetCurrentUserId(),
-              "user-anna");
+              kAnnaId);
 
     ExpectRefusal<CreateSessionFailedException>([] { LogIn("anna", "rt-wrong"); }, "anna");
     ExpectRefusal<CreateSessionFailedException>([] { LogIn("nobody", "rt-anna"); }, "nobody");
@@ -150,7 +150,7 @@ TEST(BaseClientSessions, CreateListMembersAndAttributes) {
     anna->GetProjectMembers(annaSession.GetSessionId(), 3, members);
     ASSERT_EQ(members.GetSize(), 2u);
     EXPECT_EQ(members[0].GetLoginName(), "bert");
-    EXPECT_EQ(members[1].GetServerUserId(), "user-anna");
+    EXPECT_EQ(members[1].GetServerUserId(), kAnnaId);
     EXPECT_EQ(members[1].GetUserId(), 2);
 
     // Attributes are bytes, kept as given; a missing one answers false.
@@ -211,11 +211,11 @@ TEST(BaseClientPermissions, MapperTableAndServerRights) {
         for (const auto& t : texts) out.push_back(t.Std());
         return out;
     };
-    EXPECT_EQ(idsOf("user-bert"), std::vector<std::string>{"ReadProject"});
+    EXPECT_EQ(idsOf(kBertId), std::vector<std::string>{"ReadProject"});
     service->GrantPermission(kServer, kProjectPath, "bert", "LibraryView");
     service->RevokePermission(kServer, kProjectPath, "anna", "WriteProject");
-    EXPECT_EQ(idsOf("user-bert"), (std::vector<std::string>{"ReadProject", "LibraryView"}));
-    EXPECT_EQ(idsOf("user-anna"), (std::vector<std::string>{"ReadProject", "SendMail"}));
+    EXPECT_EQ(idsOf(kBertId), (std::vector<std::string>{"ReadProject", "LibraryView"}));
+    EXPECT_EQ(idsOf(kAnnaId), (std::vector<std::string>{"ReadProject", "SendMail"}));
     EXPECT_THROW(service->GrantPermission(kServer, kProjectPath, "bert", "Fly"),
                  std::invalid_argument);
     EXPECT_THROW(idsOf("user-none"), EntityNotFoundException);
@@ -232,14 +232,14 @@ TEST(BaseClientUsers, CacheImagesAndBatches) {
     auto client = LogIn();
 
     ZR::Ref<KRCB::Management::Entities::User> user;
-    client->GetCachedUser("user-bert", user);
+    client->GetCachedUser(kBertId, user);
     EXPECT_TRUE(user.IsNull());
     service->ResetCounts();
-    client->GetUser("user-bert", user);
+    client->GetUser(kBertId, user);
     EXPECT_EQ(user->GetFullName(), "Bert Cole");
     EXPECT_FALSE(user->HasImage());
     ZR::Ref<KRCB::Management::Entities::User> cached;
-    client->GetCachedUser("user-bert", cached);
+    client->GetCachedUser(kBertId, cached);
     EXPECT_EQ(cached, user);
     EXPECT_EQ(service->ServerCallCount(), 1);
     EXPECT_THROW(client->GetUser("user-none", user), EntityNotFoundException);
@@ -248,9 +248,9 @@ TEST(BaseClientUsers, CacheImagesAndBatches) {
     ZR::HashTable<ZR::UniString, ZR::Ref<KRCB::Management::Entities::User>> users;
     client->GetProjectClient(kProjectId)
         ->GetPortalServerClient()
-        .GetUsersByIds({"user-anna", "user-none", "user-carl"}, users);
+        .GetUsersByIds({kAnnaId, "user-none", "user-carl"}, users);
     ASSERT_EQ(users.GetSize(), 2u);
-    EXPECT_EQ((*users.Find("user-anna"))->GetColor(), Gfx::Color(0xff, 0, 0, 0x80));
+    EXPECT_EQ((*users.Find(kAnnaId))->GetColor(), Gfx::Color(0xff, 0, 0, 0x80));
     client->GetCachedUser("user-carl", cached);
     ASSERT_FALSE(cached.IsNull());
     EXPECT_TRUE(cached->HasImage());
@@ -260,7 +260,7 @@ TEST(BaseClientUsers, CacheImagesAndBatches) {
     ASSERT_FALSE(image.IsNull());
     EXPECT_EQ(image->GetType(), "image/png");
     EXPECT_EQ(image->GetSize(), 4u);
-    client->GetUserImage("user-bert", image);
+    client->GetUserImage(kBertId, image);
     EXPECT_TRUE(image.IsNull());
 }
 

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <functional>
+#include <set>
 #include <stdexcept>
 
 #include "KRCB/Clients.h"
+#include "KRCB/Internal/Operations.h"
 #include "KRCB/SignalClient.h"
 #include "Kerrow/Exceptions.h"
 #include "Support/EmulatorFixture.h"
@@ -205,6 +208,78 @@ TEST(EmulatorState, AdditionsThatDoNotFitAreRefused) {
     members.sessions = {Session("anna")};
     service->AddProject(kServer, members);
     EXPECT_EQ(service->GetSessions(kServer, "/Projects/Barn").at(0).user, "anna");
+}
+
+// Removals move entries in the tables; renames and replacements change keys.
+// Every look-up must follow, by any spelling of a name.
+TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
+    EmulatedService service;
+    auto client = LogIn();
+    std::vector<std::string> ids, sessions;
+    for (const char* path : {"/P/A", "/P/B", "/P/C"}) {
+        ids.push_back(service->AddProject(kServer, Project(path)));
+        sessions.push_back(service->AddSession(kServer, path, Session("bert")));
+    }
+    service->DeleteProject(kServer, "/p/b");
+    EXPECT_EQ(service->GetProjectId(kServer, "/P/C"), ids[2]);
+    EXPECT_EQ(client->GetProjectIdByPath("/p/c"), ZR::UniString(ids[2]));
+    EXPECT_EQ(client->GetProjectState(ZR::UniString(ids[2])), 0);
+    EXPECT_EQ(Caught([&] { client->GetProjectState(ZR::UniString(ids[1])); }), "EntityNotFound");
+    EXPECT_TRUE(service->GetSessionComputer(kServer, sessions[2]) == std::nullopt);
+    EXPECT_THROW(service->DeleteSession(kServer, sessions[1]), std::invalid_argument);
+
+    service->MoveProject(kServer, "/P/A", "/Q/Ä");
+    EXPECT_EQ(service->GetProjectId(kServer, "/p/a"), "");
+    EXPECT_EQ(service->GetProjectId(kServer, "/q/ä"), ids[0]);
+    service->AddProject(kServer, Project("/p/A"));
+    std::string replaced = service->ReplaceProject(kServer, "/P/C");
+    EXPECT_EQ(Caught([&] { client->GetProjectState(ZR::UniString(ids[2])); }), "EntityNotFound");
+    EXPECT_EQ(client->GetProjectState(ZR::UniString(replaced)), 0);
+    EXPECT_THROW(service->GetSessionComputer(kServer, sessions[2]), std::invalid_argument);
+    // The replaced project's session id is free again, its user may start one.
+    Emulator::SessionSpec again = Session("BERT");
+    again.id = sessions[2];
+    EXPECT_EQ(service->AddSession(kServer, "/p/c", again), sessions[2]);
+
+    // Members: the next short id is one above the highest standing.
+    service->AddMember(kServer, kProjectPath, {"anna", 3});
+    service->AddMember(kServer, kProjectPath, {"bert", 0});
+    service->AddMember(kServer, kProjectPath, {"ANNA", 0});
+    service->RemoveMember(kServer, kProjectPath, "Bert");
+    service->SetMemberUser(kServer, kProjectPath, 3, "bert");
+    service->AddMember(kServer, kProjectPath, {"anna", 0});
+    std::vector<std::pair<std::string, int>> members;
+    for (const Emulator::MemberSpec& m : service->GetMembers(kServer, kProjectPath))
+        members.emplace_back(m.user, m.userId);
+    EXPECT_EQ(members, (std::vector<std::pair<std::string, int>>{{"bert", 3}, {"anna", 4}}));
+    EXPECT_THROW(service->AddMember(kServer, kProjectPath, {"carl", 0}), std::invalid_argument);
+
+    // Users and servers by other spellings.
+    service->AddUser(kServer, User("Ärger"));
+    EXPECT_TRUE(service->FindUser("HTTPS://Portal.Test:443/", "äRGER"));
+    EXPECT_FALSE(service->FindUser("http://portal.test", "anna"));
+}
+
+// docs/EMULATOR.md names exactly the operations and fault kinds of the list.
+TEST(EmulatorDocs, NameTheOperationsAndFaultKindsOfTheList) {
+    std::ifstream file(KRC_DOCS_DIR "/EMULATOR.md");
+    ASSERT_TRUE(file) << KRC_DOCS_DIR;
+    // The first cell of each table row of a section, when it is one `name`.
+    std::multiset<std::string> documented[2];
+    int section = -1;
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind("## ", 0) == 0)
+            section = line == "## Operations" ? 0 : line == "## Faults" ? 1 : -1;
+        if (section < 0 || line.rfind("| `", 0) != 0) continue;
+        std::size_t end = line.find('`', 3);
+        if (end != std::string::npos && line.find('|', end) == end + 2)
+            documented[section].insert(line.substr(3, end - 3));
+    }
+    std::multiset<std::string> listed[2];
+    for (const auto& op : KRCB::Internal::kOperations) listed[0].emplace(op.name);
+    for (std::string_view kind : KRCB::Internal::kFaultKindNames) listed[1].emplace(kind);
+    EXPECT_EQ(documented[0], listed[0]);
+    EXPECT_EQ(documented[1], listed[1]);
 }
 
 }  // namespace

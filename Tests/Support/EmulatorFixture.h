@@ -2,7 +2,8 @@
 // A service emulator with one management server, installed as the base
 // client's transport for the life of the fixture:
 //   server  https://portal.test ("Portal", 3.2)
-//   users   anna (token "rt-anna", password "pw-anna"), bert ("rt-bert")
+//   users   anna (id kAnnaId, token "rt-anna", password "pw-anna"),
+//           bert (kBertId, "rt-bert"); ids are GUID texts, as a server's are
 //   model   server "ms-1" at "/ms/one", version 1.0
 //   project "/Projects/House" (id "prj-house") on "ms-1"; anna may read,
 //           write and send mail, bert may read
@@ -20,6 +21,8 @@ namespace krtest {
 inline constexpr const char* kServer = "https://portal.test";
 inline constexpr const char* kProjectPath = "/Projects/House";
 inline constexpr const char* kProjectId = "prj-house";
+inline constexpr const char* kAnnaId = "a11ce000-0000-4000-8000-000000000001";
+inline constexpr const char* kBertId = "be4d0000-0000-4000-8000-000000000002";
 
 inline std::unique_ptr<Emulator::Service> MakeStandardService(std::uint64_t seed = 1) {
     auto service = std::make_unique<Emulator::Service>(seed);
@@ -28,14 +31,14 @@ inline std::unique_ptr<Emulator::Service> MakeStandardService(std::uint64_t seed
     anna.login = "anna";
     anna.password = "pw-anna";
     anna.fullName = "Anna Berg";
-    anna.id = "user-anna";
+    anna.id = kAnnaId;
     anna.refreshToken = "rt-anna";
     anna.color = "#ff000080";
     service->AddUser(kServer, anna);
     Emulator::UserSpec bert;
     bert.login = "bert";
     bert.fullName = "Bert Cole";
-    bert.id = "user-bert";
+    bert.id = kBertId;
     bert.refreshToken = "rt-bert";
     service->AddUser(kServer, bert);
     service->AddModelServer(kServer, {"ms-1", "/ms/one", 1, 0});

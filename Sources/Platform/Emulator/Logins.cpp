@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "Emulator/Internal/State.h"
+#include "Emulator/Internal/Handlers.h"
 #include "KRCB/AuthenticatedClientConnection.h"
 
 namespace Emulator {
@@ -24,9 +24,6 @@ void Service::AddStateLogin(const std::string& serverUrl, const StateLoginSpec& 
 namespace Internal {
 
 using Kerrow::PortalServer::Client::PasswordEncrypter;
-using KRCB::Internal::Reply;
-using KRCB::Internal::Request;
-using FK = KRCB::Internal::FaultKind;
 
 namespace {
 
@@ -41,11 +38,6 @@ bool UsesSsl(const ServerSpec& spec) {
 }
 
 }  // namespace
-
-bool IsLoginOperation(const std::string& op) {
-    return op == Op::kLogin || op == Op::kCreateSessionWithState ||
-           op == Op::kIsAuthorizationPending;
-}
 
 bool CredentialsFit(const User& user, const Data& params) {
     std::string token = Text(params, "refreshToken");
@@ -67,66 +59,70 @@ void State::AddStateLogin(Server& server, const StateLoginSpec& spec) {
     server.spec.stateLogins.push_back(spec);
 }
 
-Reply State::DispatchLogin(Server& server, const Request& request) {
-    const std::string& op = request.op;
-    const Data& params = request.params;
+Answer HandleIsAuthorizationPending(CallContext& call) {
+    const std::string key = call.Text("sessionKey");
+    bool pending = false;
+    for (const Request* held : call.state.held)
+        pending = pending || (held->op == Op::kCreateSessionWithState &&
+                              call.state.FindServer(held->serverUrl) == &call.server &&
+                              Text(held->params, "sessionKey") == key);
+    return Ok(pending);
+}
 
-    if (op == Op::kIsAuthorizationPending) {
-        const std::string key = Text(params, "sessionKey");
-        bool pending = false;
-        for (const Request* call : held)
-            pending = pending || (call->op == Op::kCreateSessionWithState &&
-                                  FindServer(call->serverUrl) == &server &&
-                                  Text(call->params, "sessionKey") == key);
-        Reply reply;
-        reply.result = pending;
-        return reply;
-    }
+namespace {
 
-    User* user = nullptr;
-    const bool passwordLogin = op == Op::kLogin && params.contains("password");
-    if (op == Op::kCreateSessionWithState) {
-        const std::string key = Text(params, "sessionKey"), state = Text(params, "sessionState");
-        for (const StateLoginSpec& login : server.spec.stateLogins)
-            if (!key.empty() && login.key == key && login.state == state)
-                user = FindUser(server, login.user);
-        if (!user) return Refuse(FK::CreateSessionFailed, "The session state was refused");
-    } else {
-        user = FindUser(server, request.user);
-        if (!user || !CredentialsFit(*user, params))
-            return Refuse(FK::CreateSessionFailed,
-                          "Login refused for user \"" + request.user + "\"");
-    }
-    if (!user->spec.companyMember)
+// A login of the user: the server's answer, and for a dialog's login a
+// refresh token of its own.
+Answer LogIn(CallContext& call, User& user, bool dialog) {
+    State& state = call.state;
+    const ServerSpec& server = call.server.spec;
+    if (!user.spec.companyMember)
         return Refuse(FK::NotInCompany,
-                      "The user \"" + user->spec.login + "\" is not a member of the company");
+                      "The user \"" + user.spec.login + "\" is not a member of the company");
 
-    std::string loginId = NewId("login");
-    server.logins[loginId] = user->spec.login;
+    std::string loginId = state.NewId("login");
+    call.server.logins[loginId] = user.spec.login;
     Data result{{"loginId", loginId},
-                {"userId", user->spec.id},
-                {"login", user->spec.login},
+                {"userId", user.spec.id},
+                {"login", user.spec.login},
                 {"serverInfo",
-                 {{"uniqueUrl", server.spec.url},
-                  {"friendlyName", server.spec.friendlyName},
-                  {"major", server.spec.major},
-                  {"minor", server.spec.minor}}}};
-    if (params.value("details", false)) result["user"] = UserData(*user);
-    if (passwordLogin || op == Op::kCreateSessionWithState) {
+                 {{"uniqueUrl", server.url},
+                  {"friendlyName", server.friendlyName},
+                  {"major", server.major},
+                  {"minor", server.minor}}}};
+    if (call.params.value("details", false)) result["user"] = UserData(Summarize(user));
+    if (dialog) {
         // A dialog's login gets a token of its own, which later logins may use.
-        user->issuedTokens.push_back(NewId("rt"));
-        result["refreshToken"] = user->issuedTokens.back();
-        result["serverUrl"] =
-            server.spec.answeredUrl.empty() ? server.spec.url : server.spec.answeredUrl;
-        if (UsesSsl(server.spec)) result["sslVerifyResult"] = server.spec.sslVerifyResult;
-        if (int& interrupt = interruptions[op]; interrupt > 0) {
+        user.issuedTokens.push_back(state.NewId("rt"));
+        result["refreshToken"] = user.issuedTokens.back();
+        result["serverUrl"] = server.answeredUrl.empty() ? server.url : server.answeredUrl;
+        if (UsesSsl(server)) result["sslVerifyResult"] = server.sslVerifyResult;
+        if (int& interrupt = state.interruptions[call.request.op]; interrupt > 0) {
             --interrupt;
             result["interrupted"] = true;
         }
     }
-    Reply reply;
-    reply.result = std::move(result);
-    return reply;
+    return Ok(std::move(result));
+}
+
+}  // namespace
+
+Answer HandleLogin(CallContext& call) {
+    User* user = call.state.FindUser(call.server, call.request.user);
+    if (!user || !CredentialsFit(*user, call.params))
+        return Refuse(FK::CreateSessionFailed,
+                      "Login refused for user \"" + call.request.user + "\"");
+    return LogIn(call, *user, call.params.contains("password"));
+}
+
+Answer HandleCreateSessionWithState(CallContext& call) {
+    const std::string key = call.Text("sessionKey"), sessionState = call.Text("sessionState");
+    User* user = nullptr;
+    for (const StateLoginSpec& login : call.server.spec.stateLogins)
+        if (!key.empty() && login.key == key && login.state == sessionState)
+            user = call.state.FindUser(call.server, login.user);
+    if (!user) return Refuse(FK::CreateSessionFailed, "The session state was refused");
+    return LogIn(call, *user, true);
 }
 
 }  // namespace Internal

@@ -115,7 +115,7 @@ void Service::MoveProject(const std::string& serverUrl, const std::string& oldPa
     Project& project = mState->RequireProject(server, oldPath);
     Project* there = mState->FindProjectByPath(server, newPath);
     if (there && there != &project) throw std::invalid_argument("a project stands at " + newPath);
-    project.path = newPath;
+    mState->MoveProject(server, project, newPath);
 }
 
 std::string Service::ReplaceProject(const std::string& serverUrl, const std::string& path) {
@@ -124,17 +124,18 @@ std::string Service::ReplaceProject(const std::string& serverUrl, const std::str
     Project& old = mState->RequireProject(server, path);
     // The newcomer keeps the place, the model server, the state and the
     // rights; its sessions and members start afresh.
-    old.id = mState->NewId("project");
+    mState->ChangeProjectId(server, old, mState->NewId("project"));
     old.sessions.clear();
     old.members.clear();
+    mState->ReindexSessions(server, old);
+    Internal::State::ReindexMembers(old);
     return old.id;
 }
 
 void Service::DeleteProject(const std::string& serverUrl, const std::string& path) {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    server.projects.erase(server.projects.begin() + (&project - server.projects.data()));
+    mState->RemoveProject(server, mState->RequireProject(server, path));
 }
 
 void Service::SetProjectState(const std::string& serverUrl, const std::string& path, int state) {
@@ -150,9 +151,7 @@ void Service::SetPermissions(const std::string& serverUrl, const std::string& pa
     Internal::User* user = mState->FindUser(server, login);
     if (!user) throw std::invalid_argument("no user " + login);
     mState->CheckPermissionTexts(texts);
-    for (auto it = project.permissions.begin(); it != project.permissions.end();)
-        it = Internal::SameText(it->first, login) ? project.permissions.erase(it) : std::next(it);
-    project.permissions[user->spec.login] = texts;
+    mState->SetPermissions(project, user->spec.login, texts);
 }
 
 void Service::GrantPermission(const std::string& serverUrl, const std::string& path,
@@ -174,9 +173,10 @@ std::vector<std::string> Service::GetPermissions(const std::string& serverUrl,
                                                  const std::string& login) const {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Project& project = mState->RequireProject(mState->RequireServer(serverUrl), path);
-    for (const auto& [who, texts] : project.permissions)
-        if (Internal::SameText(who, login)) return texts;
-    return {};
+    // The first spelling of the login, as the table orders them.
+    auto keys = project.permissionKeys.find(Internal::FoldKey(login));
+    if (keys == project.permissionKeys.end() || keys->second.empty()) return {};
+    return project.permissions.at(*keys->second.begin());
 }
 
 std::string Service::AddSession(const std::string& serverUrl, const std::string& path,
@@ -200,9 +200,9 @@ void Service::DeleteSession(const std::string& serverUrl, const std::string& ses
     std::lock_guard<std::mutex> lock(mState->mutex);
     Server& server = mState->RequireServer(serverUrl);
     Project* project = nullptr;
-    Session& session = RequireSession(*mState, server, sessionId);
+    RequireSession(*mState, server, sessionId);
     mState->FindSession(server, sessionId, &project);
-    project->sessions.erase(project->sessions.begin() + (&session - project->sessions.data()));
+    mState->RemoveSession(server, *project, sessionId);
 }
 
 void Service::SetSessionComputer(const std::string& serverUrl, const std::string& sessionId,
@@ -234,84 +234,12 @@ std::optional<std::vector<unsigned char>> Service::GetSessionAttribute(
     return it->second;
 }
 
-void Service::AddMember(const std::string& serverUrl, const std::string& path,
-                        const MemberSpec& member) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    Internal::User* user = mState->FindUser(server, member.user);
-    if (!user) throw std::invalid_argument("no user " + member.user);
-    const std::size_t before = project.members.size();
-    mState->EnsureMember(project, user->spec.login, member.userId);
-    if (project.members.size() != before) mState->MembersChanged(server, project, user->spec.login);
-}
-
-void Service::RemoveMember(const std::string& serverUrl, const std::string& path,
-                           const std::string& login) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    auto it = std::find_if(project.members.begin(), project.members.end(),
-                           [&](const MemberSpec& m) { return Internal::SameText(m.user, login); });
-    if (it == project.members.end()) throw std::invalid_argument(login + " is no member");
-    const std::string removed = it->user;
-    project.members.erase(it);
-    mState->MembersChanged(server, project, removed);
-}
-
-void Service::SetMemberUser(const std::string& serverUrl, const std::string& path,
-                            std::int16_t userId, const std::string& login) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    Project& project = mState->RequireProject(server, path);
-    Internal::User* user = mState->FindUser(server, login);
-    if (!user) throw std::invalid_argument("no user " + login);
-    MemberSpec* target = nullptr;
-    for (MemberSpec& member : project.members) {
-        if (member.userId == userId)
-            target = &member;
-        else if (Internal::SameText(member.user, login))
-            throw std::invalid_argument(login + " is a member already");
-    }
-    if (!target) throw std::invalid_argument("no member of short id " + std::to_string(userId));
-    target->user = user->spec.login;
-    mState->MembersChanged(server, project, user->spec.login);
-}
-
-std::vector<MemberSpec> Service::GetMembers(const std::string& serverUrl,
-                                            const std::string& path) const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    return mState->RequireProject(server, path).members;
-}
-
-void Service::SetMemberSignals(bool on) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->memberSignals = on;
-}
-
 void Service::SetUserFullName(const std::string& serverUrl, const std::string& login,
                               const std::string& fullName) {
     std::lock_guard<std::mutex> lock(mState->mutex);
     Internal::User* user = mState->FindUser(mState->RequireServer(serverUrl), login);
     if (!user) throw std::invalid_argument("no user " + login);
     user->spec.fullName = fullName;
-}
-
-void Service::SendSignal(const std::string& serverUrl, const std::string& path, int id,
-                         const std::string& text) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Server& server = mState->RequireServer(serverUrl);
-    mState->PushSignal(server, mState->RequireProject(server, path).id, "", "", id, text);
-}
-
-bool Service::WaitForPushes(int timeoutMs) const {
-    std::shared_ptr<Internal::Deliverer> deliverer;
-    {
-        std::lock_guard<std::mutex> lock(mState->mutex);
-        deliverer = mState->deliverer;
-    }
-    return deliverer->WaitIdle(timeoutMs);
 }
 
 void Service::SetServerDown(const std::string& serverUrl, bool down) {
@@ -365,50 +293,6 @@ int Service::ServerCallCount() const {
 void Service::ResetCounts() {
     std::lock_guard<std::mutex> lock(mState->mutex);
     mState->counts.clear();
-}
-
-std::vector<SignalRecord> Service::GetSignals() const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    return mState->signals;
-}
-
-void Service::ClearSignals() {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->signals.clear();
-}
-
-namespace {
-Internal::User& RequireUser(Internal::State& state, const std::string& serverUrl,
-                            const std::string& login) {
-    Internal::User* user = state.FindUser(state.RequireServer(serverUrl), login);
-    if (!user) throw std::invalid_argument("no user " + login + " on " + serverUrl);
-    return *user;
-}
-}  // namespace
-
-int Service::GetPresenceState(const std::string& serverUrl, const std::string& user) const {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    return RequireUser(*mState, serverUrl, user).presence;
-}
-
-void Service::SetPresenceState(const std::string& serverUrl, const std::string& user, int state) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    Internal::User& who = RequireUser(*mState, serverUrl, user);
-    who.presence = state;
-    mState->PushPresence(mState->RequireServer(serverUrl), who.spec.login, "", state);
-}
-
-void Service::SetOnline(const std::string& serverUrl, const std::string& user, bool online) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    RequireUser(*mState, serverUrl, user).online = online;
-    mState->PushOnlineUsers(mState->RequireServer(serverUrl), "");
-}
-
-void Service::SetForcedOffline(const std::string& serverUrl, const std::string& user,
-                               bool offline) {
-    std::lock_guard<std::mutex> lock(mState->mutex);
-    RequireUser(*mState, serverUrl, user).forcedOffline = offline;
-    mState->PushOnlineUsers(mState->RequireServer(serverUrl), "");
 }
 
 }  // namespace Emulator

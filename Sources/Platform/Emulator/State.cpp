@@ -76,11 +76,14 @@ bool SameText(const std::string& a, const std::string& b) {
     return ZR::UniString(a).IsEqual(ZR::UniString(b), ZR::kIgnoreCase);
 }
 
+std::string FoldKey(const std::string& text) {
+    return ZR::UniString(text).FoldCase().Std();
+}
+
 std::string FolderId(const std::string& path) {
     // FNV-1a over the case-folded path: folders differ in more than case.
     std::uint64_t hash = 0xcbf29ce484222325ULL;
-    const ZR::UniString folded = ZR::UniString(path).FoldCase();
-    for (unsigned char c : folded.Std()) {
+    for (unsigned char c : FoldKey(path)) {
         hash ^= c;
         hash *= 0x100000001b3ULL;
     }
@@ -90,11 +93,19 @@ std::string FolderId(const std::string& path) {
     return buffer;
 }
 
+namespace {
+
+template <typename Table>
+auto* At(Table& table, const std::unordered_map<std::string, std::size_t>& index,
+         const std::string& key) {
+    auto it = index.find(key);
+    return it == index.end() ? nullptr : &table[it->second];
+}
+
+}  // namespace
+
 Server* State::FindServer(const std::string& url) {
-    for (Server& server : servers)
-        if (KRCB::IsEqualServerUrls(ZR::UniString(server.spec.url), ZR::UniString(url), true))
-            return &server;
-    return nullptr;
+    return At(servers, serverByUrl, KRCB::ServerUrlKey(ZR::UniString(url)));
 }
 
 Server& State::RequireServer(const std::string& url) {
@@ -104,27 +115,19 @@ Server& State::RequireServer(const std::string& url) {
 }
 
 User* State::FindUser(Server& server, const std::string& login) {
-    for (User& user : server.users)
-        if (SameText(user.spec.login, login)) return &user;
-    return nullptr;
+    return At(server.users, server.userByLogin, FoldKey(login));
 }
 
 User* State::FindUserById(Server& server, const std::string& id) {
-    for (User& user : server.users)
-        if (user.spec.id == id) return &user;
-    return nullptr;
+    return At(server.users, server.userById, id);
 }
 
 Project* State::FindProjectByPath(Server& server, const std::string& path) {
-    for (Project& project : server.projects)
-        if (SameText(project.path, path)) return &project;
-    return nullptr;
+    return At(server.projects, server.projectByPath, FoldKey(path));
 }
 
 Project* State::FindProjectById(Server& server, const std::string& id) {
-    for (Project& project : server.projects)
-        if (project.id == id) return &project;
-    return nullptr;
+    return At(server.projects, server.projectById, id);
 }
 
 Project& State::RequireProject(Server& server, const std::string& path) {
@@ -134,19 +137,109 @@ Project& State::RequireProject(Server& server, const std::string& path) {
 }
 
 Session* State::FindSession(Server& server, const std::string& sessionId, Project** project) {
-    for (Project& p : server.projects)
-        for (Session& session : p.sessions)
-            if (session.id == sessionId) {
-                if (project) *project = &p;
-                return &session;
-            }
+    auto it = server.sessionProject.find(sessionId);
+    Project* owner =
+        it == server.sessionProject.end() ? nullptr : FindProjectById(server, it->second);
+    if (!owner) return nullptr;
+    for (Session& session : owner->sessions)
+        if (session.id == sessionId) {
+            if (project) *project = owner;
+            return &session;
+        }
     return nullptr;
 }
 
 const ModelServerSpec* State::FindModelServer(const Server& server, const std::string& id) const {
-    for (const ModelServerSpec& ms : server.modelServers)
-        if (ms.id == id) return &ms;
-    return nullptr;
+    auto it = server.modelServerById.find(id);
+    return it == server.modelServerById.end() ? nullptr : &server.modelServers[it->second];
+}
+
+void State::ReindexMembers(Project& project) {
+    project.memberByLogin.clear();
+    project.memberIds.clear();
+    project.highestMemberId = 0;
+    for (std::size_t i = 0; i < project.members.size(); ++i) {
+        const MemberSpec& member = project.members[i];
+        project.memberByLogin.emplace(FoldKey(member.user), i);
+        project.memberIds.insert(member.userId);
+        project.highestMemberId = std::max(project.highestMemberId, member.userId);
+    }
+}
+
+void State::ReindexPermissions(Project& project) {
+    project.permissionKeys.clear();
+    for (const auto& entry : project.permissions)
+        project.permissionKeys[FoldKey(entry.first)].insert(entry.first);
+}
+
+void State::ReindexSessions(Server& server, Project& project) {
+    project.sessionUsers.clear();
+    for (auto it = server.sessionProject.begin(); it != server.sessionProject.end();)
+        it = it->second == project.id ? server.sessionProject.erase(it) : std::next(it);
+    for (const Session& session : project.sessions) {
+        project.sessionUsers.insert(FoldKey(session.user));
+        server.sessionProject.emplace(session.id, project.id);
+    }
+}
+
+void State::ReindexProjects(Server& server) {
+    server.projectByPath.clear();
+    server.projectById.clear();
+    for (std::size_t i = 0; i < server.projects.size(); ++i) {
+        server.projectByPath.emplace(FoldKey(server.projects[i].path), i);
+        server.projectById.emplace(server.projects[i].id, i);
+    }
+}
+
+void State::MoveProject(Server& server, Project& project, const std::string& newPath) {
+    const std::size_t place = server.projectByPath.at(FoldKey(project.path));
+    server.projectByPath.erase(FoldKey(project.path));
+    project.path = newPath;
+    server.projectByPath[FoldKey(newPath)] = place;
+}
+
+void State::ChangeProjectId(Server& server, Project& project, const std::string& newId) {
+    const std::size_t place = server.projectById.at(project.id);
+    server.projectById.erase(project.id);
+    for (const Session& session : project.sessions) server.sessionProject.erase(session.id);
+    project.id = newId;
+    server.projectById[newId] = place;
+    for (const Session& session : project.sessions)
+        server.sessionProject.emplace(session.id, project.id);
+}
+
+void State::RemoveProject(Server& server, Project& project) {
+    for (const Session& session : project.sessions) server.sessionProject.erase(session.id);
+    server.projects.erase(server.projects.begin() + (&project - server.projects.data()));
+    ReindexProjects(server);
+}
+
+void State::RemoveSession(Server& server, Project& project, const std::string& sessionId) {
+    auto it = std::find_if(project.sessions.begin(), project.sessions.end(),
+                           [&](const Session& s) { return s.id == sessionId; });
+    if (it == project.sessions.end()) return;
+    project.sessions.erase(it);
+    ReindexSessions(server, project);
+}
+
+std::vector<std::string> State::PermissionsOf(const Project& project,
+                                              const std::string& login) const {
+    std::vector<std::string> texts;
+    auto keys = project.permissionKeys.find(FoldKey(login));
+    if (keys == project.permissionKeys.end()) return texts;
+    for (const std::string& key : keys->second) {
+        const std::vector<std::string>& these = project.permissions.at(key);
+        texts.insert(texts.end(), these.begin(), these.end());
+    }
+    return texts;
+}
+
+void State::SetPermissions(Project& project, const std::string& login,
+                           const std::vector<std::string>& texts) {
+    std::set<std::string>& keys = project.permissionKeys[FoldKey(login)];
+    for (const std::string& key : keys) project.permissions.erase(key);
+    keys = {login};
+    project.permissions[login] = texts;
 }
 
 namespace {
@@ -161,16 +254,21 @@ void CheckPath(const std::string& path, const char* what) {
 
 void State::AddServer(const ServerSpec& spec) {
     if (spec.url.empty()) throw std::invalid_argument("a server needs a url");
-    if (FindServer(spec.url)) throw std::invalid_argument("server " + spec.url + " exists");
+    std::string key = KRCB::ServerUrlKey(ZR::UniString(spec.url));
+    if (serverByUrl.count(key)) throw std::invalid_argument("server " + spec.url + " exists");
     Server server;
     server.spec = spec;
     servers.push_back(std::move(server));
+    serverByUrl.emplace(std::move(key), servers.size() - 1);
 }
 
 std::string State::AddUser(Server& server, UserSpec spec) {
     if (spec.login.empty()) throw std::invalid_argument("a user needs a login");
-    if (FindUser(server, spec.login)) throw std::invalid_argument("user " + spec.login + " exists");
-    if (spec.id.empty()) spec.id = NewId("user");
+    std::string key = FoldKey(spec.login);
+    if (server.userByLogin.count(key))
+        throw std::invalid_argument("user " + spec.login + " exists");
+    // Ids are GUID texts, as a real server's are.
+    if (spec.id.empty()) spec.id = NewGuid();
     if (FindUserById(server, spec.id))
         throw std::invalid_argument("user id " + spec.id + " is taken");
     if (spec.refreshToken.empty()) spec.refreshToken = NewId("token");
@@ -184,6 +282,8 @@ std::string State::AddUser(Server& server, UserSpec spec) {
     User user;
     user.spec = std::move(spec);
     server.users.push_back(std::move(user));
+    server.userByLogin.emplace(std::move(key), server.users.size() - 1);
+    server.userById.emplace(server.users.back().spec.id, server.users.size() - 1);
     return server.users.back().spec.id;
 }
 
@@ -192,13 +292,15 @@ void State::AddModelServer(Server& server, const ModelServerSpec& spec) {
     if (FindModelServer(server, spec.id))
         throw std::invalid_argument("model server " + spec.id + " exists");
     server.modelServers.push_back(spec);
+    server.modelServerById.emplace(spec.id, server.modelServers.size() - 1);
 }
 
 void State::AddFolder(Server& server, const std::string& path) {
     CheckPath(path, "folder");
-    for (const std::string& folder : server.folders)
-        if (SameText(folder, path)) throw std::invalid_argument("folder " + path + " exists");
+    if (!server.folderPaths.insert(FoldKey(path)).second)
+        throw std::invalid_argument("folder " + path + " exists");
     server.folders.push_back(path);
+    server.folderById.emplace(FolderId(path), server.folders.size() - 1);
 }
 
 void State::CheckPermissionTexts(const std::vector<std::string>& texts) {
@@ -224,26 +326,31 @@ std::string State::AddProject(Server& server, const ProjectSpec& spec) {
     }
     Project project;
     project.id = spec.id.empty() ? NewId("project") : spec.id;
-    for (const Project& other : server.projects)
-        if (other.id == project.id)
-            throw std::invalid_argument("project id " + project.id + " is taken");
+    if (server.projectById.count(project.id))
+        throw std::invalid_argument("project id " + project.id + " is taken");
     project.path = spec.path;
     project.modelServer = spec.modelServer;
     project.state = spec.state;
     project.permissions = spec.permissions;
+    ReindexPermissions(project);
+    for (const MemberSpec& member : spec.members) {
+        User* user = FindUser(server, member.user);
+        if (!user) throw std::invalid_argument("no user " + member.user);
+        if (project.memberByLogin.count(FoldKey(member.user)))
+            throw std::invalid_argument(member.user + " is a member already");
+        EnsureMember(project, user->spec.login, member.userId);
+    }
     server.projects.push_back(std::move(project));
     Project& added = server.projects.back();
+    server.projectByPath.emplace(FoldKey(added.path), server.projects.size() - 1);
+    server.projectById.emplace(added.id, server.projects.size() - 1);
     try {
-        for (const MemberSpec& member : spec.members) {
-            if (!FindUser(server, member.user))
-                throw std::invalid_argument("no user " + member.user);
-            for (const MemberSpec& other : added.members)
-                if (SameText(other.user, member.user))
-                    throw std::invalid_argument(member.user + " is a member already");
-            EnsureMember(added, FindUser(server, member.user)->spec.login, member.userId);
-        }
         for (const SessionSpec& session : spec.sessions) AddSession(server, added, session);
     } catch (...) {
+        // A refusal leaves no trace, in the tables or their indexes.
+        for (const Session& session : added.sessions) server.sessionProject.erase(session.id);
+        server.projectByPath.erase(FoldKey(added.path));
+        server.projectById.erase(added.id);
         server.projects.pop_back();
         throw;
     }
@@ -251,35 +358,38 @@ std::string State::AddProject(Server& server, const ProjectSpec& spec) {
 }
 
 std::int16_t State::EnsureMember(Project& project, const std::string& login, std::int16_t userId) {
-    std::int16_t highest = 0;
-    for (const MemberSpec& member : project.members) {
-        if (SameText(member.user, login)) return member.userId;
-        highest = std::max(highest, member.userId);
-        if (userId != 0 && member.userId == userId)
-            throw std::invalid_argument("short user id " + std::to_string(userId) + " is taken");
-    }
+    std::string key = FoldKey(login);
+    if (auto it = project.memberByLogin.find(key); it != project.memberByLogin.end())
+        return project.members[it->second].userId;
+    if (userId != 0 && project.memberIds.count(userId))
+        throw std::invalid_argument("short user id " + std::to_string(userId) + " is taken");
     if (userId < 0) throw std::invalid_argument("a short user id is 1 to 32767");
     if (userId == 0) {
-        if (highest == INT16_MAX) throw std::invalid_argument("no short user id left");
-        userId = static_cast<std::int16_t>(highest + 1);
+        if (project.highestMemberId == INT16_MAX)
+            throw std::invalid_argument("no short user id left");
+        userId = static_cast<std::int16_t>(project.highestMemberId + 1);
     }
     project.members.push_back(MemberSpec{login, userId});
+    project.memberByLogin.emplace(std::move(key), project.members.size() - 1);
+    project.memberIds.insert(userId);
+    project.highestMemberId = std::max(project.highestMemberId, userId);
     return userId;
 }
 
 std::string State::AddSession(Server& server, Project& project, const SessionSpec& spec) {
     User* user = FindUser(server, spec.user);
     if (!user) throw std::invalid_argument("no user " + spec.user);
-    for (const Session& session : project.sessions)
-        if (SameText(session.user, spec.user))
-            throw std::invalid_argument(spec.user + " has a session in " + project.path);
+    if (project.sessionUsers.count(FoldKey(spec.user)))
+        throw std::invalid_argument(spec.user + " has a session in " + project.path);
     Session session;
     session.id = spec.id.empty() ? NewId("session") : spec.id;
-    if (FindSession(server, session.id, nullptr))
+    if (server.sessionProject.count(session.id))
         throw std::invalid_argument("session id " + session.id + " is taken");
     session.user = user->spec.login;
     session.attributes = spec.attributes;
     EnsureMember(project, user->spec.login);
+    project.sessionUsers.insert(FoldKey(session.user));
+    server.sessionProject.emplace(session.id, project.id);
     project.sessions.push_back(std::move(session));
     return project.sessions.back().id;
 }

@@ -105,6 +105,17 @@ bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool stri
            ZR::UniString(pa.path).IsEqual(ZR::UniString(pb.path), ZR::CaseComparison::Insensitive);
 }
 
+std::string ServerUrlKey(const ZR::UniString& url) {
+    UrlParts parts = Split(url);
+    const std::string path = ZR::UniString(parts.path).FoldCase().Std();
+    // Each part with its length first: no part's bytes can pass for another's.
+    std::string key;
+    for (const std::string* part :
+         std::initializer_list<const std::string*>{&parts.scheme, &parts.host, &parts.port, &path})
+        key += std::to_string(part->size()) + ":" + *part;
+    return key;
+}
+
 namespace {
 bool MustEscape(unsigned char c, const ZR::UniString* extra) {
     if (c < 0x20 || c == 0x7F) return true;

@@ -63,7 +63,9 @@ struct UserSpec {
     std::string login;
     std::string password;
     std::string fullName;
-    std::string id;            ///< generated from the seed if empty
+    /// The server's id of the user: a GUID text generated from the seed if
+    /// empty. Members' guids are made from it; any other text gives the null guid.
+    std::string id;
     std::string refreshToken;  ///< generated from the seed if empty
     std::string color = "#808080ff";
     std::string guid;         ///< generated from the seed if empty

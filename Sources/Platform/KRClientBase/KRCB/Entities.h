@@ -56,6 +56,8 @@ public:
     const ZR::UniString& GetId() const { return mId; }
     const ZR::UniString& GetLoginName() const { return mLoginName; }
     const ZR::UniString& GetFullName() const { return mFullName; }
+    /// The server's own guid field of the user. Project members are known by
+    /// the guid of GetId's text, not by this.
     const ZR::UniString& GetGuid() const { return mGuid; }
     const Gfx::Color& GetColor() const { return mColor; }
     bool HasImage() const { return mHasImage; }

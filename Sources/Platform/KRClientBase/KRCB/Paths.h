@@ -2,6 +2,8 @@
 /// @file
 /// Project locations and server URLs.
 
+#include <string>
+
 #include "IO/Location.h"
 #include "KRCB/KRClientBaseExport.h"
 #include "ZR/Containers.h"
@@ -36,6 +38,9 @@ KRCB_EXPORT ZR::UniString WithoutUserInfo(const ZR::UniString& url);
 ///          and path ("http://Srv:8080/a" and "https://srv" match loosely).
 /// A text without a scheme is taken as a host name.
 KRCB_EXPORT bool IsEqualServerUrls(const ZR::UniString& a, const ZR::UniString& b, bool strict);
+/// A key of the URL for tables: two URLs have equal keys exactly when they are
+/// equal strictly.
+KRCB_EXPORT std::string ServerUrlKey(const ZR::UniString& url);
 
 /// Makes a text usable as one file name: "%", "/", "\", ":", "*", "?", '"',
 /// "<", ">", "|" and control characters become "%XX"; so do a leading or

@@ -1,6 +1,11 @@
 #pragma once
 // The emulator's tables and the machinery around them: one mutex over all of
 // it, the seeded generator of ids, faults, gates and counts.
+//
+// The tables keep their entries in order (the order a scenario is written
+// in); beside them stand indexes by id and by case-folded name, so that no
+// look-up walks a table. Whatever changes a table goes through State, or
+// calls the Reindex function of the table it changed.
 
 #include <condition_variable>
 #include <cstdint>
@@ -11,6 +16,8 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "Emulator/Service.h"
@@ -37,6 +44,15 @@ struct Project {
     std::map<std::string, std::vector<std::string>> permissions;  ///< login to texts
     std::vector<Session> sessions;                                ///< in creation order
     std::vector<MemberSpec> members;
+
+    // Indexes, by FoldKey of the login: the place of each member in members;
+    // the short ids taken and the highest; the users with a session; the
+    // keys of permissions (a scenario may spell one user two ways).
+    std::unordered_map<std::string, std::size_t> memberByLogin;
+    std::unordered_set<std::int16_t> memberIds;
+    std::int16_t highestMemberId = 0;
+    std::unordered_set<std::string> sessionUsers;
+    std::unordered_map<std::string, std::set<std::string>> permissionKeys;
 };
 
 struct User {
@@ -64,6 +80,17 @@ struct Server {
     std::vector<Project> projects;
     std::vector<SignalClientEntry> clients;
     std::map<std::string, std::string> logins;  ///< login id to login name
+
+    // Indexes: places in the tables above by FoldKey of a login or path, and
+    // by id; a folder's path by FolderId; a session's project id by session id.
+    std::unordered_map<std::string, std::size_t> userByLogin;
+    std::unordered_map<std::string, std::size_t> userById;
+    std::unordered_map<std::string, std::size_t> modelServerById;
+    std::unordered_set<std::string> folderPaths;
+    std::unordered_map<std::string, std::size_t> folderById;
+    std::unordered_map<std::string, std::size_t> projectByPath;
+    std::unordered_map<std::string, std::size_t> projectById;
+    std::unordered_map<std::string, std::string> sessionProject;
 };
 
 class GateImpl : public Gate {
@@ -116,6 +143,8 @@ struct State {
     std::uint64_t random;
     std::int64_t clock;
     std::vector<Server> servers;
+    /// Places in servers by KRCB::ServerUrlKey.
+    std::unordered_map<std::string, std::size_t> serverByUrl;
 
     std::map<std::string, std::vector<FaultRule>> faults;
     std::map<std::string, Fault> permanentFaults;
@@ -162,6 +191,23 @@ struct State {
     std::int16_t EnsureMember(Project& project, const std::string& login, std::int16_t userId = 0);
     static void CheckPermissionTexts(const std::vector<std::string>& texts);
 
+    /// Rebuild the indexes of a table after a change that moved its entries
+    /// (a removal) or changed many keys at once.
+    static void ReindexMembers(Project& project);
+    static void ReindexPermissions(Project& project);
+    void ReindexProjects(Server& server);
+    /// After the project's sessions changed: its users and the session ids.
+    void ReindexSessions(Server& server, Project& project);
+    /// The project at path gets another path or id; the indexes follow.
+    void MoveProject(Server& server, Project& project, const std::string& newPath);
+    void ChangeProjectId(Server& server, Project& project, const std::string& newId);
+    void RemoveProject(Server& server, Project& project);
+    void RemoveSession(Server& server, Project& project, const std::string& sessionId);
+    /// Permission texts of a user, all spellings of the login together.
+    std::vector<std::string> PermissionsOf(const Project& project, const std::string& login) const;
+    void SetPermissions(Project& project, const std::string& login,
+                        const std::vector<std::string>& texts);
+
     /// Pushes, queued under the lock. A signal goes to the clients that
     /// joined the project, but the sending one (clientId, may be empty).
     void PushSignal(Server& server, const std::string& projectId, const std::string& clientId,
@@ -172,21 +218,17 @@ struct State {
     /// Signal 1 to the project's clients, if memberSignals is on.
     void MembersChanged(Server& server, const Project& project, const std::string& login);
 
-    /// The transport: counts, gates, faults, then the operation.
+    /// The transport: counts, gates, faults, then the operation's handler,
+    /// which runs under the lock; a large answer is built after it.
     KRCB::Internal::Reply Call(const KRCB::Internal::Request& request);
-    KRCB::Internal::Reply Dispatch(Server& server, const KRCB::Internal::Request& request);
-    KRCB::Internal::Reply DispatchSignal(Server& server, const KRCB::Internal::Request& request);
-    /// Login, CreateSessionWithState and IsAuthorizationPending (Logins.cpp).
-    KRCB::Internal::Reply DispatchLogin(Server& server, const KRCB::Internal::Request& request);
     void AddStateLogin(Server& server, const StateLoginSpec& spec);
 };
 
 /// A login with a refresh token (the scenario's or one the server issued) or
 /// with a password in its encrypted form; an empty one never fits.
 bool CredentialsFit(const User& user, const Data& params);
+/// Operations of the logins' area, which need no login.
 bool IsLoginOperation(const std::string& op);
-/// A user as the server describes it.
-Data UserData(const User& user);
 
 /// The signal channel's operations, which ServerCallCount leaves out.
 bool IsSignalOperation(const std::string& op);
@@ -196,6 +238,8 @@ std::string FolderId(const std::string& path);
 
 /// Paths and logins compare without regard to case.
 bool SameText(const std::string& a, const std::string& b);
+/// The key of a text in an index: equal keys exactly for texts that SameText finds equal.
+std::string FoldKey(const std::string& text);
 
 KRCB::Internal::Reply Refuse(KRCB::Internal::FaultKind kind, const std::string& message);
 KRCB::Internal::Fault ToTransportFault(const Fault& fault);

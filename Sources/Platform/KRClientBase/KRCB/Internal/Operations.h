@@ -1,0 +1,112 @@
+#pragma once
+/// @file
+/// The one list of the operations a server serves and of the faults it
+/// answers with. The transport's names, the emulator's dispatch table and
+/// the emulator's documentation (checked by a test) all come from here: an
+/// operation added to the list has a name, must have a handler to link, and
+/// must be documented.
+
+#include <cstddef>
+#include <string_view>
+
+/// X(name, area): the operation's name is its text; its area groups it
+/// with its handlers.
+#define KRCB_OPERATIONS(X)            \
+    X(Login, Logins)                  \
+    X(CreateSessionWithState, Logins) \
+    X(IsAuthorizationPending, Logins) \
+    X(Query, Users)                   \
+    X(GetCurrentUserId, Users)        \
+    X(GetUser, Users)                 \
+    X(GetUserImage, Users)            \
+    X(GetUsersByIds, Users)           \
+    X(GetProjectIdByPath, Projects)   \
+    X(GetResourceById, Projects)      \
+    X(OpenProjectClient, Projects)    \
+    X(GetProjectState, Projects)      \
+    X(GetUserPermissions, Projects)   \
+    X(GetSessions, Sessions)          \
+    X(CreateSession, Sessions)        \
+    X(GetSessionAttribute, Sessions)  \
+    X(SetSessionAttribute, Sessions)  \
+    X(GetProjectMembers, Members)     \
+    X(SignalConnect, Signals)         \
+    X(SignalDisconnect, Signals)      \
+    X(SignalJoinProject, Signals)     \
+    X(SendInternalSignal, Signals)    \
+    X(SendSignal, Signals)            \
+    X(GetPresenceState, Signals)      \
+    X(SetPresenceState, Signals)      \
+    X(IsOnline, Signals)              \
+    X(IsForcedOffline, Signals)       \
+    X(SetForcedOffline, Signals)      \
+    X(GetOnlineUsers, Signals)
+
+/// X(kind): the kinds of refusal; the transport throws the matching exception.
+#define KRCB_FAULT_KINDS(X)            \
+    X(SessionRequired)                 \
+    X(CreateSessionFailed)             \
+    X(EntityNotFound)                  \
+    X(PortalServerClient)              \
+    X(ConnectionFailed)                \
+    X(IncompatibleModelServerVersion)  \
+    X(IncompatibleProjectVersion)      \
+    X(SessionExists)                   \
+    X(ZRException)                     \
+    X(Foreign)                         \
+    X(PortalServerErrorResponse)       \
+    X(NotInCompany)                    \
+    X(GeneralErrorResponse)            \
+    X(IncompatiblePortalServerVersion) \
+    X(Interrupted)                     \
+    X(InterruptedIO)                   \
+    X(InternalError)                   \
+    X(ForcedOffline)                   \
+    X(ClientConnection)                \
+    X(ProjectManagerClient)
+
+namespace KRCB::Internal {
+
+/// Operation names, as constants: Op::kLogin is "Login".
+namespace Op {
+#define KRCB_OPERATION_NAME(name, area) inline constexpr const char* k##name = #name;
+KRCB_OPERATIONS(KRCB_OPERATION_NAME)
+#undef KRCB_OPERATION_NAME
+}  // namespace Op
+
+/// The areas operations are grouped in. Logins need no login; the signal
+/// channel's operations run under the user a signal client names.
+enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals };
+
+struct OperationInfo {
+    std::string_view name;
+    OpArea area;
+};
+
+inline constexpr OperationInfo kOperations[] = {
+#define KRCB_OPERATION_INFO(name, area) {#name, OpArea::area},
+    KRCB_OPERATIONS(KRCB_OPERATION_INFO)
+#undef KRCB_OPERATION_INFO
+};
+
+/// The kinds of refusal a server gives.
+enum class FaultKind {
+#define KRCB_FAULT_KIND(kind) kind,
+    KRCB_FAULT_KINDS(KRCB_FAULT_KIND)
+#undef KRCB_FAULT_KIND
+};
+
+inline constexpr std::string_view kFaultKindNames[] = {
+#define KRCB_FAULT_KIND_NAME(kind) #kind,
+    KRCB_FAULT_KINDS(KRCB_FAULT_KIND_NAME)
+#undef KRCB_FAULT_KIND_NAME
+};
+
+/// The operation of that name; null for a name not in the list.
+constexpr const OperationInfo* FindOperation(std::string_view name) {
+    for (const OperationInfo& info : kOperations)
+        if (info.name == name) return &info;
+    return nullptr;
+}
+
+}  // namespace KRCB::Internal
