@@ -12,67 +12,13 @@
 #include <optional>
 #include <string>
 
+#include "KRCB/KRClientBaseExport.h"
+#include "KRCB/TransportNames.h"
+
 namespace KRCB::Internal {
 
 /// Parameters and results: JSON values, with byte strings as binary values.
 using Data = nlohmann::ordered_json;
-
-/// Operation names; the emulator counts, fails and blocks calls by them.
-namespace Op {
-inline constexpr const char* kLogin = "Login";
-inline constexpr const char* kQuery = "Query";
-inline constexpr const char* kGetCurrentUserId = "GetCurrentUserId";
-inline constexpr const char* kGetProjectIdByPath = "GetProjectIdByPath";
-inline constexpr const char* kGetResourceById = "GetResourceById";
-inline constexpr const char* kGetProjectState = "GetProjectState";
-inline constexpr const char* kGetUserPermissions = "GetUserPermissions";
-inline constexpr const char* kGetUser = "GetUser";
-inline constexpr const char* kGetUserImage = "GetUserImage";
-inline constexpr const char* kGetUsersByIds = "GetUsersByIds";
-inline constexpr const char* kOpenProjectClient = "OpenProjectClient";
-inline constexpr const char* kGetSessions = "GetSessions";
-inline constexpr const char* kCreateSession = "CreateSession";
-inline constexpr const char* kGetProjectMembers = "GetProjectMembers";
-inline constexpr const char* kGetSessionAttribute = "GetSessionAttribute";
-inline constexpr const char* kSetSessionAttribute = "SetSessionAttribute";
-inline constexpr const char* kSignalConnect = "SignalConnect";
-inline constexpr const char* kSignalDisconnect = "SignalDisconnect";
-inline constexpr const char* kSignalJoinProject = "SignalJoinProject";
-inline constexpr const char* kSendInternalSignal = "SendInternalSignal";
-inline constexpr const char* kSendSignal = "SendSignal";
-inline constexpr const char* kGetPresenceState = "GetPresenceState";
-inline constexpr const char* kSetPresenceState = "SetPresenceState";
-inline constexpr const char* kIsOnline = "IsOnline";
-inline constexpr const char* kIsForcedOffline = "IsForcedOffline";
-inline constexpr const char* kSetForcedOffline = "SetForcedOffline";
-inline constexpr const char* kGetOnlineUsers = "GetOnlineUsers";
-inline constexpr const char* kCreateSessionWithState = "CreateSessionWithState";
-inline constexpr const char* kIsAuthorizationPending = "IsAuthorizationPending";
-}  // namespace Op
-
-/// The kinds of refusal a server gives; Call throws the matching exception.
-enum class FaultKind {
-    SessionRequired,                 ///< Kerrow::PortalServer::Client::SessionRequiredException
-    CreateSessionFailed,             ///< ...::CreateSessionFailedException
-    EntityNotFound,                  ///< ...::EntityNotFoundException
-    PortalServerClient,              ///< ...::PortalServerClientException
-    ConnectionFailed,                ///< ...::ConnectionFailedException
-    IncompatibleModelServerVersion,  ///< KRCB::IncompatibleModelServerVersionException
-    IncompatibleProjectVersion,      ///< KRCB::IncompatibleProjectVersionException
-    SessionExists,  ///< Kerrow::Server::Project::Client::ProjectManagerClientSessionExistsException
-    ZRException,    ///< ZR::ZRException
-    Foreign,        ///< std::runtime_error: a failure outside the ZR family
-    PortalServerErrorResponse,        ///< ...::PortalServerErrorResponseException
-    NotInCompany,                     ///< ...::NotInCompanyResponseException
-    GeneralErrorResponse,             ///< ...::GeneralErrorResponseException
-    IncompatiblePortalServerVersion,  ///< KRCB::IncompatiblePortalServerVersionException
-    Interrupted,                      ///< ZR::InterruptedException
-    InterruptedIO,                    ///< ZR::InterruptedIOException
-    InternalError,                    ///< ZR::InternalErrorException
-    ForcedOffline,                    ///< KRCB::ForcedOfflineStateException
-    ClientConnection,                 ///< Communication::Client::ClientConnectionException
-    ProjectManagerClient,  ///< Kerrow::Server::Project::Client::ProjectManagerClientException
-};
 
 /// A refusal. The message must never hold a token or a password: it becomes
 /// the text of an exception.
@@ -128,12 +74,13 @@ struct Push {
 /// Hands a push to the signal client it names, which calls its observers.
 /// The transport calls it on a thread of its own, holding none of its locks;
 /// a push for a client that is gone is dropped.
-void Deliver(const Push& push);
+KRCB_EXPORT void Deliver(const Push& push);
 
 /// Installs the process-wide transport; null removes it. A call under way
-/// keeps the transport it started with.
-void SetTransport(std::shared_ptr<Transport> transport);
-std::shared_ptr<Transport> GetTransport();
+/// keeps the transport it started with. Exported with Deliver: the emulator
+/// component, a library of its own, serves the shared object through them.
+KRCB_EXPORT void SetTransport(std::shared_ptr<Transport> transport);
+KRCB_EXPORT std::shared_ptr<Transport> GetTransport();
 
 /// Sends the request and answers the result; a fault is thrown as its
 /// exception. With no transport installed: ConnectionFailedException naming
