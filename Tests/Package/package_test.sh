@@ -76,6 +76,9 @@ fi
 [ -f "$libdir/cmake/KRClient/KRClientConfigVersion.cmake" ] || fail "no package version file"
 internal=$(find "$prefix/include" -path '*Internal*' | head -3)
 [ -z "$internal" ] || fail "internal headers installed: $internal"
+for guide in ARCHITECTURE.md FIRST_HOST.md EMULATOR.md; do
+    [ -f "$prefix/share/doc/KRClient/$guide" ] || fail "$guide is not installed"
+done
 for header in KRClient/RegisteredProjects.h Emulator/Service.h; do
     [ -f "$include/$header" ] || fail "public header $header missing"
 done
