@@ -85,7 +85,8 @@ done
 
 # 5. A parent project that adds the tree, with no GoogleTest to be found, gets
 #    the library and the emulator it asks for: no tests, tools, demo or
-#    internal archive. Its build folder stays between runs (incremental).
+#    internal archive. Its build folder stays between runs (incremental, and
+#    through ccache when there is one).
 parent=$build/package-test-parent
 mkdir -p "$parent/source"
 cat >"$parent/source/CMakeLists.txt" <<PARENT
@@ -96,7 +97,9 @@ add_subdirectory("$source" krclient)
 add_executable(first_host "$source/examples/first_host/main.cpp")
 target_link_libraries(first_host PRIVATE KRClient::KRClient KRClient::Emulator)
 PARENT
+launcher=$(command -v ccache || true)
 cmake -S "$parent/source" -B "$parent/build" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
+    ${launcher:+-DCMAKE_CXX_COMPILER_LAUNCHER="$launcher"} \
     -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON \
     --no-warn-unused-cli >/dev/null
 quiet cmake --build "$parent/build"
