@@ -1,5 +1,6 @@
 # Install rules: the library, its public headers (never an Internal folder),
-# krctl, the CMake package and a pkg-config file.
+# krctl, the CMake package and a pkg-config file; the emulator component's own
+# rules stand in Sources/Platform/Emulator.
 include(CMakePackageConfigHelpers)
 
 set(KRC_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/KRClient)
@@ -42,5 +43,13 @@ install(FILES ${PROJECT_BINARY_DIR}/KRClientConfig.cmake ${PROJECT_BINARY_DIR}/K
 
 # Relocatable: the prefix is found from where the .pc file lies.
 file(RELATIVE_PATH KRC_PC_TO_PREFIX /_/${CMAKE_INSTALL_LIBDIR}/pkgconfig /_)
+# No -std there: a host chooses its standard, C++20 or later (CMake hosts get
+# cxx_std_20 as a compile feature of KRClient::KRClient).
 configure_file(${PROJECT_SOURCE_DIR}/cmake/KRClient.pc.in ${PROJECT_BINARY_DIR}/KRClient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/KRClient.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(TARGET KRClientEmulatorPackage)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/KRClientEmulator.pc.in
+    ${PROJECT_BINARY_DIR}/KRClientEmulator.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/KRClientEmulator.pc COMPONENT Emulator
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()

@@ -10,6 +10,7 @@
 
 #include "Emulator/Service.h"
 #include "KRCB/Paths.h"
+#include "KRCB/SignalClient.h"
 #include "KRClient/ClientProjectConnectionManager.h"
 #include "KRClient/ProjectConnection.h"
 #include "KRClient/ProjectConnectionBase.h"
@@ -49,9 +50,11 @@ const char* const kPath = "/Housing/Tower B";
 // What the check told the other clients, since the last look.
 void ShowSignals(Emulator::Service& service) {
     for (const Emulator::SignalRecord& signal : service.GetSignals())
-        std::printf("     signal %d \"%s\"\n", signal.id, signal.text.c_str());
+        std::printf("     signal %d (%s) \"%s\"\n", signal.id, KRCB::GetSignalName(signal.id),
+                    signal.text.c_str());
     service.ClearSignals();
-    std::printf("     presence state %d\n", service.GetPresenceState(kServer, "anna"));
+    const int presence = service.GetPresenceState(kServer, "anna");
+    std::printf("     presence %d (%s)\n", presence, KRCB::GetPresenceStateName(presence));
 }
 
 void ShowRecord(const KRC::ClientProjectConnectionManager& manager) {

@@ -16,16 +16,22 @@ namespace {
 // The host hears of every write and of every file failure.
 class HostObserver : public KRC::CachedProjectInfoObserver, public KRC::KRCFileErrorObserver {
 public:
+    // Comes after every write attempt, also one that failed: the failure event
+    // comes first.
     void ContentWrittenToDisc(const KRC::CachedProjectInfo* info) override {
         ++writes;
-        std::printf("    [event] CacheInfo.xml written in %s\n",
+        std::printf("    [event] CacheInfo.xml %s %s\n",
+                    failed ? "write attempted (it failed) in" : "written in",
                     info->GetLocalFolderName().GetUniString().ToCString());
+        failed = false;
     }
     void FileOperationFailed(KRC::FileError error, const IO::Location& location) override {
         static const char* const kWhat[] = {"could not open", "could not read", "could not write"};
         std::printf("    [event] %s %s\n", kWhat[error], location.ToDisplayText().ToCString());
+        failed = true;
     }
     int writes = 0;
+    bool failed = false;
 };
 
 void Show(const char* title, const KRC::CachedProjectInfo& r) {
@@ -82,9 +88,11 @@ int main(int argc, char** argv) {
             "https://design.example.com", "Design office", 26, 3);
         store.AddServer(info, "https://design.example.com");
         store.Write();
-        std::printf("   server %s, version %d\n\n",
+        // The store keeps major * 100 + minor.
+        const int version = store.GetServerVersion("https://design.example.com");
+        std::printf("   server %s, version %d.%d\n\n",
                     store.GetServerFriendlyName("https://design.example.com").ToCString(),
-                    store.GetServerVersion("https://design.example.com"));
+                    version / 100, version % 100);
     }
 
     IO::Location main(ZR::UniString(root + "/Projects"));
@@ -139,10 +147,15 @@ int main(int argc, char** argv) {
     RunSharedFolderDemo(std::filesystem::read_symlink("/proc/self/exe").string(), root);
     RunConnectionDemo(root);
     KRC::CloseKRClient();
+    // krctl is built beside the demo; School's folder stands (Tower A's went in step 7).
+    const std::filesystem::path krctl =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "Tools" /
+        "krctl" / "krctl";
+    const char* tool = std::filesystem::exists(krctl) ? krctl.c_str() : "krctl";
     std::printf(
-        "\nDone. Inspect the files with:\n  build/dev/Tools/krctl/krctl cache show %s\n  "
-        "build/dev/Tools/krctl/krctl --data-folder %s/shared registry list\n  "
-        "build/dev/Tools/krctl/krctl --data-folder %s/shared doctor\n",
-        tower.GetCacheFolderLocation().ToPath().ToCString(), root.c_str(), root.c_str());
+        "\nDone. Inspect the files with:\n  %s cache show %s\n  "
+        "%s --data-folder %s/shared registry list\n  %s --data-folder %s/shared doctor\n",
+        tool, school.GetCacheFolderLocation().ToPath().ToCString(), tool, root.c_str(), tool,
+        root.c_str());
     return 0;
 }

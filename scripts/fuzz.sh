@@ -27,7 +27,7 @@ esac
 build=build/fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKRC_BUILD_FUZZERS=ON -DKRC_SANITIZE="address;undefined" -DKRC_BUILD_TESTS=OFF \
-  -DKRC_BUILD_TOOLS=OFF -DKRC_BUILD_EXAMPLES=OFF -DKRC_INSTALL=OFF >/dev/null
+  -DKRC_BUILD_TOOLS=OFF -DKRC_BUILD_DEMO=OFF -DKRC_INSTALL=OFF >/dev/null
 nice cmake --build "$build" --target "fuzz_$target"
 
 corpus="$build/corpus/$target"

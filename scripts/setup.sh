@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need. Safe to run again:
-# it only calls apt when something is missing.
+# Installs the Debian packages the build and the tests need; with --demo only
+# what the library, krctl and the demo need (no compilers for fuzzing, no
+# Doxygen, GoogleTest or Google Benchmark). Safe to run again: it only calls apt
+# when something is missing.
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build ccache pkg-config clang-format doxygen libcli11-dev
-  clang libclang-rt-dev
+  build-essential cmake ninja-build pkg-config libcli11-dev
   libpugixml-dev nlohmann-json3-dev libssl-dev libicu-dev libpng-dev libjpeg-dev
-  libgtest-dev libgmock-dev googletest libbenchmark-dev
 )
+if [ "${1:-}" != "--demo" ]; then
+  packages+=(ccache clang-format doxygen clang libclang-rt-dev
+             libgtest-dev libgmock-dev googletest libbenchmark-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

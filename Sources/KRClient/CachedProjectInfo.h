@@ -166,7 +166,7 @@ private:
     friend class CacheInfoReader;
     struct Unread {};
     /// A record of cacheFolder with every field empty, for a reader to fill.
-    CachedProjectInfo(const IO::Location& cacheFolder, Unread) : cacheFolder(cacheFolder) {}
+    CachedProjectInfo(const IO::Location& folder, Unread) : cacheFolder(folder) {}
 
     template <typename T>
     void SetField(T& field, const T& value);

@@ -10,8 +10,21 @@
 
 namespace KRC {
 
-/// Starts the base client library with the host's arguments, handed through
-/// untouched; its answer enables or disables the cached project check.
+/// Starts the library. The arguments go to the base client untouched, as
+/// "Key=Value" texts; unknown keys are ignored. The base client knows:
+///
+/// | Argument | Meaning |
+/// |---|---|
+/// | `BaseFolder=DIR` | the base client's own data: the login data file, which holds refresh
+/// tokens; made with mode 0700. Without it `$XDG_DATA_HOME/KRClientBase`, else
+/// `~/.local/share/KRClientBase`; never a shared folder such as /tmp. |
+///
+/// No result, and a folder that can't be made or used doesn't make it fail:
+/// the base client then runs without one, KRCB::GetBaseFolderProblem() says
+/// why, every login data operation throws saying the same, and the cached
+/// project check is disabled. A host checks GetBaseFolderProblem right after.
+/// The data folder of the registry is given separately, to
+/// RegisteredProjects::Init. See docs/FIRST_HOST.md.
 KRCLIENT_EXPORT void InitKRClient(const ZR::PagedArray<ZR::UniString, 8>& arguments);
 KRCLIENT_EXPORT void CloseKRClient();
 

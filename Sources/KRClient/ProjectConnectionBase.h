@@ -32,19 +32,35 @@ class ReadProjectConnection;
 /// No field is guarded by a lock: one thread at a time uses a connection.
 class KRCLIENT_EXPORT ProjectConnectionBase {
 public:
-    /// A connection's state after a check. Value 9 is not used.
+    /// A connection's state after a check. Value 9 is not used. Beside each:
+    /// the internal signal the check sends with it (KRCB::KnownSignalId) to the
+    /// other clients of the project. A failed check also sets the presence
+    /// state to kPresenceSessionProblemTold (CheckNoSession with its signal
+    /// sent) or kPresenceCheckFailed, except for CheckProjectNotWritable; an
+    /// online one sets kPresenceOnline (KRCB::KnownPresenceState).
     enum CheckResult : int {
-        CheckOnline = 0,                  ///< usable
-        CheckOffline = 1,                 ///< no connection
-        CheckNoSession = 2,               ///< the server wanted a session or refused one
-        CheckSessionOnOtherComputer = 3,  ///< another computer holds the session
-        CheckNotChecked = 4,              ///< no check has run yet
-        CheckSessionChanged = 5,          ///< the server's session isn't the cached one
-        CheckProjectNotFound = 6,         ///< no such project, or another one at the path
-        CheckProjectNotWritable = 7,      ///< project state 2 on a write connection
-        CheckProjectStateRefused = 8,     ///< project state 3
-        CheckIncompatibleServer = 10,     ///< the project server's version
-        CheckIncompatibleProject = 11,    ///< the project's version
+        /// Usable.
+        CheckOnline = 0,
+        /// No connection; kSignalProjectMoved if the project lives on elsewhere.
+        CheckOffline = 1,
+        /// The server wanted a session or refused one; kSignalNoSession.
+        CheckNoSession = 2,
+        /// Another computer holds the session; kSignalSessionOnOtherComputer.
+        CheckSessionOnOtherComputer = 3,
+        /// No check has run yet.
+        CheckNotChecked = 4,
+        /// The server's session isn't the cached one; kSignalSessionChanged.
+        CheckSessionChanged = 5,
+        /// No such project, or another one at the path; kSignalProjectNotFound.
+        CheckProjectNotFound = 6,
+        /// Project state 2 on a write connection; kSignalProjectNotWritable.
+        CheckProjectNotWritable = 7,
+        /// Project state 3; kSignalProjectStateRefused.
+        CheckProjectStateRefused = 8,
+        /// The project server's version; kSignalIncompatibleServer.
+        CheckIncompatibleServer = 10,
+        /// The project's version; kSignalIncompatibleProject.
+        CheckIncompatibleProject = 11,
     };
     /// The name of a result as written above ("CheckOnline"), for logs and
     /// tools; "unknown" for a value that is none.

@@ -33,20 +33,18 @@ const ZR::InfoLogLine kPathChanged(
 constexpr std::int64_t kSlowCheckMs = 10000;
 constexpr int kSteps = 6;
 
-// Signals of the check.
-constexpr KRCB::SignalId kSignalNoSession = 14;
-constexpr KRCB::SignalId kSignalProjectNotFound = 15;
-constexpr KRCB::SignalId kSignalProjectMoved = 16;
-constexpr KRCB::SignalId kSignalProjectNotWritable = 17;
-constexpr KRCB::SignalId kSignalProjectStateRefused = 18;
-constexpr KRCB::SignalId kSignalIncompatibleServer = 19;
-constexpr KRCB::SignalId kSignalIncompatibleProject = 22;
-
-// Presence states.
-constexpr KRCB::PresenceState kPresenceNotSet = 0;
-constexpr KRCB::PresenceState kPresenceSessionProblemTold = 1;
-constexpr KRCB::PresenceState kPresenceCheckFailed = 2;
-constexpr KRCB::PresenceState kPresenceOnline = 3;
+// Signals of the check and presence states: public, in KRCB/SignalClient.h.
+using KRCB::kPresenceCheckFailed;
+using KRCB::kPresenceNotSet;
+using KRCB::kPresenceOnline;
+using KRCB::kPresenceSessionProblemTold;
+using KRCB::kSignalIncompatibleProject;
+using KRCB::kSignalIncompatibleServer;
+using KRCB::kSignalNoSession;
+using KRCB::kSignalProjectMoved;
+using KRCB::kSignalProjectNotFound;
+using KRCB::kSignalProjectNotWritable;
+using KRCB::kSignalProjectStateRefused;
 
 // Project states of the server.
 constexpr std::int32_t kProjectReadOnly = 2;

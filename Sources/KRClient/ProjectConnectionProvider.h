@@ -76,8 +76,8 @@ class KRCLIENT_EXPORT ConnectionManagerBasedConnectionProvider : public ProjectC
 public:
     /// manager may be null.
     explicit ConnectionManagerBasedConnectionProvider(
-        KRCB::ProjectConnectionManagerInterface* manager)
-        : manager(manager) {}
+        KRCB::ProjectConnectionManagerInterface* connectionManager)
+        : manager(connectionManager) {}
 
     const KRCB::ProjectConnectionManagerInterface* GetProjectConnectionManager() const {
         return manager;

@@ -22,8 +22,8 @@ using Kerrow::Server::Project::Messages::SessionInfo;
 
 namespace {
 
-constexpr KRCB::SignalId kSignalSessionOnOtherComputer = 12;
-constexpr KRCB::SignalId kSignalSessionChanged = 13;
+using KRCB::kSignalSessionChanged;
+using KRCB::kSignalSessionOnOtherComputer;
 
 // Values of the project client: the user's own sessions, members with details.
 constexpr int kOwnSessions = 1;

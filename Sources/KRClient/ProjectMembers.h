@@ -64,9 +64,9 @@ private:
 class KRCLIENT_EXPORT UserInfo {
 public:
     UserInfo() = default;
-    UserInfo(const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& user, short userId,
-             const ZR::UniString& loginName, const ZR::HashSet<KRCB::PermissionID>& permissions)
-        : user(user), userId(userId), loginName(loginName), permissions(permissions) {}
+    UserInfo(const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& serverUser,
+             short id, const ZR::UniString& login, const ZR::HashSet<KRCB::PermissionID>& rights)
+        : user(serverUser), userId(id), loginName(login), permissions(rights) {}
 
     /// The server's user object.
     ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter> user;
@@ -82,8 +82,8 @@ public:
 class KRCLIENT_EXPORT CachedUserInfo {
 public:
     explicit CachedUserInfo(
-        const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& user)
-        : user(user) {}
+        const ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter>& serverUser)
+        : user(serverUser) {}
 
     ZR::Ref<KRCB::Management::Entities::User, ZR::AtomicCounter> user;
     ZR::HashSet<KRCB::PermissionID> permissions;

@@ -20,8 +20,6 @@ namespace KRC {
 
 namespace {
 
-constexpr KRCB::SignalId kMembersChangedSignal = 1;
-
 // A stop test found the flag set: unwind without posting anything.
 struct Stopped {};
 
@@ -76,7 +74,7 @@ ZR::Ref<ProjectMembers::Work, ZR::AtomicCounter> ProjectMembers::Work::GetSelf()
 }
 
 bool ProjectMembers::Work::CheckSignalType(const KRCB::SignalId& id) const {
-    return id == kMembersChangedSignal;
+    return id == KRCB::kSignalMembersChanged;
 }
 
 void ProjectMembers::Work::SignalReceived(KRCB::SignalClient*, const KRCB::Signal&) {

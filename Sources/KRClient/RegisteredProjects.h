@@ -27,7 +27,7 @@ namespace KRC {
 class KRCLIENT_EXPORT RegisteredProject {
 public:
     RegisteredProject() = default;
-    explicit RegisteredProject(const CachedProjectInfo* info) : info(info) {}
+    explicit RegisteredProject(const CachedProjectInfo* record) : info(record) {}
 
     ZR::UniString GetServerUrl() const;
     ZR::UniString GetUserName() const;

@@ -54,8 +54,10 @@ TEST_F(KrctlEmulateTest, TwoComputersClaimAndTakeOverOneSession) {
     EXPECT_EQ(j["checkResultName"], "CheckSessionOnOtherComputer");
     ASSERT_EQ(j["signals"].size(), 1u) << second.out;
     EXPECT_EQ(j["signals"][0]["id"], 12);
+    EXPECT_EQ(j["signals"][0]["name"], "SessionOnOtherComputer");
     EXPECT_EQ(j["signals"][0]["text"], "PC-1");
     EXPECT_EQ(j["presenceState"], 2);
+    EXPECT_EQ(j["presenceStateName"], "check failed");
 
     auto taken = On("PC-2", "receive-session");
     ASSERT_EQ(taken.exitCode, 0) << taken.err;

@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "KRCB/Clients.h"
-#include "KRCB/Internal/Operations.h"
+#include "KRCB/TransportNames.h"
 #include "KRCB/SignalClient.h"
 #include "Kerrow/Exceptions.h"
 #include "Support/EmulatorFixture.h"

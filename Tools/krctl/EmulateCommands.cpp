@@ -12,6 +12,7 @@
 #include "Emulate.h"
 #include "Emulator/Service.h"
 #include "KRCB/Paths.h"
+#include "KRCB/SignalClient.h"
 #include "KRClient/ClientProjectConnectionManager.h"
 #include "KRClient/ProjectConnection.h"
 #include "KRClient/ProjectConnectionBase.h"
@@ -115,20 +116,23 @@ int Report(const GlobalOptions& options, const Emulator::Service& service, const
            ProjectConnectionBase::CheckResult result) {
     Json signals = Json::array();
     for (const Emulator::SignalRecord& signal : service.GetSignals())
-        signals.push_back({{"id", signal.id}, {"text", signal.text}});
+        signals.push_back(
+            {{"id", signal.id}, {"name", KRCB::GetSignalName(signal.id)}, {"text", signal.text}});
     const int presence = service.GetPresenceState(args.project.server, args.project.user);
     if (options.json) {
         PrintJson(Json{{"checkResult", static_cast<int>(result)},
                        {"checkResultName", KRC::ProjectConnectionBase::GetCheckResultName(result)},
                        {"signals", std::move(signals)},
-                       {"presenceState", presence}});
+                       {"presenceState", presence},
+                       {"presenceStateName", KRCB::GetPresenceStateName(presence)}});
     } else {
         std::printf("check result: %d %s\n", static_cast<int>(result),
                     KRC::ProjectConnectionBase::GetCheckResultName(result));
         for (const Json& signal : signals)
-            std::printf("signal %d \"%s\"\n", signal["id"].get<int>(),
+            std::printf("signal %d (%s) \"%s\"\n", signal["id"].get<int>(),
+                        signal["name"].get<std::string>().c_str(),
                         signal["text"].get<std::string>().c_str());
-        std::printf("presence state: %d\n", presence);
+        std::printf("presence %d (%s)\n", presence, KRCB::GetPresenceStateName(presence));
     }
     return result == ProjectConnectionBase::CheckOnline ? kExitDone : kExitFailed;
 }
@@ -220,7 +224,8 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     static EmulateArgs args;
     CLI::App* emulate = app.add_subcommand(
         "emulate",
-        "run the library against the service emulator of a scenario file (docs/EMULATOR.md); "
+        "run the library against the service emulator of a scenario file (EMULATOR.md in "
+        "share/doc/KRClient of the install, docs/ of the sources); "
         "without --data-folder and --base-folder a scratch folder is used");
     emulate->add_option("SCENARIO", args.scenario, "scenario file")->required();
     emulate->add_flag("--update", args.update,

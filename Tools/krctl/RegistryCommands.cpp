@@ -376,7 +376,7 @@ void LockEvent(const GlobalOptions& options, const char* event, bool locked) {
             "%s\n",
             Dump(Json{{"event", event}, {"locked", locked}, {"monotonicMillis", now}}).c_str());
     else
-        std::printf("%s %lld\n", event, now);
+        std::printf("%s %lld ms (monotonic clock)\n", event, now);
     std::fflush(stdout);
 }
 

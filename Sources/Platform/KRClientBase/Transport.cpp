@@ -99,8 +99,13 @@ void ThrowFault(const Fault& fault) {
 Data Call(const Request& request) {
     std::shared_ptr<Transport> transport = GetTransport();
     if (!transport) {
+        // Said plainly: a host that links no transport meets this first, and
+        // the text reaches its log and the exceptions that it is handed.
         throw Kerrow::PortalServer::Client::ConnectionFailedException(
-            ZR::UniString("No connection to " + WithoutUserInfo(request.serverUrl).Std()), ZR_HERE);
+            ZR::UniString("No connection to " + WithoutUserInfo(request.serverUrl).Std() +
+                          ": no transport is installed (a host's tests install the emulator,"
+                          " KRClient::Emulator, with Emulator::Service::Install)"),
+            ZR_HERE);
     }
     Reply reply = transport->Call(request);
     if (reply.fault) ThrowFault(*reply.fault);

@@ -7,6 +7,22 @@
 /// build and change its state, script failures and blocks, and count calls
 /// through this class. Thread-safe; ids and times are deterministic under the
 /// seed.
+///
+/// Installed as the component `KRClient::Emulator`
+/// (`find_package(KRClient COMPONENTS Emulator)`, or pkg-config
+/// `KRClientEmulator`), so that a host's own tests start the service in their
+/// process as the library's tests do:
+///
+/// @code
+/// Emulator::Service service;                   // or FromScenarioFile(path)
+/// service.AddServer({.url = "https://design.example.com"});
+/// service.AddUser("https://design.example.com", {.login = "anna", .password = "secret"});
+/// service.Install();                           // the library's calls reach it now
+/// @endcode
+///
+/// Scenario files are described in EMULATOR.md, installed with the library's
+/// documentation (share/doc/KRClient).
+/// @ingroup emulator
 
 #include <cstdint>
 #include <map>
@@ -16,7 +32,10 @@
 #include <string>
 #include <vector>
 
-#include "KRCB/Internal/Transport.h"
+#include "KRCB/TransportNames.h"
+
+/// The emulator is a library of its own beside the one a host ships.
+#define KRC_EMULATOR_EXPORT __attribute__((visibility("default")))
 
 namespace Emulator {
 
@@ -48,7 +67,7 @@ struct Fault {
 
 /// A scenario file that can't be used: a JSON syntax error (line and column
 /// set) or a document that doesn't fit (an unknown key, a missing field...).
-class ScenarioError : public std::runtime_error {
+class KRC_EMULATOR_EXPORT ScenarioError : public std::runtime_error {
 public:
     ScenarioError(const std::string& message, int line = 0, int column = 0);
     int GetLine() const { return mLine; }
@@ -140,7 +159,7 @@ struct SignalRecord {
 };
 
 /// A call held by BlockNext until Release.
-class Gate {
+class KRC_EMULATOR_EXPORT Gate {
 public:
     virtual ~Gate() = default;
     /// Waits until a call has reached the gate; false after timeoutMs.
@@ -149,7 +168,7 @@ public:
     virtual void Release() = 0;
 };
 
-class Service {
+class KRC_EMULATOR_EXPORT Service {
 public:
     explicit Service(std::uint64_t seed = 1);
     ~Service();

@@ -20,13 +20,104 @@ namespace Internal {
 class SignalChannel;
 }
 
-/// Ids of signals. The library uses 1 (project members changed) and 12 to 22
-/// (problems found by a connection check).
+/// Ids of signals: any number; KnownSignalId names the ones the library sends
+/// or listens to.
 using SignalId = std::int32_t;
 
-/// 0 not yet set; 1 a session problem already told by a signal; 2 a check
-/// failed; 3 online.
+/// The signal ids the library sends (a connection check, to the other clients
+/// of the project) and listens to. One id may mean two things to two
+/// listeners: the mail client gives 1 and 18 meanings of its own.
+enum KnownSignalId : SignalId {
+    /// Project members: the project's members changed, fetch them again.
+    /// Mail client: the contact list changed (the monitor updates it).
+    kSignalMembersChanged = 1,
+    /// Mail client: the mailbox changed (the monitor updates the mails).
+    kSignalMailsChanged = 10,
+    /// Check: the user's session belongs to another computer; the text names it.
+    kSignalSessionOnOtherComputer = 12,
+    /// Check: the server's session isn't the one in the cache.
+    kSignalSessionChanged = 13,
+    /// Check: the server wanted a session, or refused to make one.
+    kSignalNoSession = 14,
+    /// Check: no such project on the server, or another project at its path.
+    kSignalProjectNotFound = 15,
+    /// Check: the project lives on under another path.
+    kSignalProjectMoved = 16,
+    /// Check: project state 2 on a write connection.
+    kSignalProjectNotWritable = 17,
+    /// Check: project state 3.
+    /// Mail client: reset the connection of the mailbox monitor.
+    kSignalProjectStateRefused = 18,
+    /// Check: the model server's version doesn't fit; the text tells the versions.
+    kSignalIncompatibleServer = 19,
+    /// Check: the project's version doesn't fit; the text is "major.minor.0/minor".
+    kSignalIncompatibleProject = 22,
+};
+
+/// The name of a known signal id as a check sends it ("ProjectNotFound"), or
+/// "unknown". Ids 1 and 18 carry their check and members names; see above for
+/// the mail client's.
+inline const char* GetSignalName(SignalId id) {
+    switch (id) {
+        case kSignalMembersChanged:
+            return "MembersChanged";
+        case kSignalMailsChanged:
+            return "MailsChanged";
+        case kSignalSessionOnOtherComputer:
+            return "SessionOnOtherComputer";
+        case kSignalSessionChanged:
+            return "SessionChanged";
+        case kSignalNoSession:
+            return "NoSession";
+        case kSignalProjectNotFound:
+            return "ProjectNotFound";
+        case kSignalProjectMoved:
+            return "ProjectMoved";
+        case kSignalProjectNotWritable:
+            return "ProjectNotWritable";
+        case kSignalProjectStateRefused:
+            return "ProjectStateRefused";
+        case kSignalIncompatibleServer:
+            return "IncompatibleServer";
+        case kSignalIncompatibleProject:
+            return "IncompatibleProject";
+        default:
+            return "unknown";
+    }
+}
+
+/// A user's presence, as the connection check reads and sets it on the
+/// signal client: any number; KnownPresenceState names the ones it uses.
 using PresenceState = std::int32_t;
+
+enum KnownPresenceState : PresenceState {
+    /// Nothing set yet.
+    kPresenceNotSet = 0,
+    /// A session problem, already told by a signal: a later implicit check
+    /// stays offline until an explicit one.
+    kPresenceSessionProblemTold = 1,
+    /// A check failed; likewise.
+    kPresenceCheckFailed = 2,
+    /// The last check found the connection usable. The mail client's monitor
+    /// runs only in this state and is suspended in every other.
+    kPresenceOnline = 3,
+};
+
+/// "not set", "session problem told", "check failed", "online", or "unknown".
+inline const char* GetPresenceStateName(PresenceState state) {
+    switch (state) {
+        case kPresenceNotSet:
+            return "not set";
+        case kPresenceSessionProblemTold:
+            return "session problem told";
+        case kPresenceCheckFailed:
+            return "check failed";
+        case kPresenceOnline:
+            return "online";
+        default:
+            return "unknown";
+    }
+}
 
 class SignalClient;
 

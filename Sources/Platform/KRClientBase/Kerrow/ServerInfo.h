@@ -10,12 +10,8 @@ namespace Kerrow::PortalServer::Client::Management {
 class KRCB_EXPORT ServerInfo {
 public:
     ServerInfo() = default;
-    ServerInfo(const ZR::UniString& uniqueURL, const ZR::UniString& friendlyName,
-               int majorVersion = 0, int minorVersion = 0)
-        : uniqueURL(uniqueURL),
-          friendlyName(friendlyName),
-          majorVersion(majorVersion),
-          minorVersion(minorVersion) {}
+    ServerInfo(const ZR::UniString& url, const ZR::UniString& name, int major = 0, int minor = 0)
+        : uniqueURL(url), friendlyName(name), majorVersion(major), minorVersion(minor) {}
     virtual ~ServerInfo() = default;
 
     /// The one URL under which the server knows itself, whatever address a

@@ -12,14 +12,15 @@
 #include <optional>
 #include <string>
 
-#include "KRCB/Internal/Operations.h"
+#include "KRCB/KRClientBaseExport.h"
+#include "KRCB/TransportNames.h"
 
 namespace KRCB::Internal {
 
 /// Parameters and results: JSON values, with byte strings as binary values.
 using Data = nlohmann::ordered_json;
 
-// Operation names (Op::kLogin...) and fault kinds: one list, in Operations.h.
+// Operation names (Op::kLogin...) and fault kinds: one list, in KRCB/TransportNames.h.
 // Which exception each fault kind throws: ThrowFault.
 
 /// A refusal. The message must never hold a token or a password: it becomes
@@ -76,12 +77,13 @@ struct Push {
 /// Hands a push to the signal client it names, which calls its observers.
 /// The transport calls it on a thread of its own, holding none of its locks;
 /// a push for a client that is gone is dropped.
-void Deliver(const Push& push);
+KRCB_EXPORT void Deliver(const Push& push);
 
 /// Installs the process-wide transport; null removes it. A call under way
-/// keeps the transport it started with.
-void SetTransport(std::shared_ptr<Transport> transport);
-std::shared_ptr<Transport> GetTransport();
+/// keeps the transport it started with. Exported with Deliver: the emulator
+/// component, a library of its own, serves the shared object through them.
+KRCB_EXPORT void SetTransport(std::shared_ptr<Transport> transport);
+KRCB_EXPORT std::shared_ptr<Transport> GetTransport();
 
 /// Sends the request and answers the result; a fault is thrown as its
 /// exception. With no transport installed: ConnectionFailedException naming

@@ -1,10 +1,11 @@
 #pragma once
 /// @file
-/// The one list of the operations a server serves and of the faults it
-/// answers with. The transport's names, the emulator's dispatch table and
-/// the emulator's documentation (checked by a test) all come from here: an
-/// operation added to the list has a name, must have a handler to link, and
-/// must be documented.
+/// The vocabulary of the transport between the base client and a server: the
+/// names of the operations a server serves and the kinds of refusal it can
+/// give, as one list. The transport's names, the emulator's dispatch table and
+/// its documentation (checked by a test) all come from here: an operation
+/// added to the list has a name, must have a handler to link, and must be
+/// documented. A host's tests that script the emulator use these names.
 
 #include <cstddef>
 #include <string_view>
