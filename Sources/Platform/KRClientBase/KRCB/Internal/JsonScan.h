@@ -1,0 +1,34 @@
+#pragma once
+// A walk over JSON text that builds nothing. Readers of files from outside run
+// it before they parse: nesting, syntax, numbers no type holds and (on asking)
+// keys given twice are refused while the cost is still one pass over the
+// bytes, whatever the text holds.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KRCB::Internal {
+
+struct JsonScan {
+    enum class Outcome { Fine, TooDeep, NumberTooLarge, DuplicateKey, Syntax };
+    Outcome outcome = Outcome::Fine;
+    /// The byte the walk stopped at, counted from 1.
+    std::size_t byte = 0;
+    /// Syntax: the parser's reason without the text it last read, which may
+    /// hold a secret ("syntax error while parsing value: unexpected ']'").
+    std::string reason;
+    /// Where it stopped, as "servers[0].version[1]", keys made printable;
+    /// and the object keys on that way, as they are, outermost first.
+    std::string path;
+    std::vector<std::string> keys;
+    /// Values of any kind walked over (objects and arrays count as one each).
+    std::size_t values = 0;
+};
+
+/// Stops at the first fault; a text nested deeper than maxDepth is refused at
+/// the first value past it.
+JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false);
+
+}  // namespace KRCB::Internal
