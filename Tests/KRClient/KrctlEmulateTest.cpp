@@ -82,6 +82,27 @@ TEST_F(KrctlEmulateTest, TwoComputersClaimAndTakeOverOneSession) {
     EXPECT_EQ(sessions[0]["computer"], "PC-2");
 }
 
+// Names print as one line each, escaped and cut, in the listing as in JSON.
+TEST_F(KrctlEmulateTest, ShowPrintsEveryNameOnItsOwnLine) {
+    std::ofstream(temp.Sub("names.json")) << R"({"servers": [{"url": "https://e\u001b]0;t\u0007",
+        "friendlyName": "two\nlines\u009b", "users": [{"login": "a\r", "fullName": ")"
+                                          << std::string(100000, 'n') << R"("}],
+        "projects": [{"path": "/p\u001b[2J", "sessions": [{"user": "a\r", "computer": "PC\n"}]}]}]})";
+    for (bool json : {false, true}) {
+        auto show = json ? Run({"--json", "emulate", temp.Sub("names.json"), "show"})
+                         : Run({"emulate", temp.Sub("names.json"), "show"});
+        ASSERT_EQ(show.exitCode, 0) << show.err;
+        for (unsigned char c : show.out) ASSERT_TRUE(c >= 0x20 || c == '\n') << show.out;
+        if (json) continue;
+        EXPECT_EQ(std::count(show.out.begin(), show.out.end(), '\n'), 4) << show.out;
+        EXPECT_NE(show.out.find(R"(server https://e\x1b]0;t\x07 "two\nlines\u009b")"),
+                  std::string::npos)
+            << show.out;
+        EXPECT_NE(show.out.find("...(100000 bytes)"), std::string::npos);
+        EXPECT_NE(show.out.find(R"(session )"), std::string::npos);
+    }
+}
+
 // Hostile files: each refused with exit 2 and one line that holds no control
 // character and not the value refused, however large or odd the file.
 TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneCleanLine) {
