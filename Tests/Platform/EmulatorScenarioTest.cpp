@@ -99,6 +99,8 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
     std::string deepPath = "servers";
     for (int i = 0; i < 63; ++i) deepPath += "[0]";
     const std::string longKey(1 << 20, 'k');
+    std::string manyZeros;
+    for (int i = 0; i < 2'000'000; ++i) manyZeros += ",0";
     const Row rows[] = {
         {Server(R"("projects": [{"path": "/a"}, {"path": "/b", "colour": 1}])"),
          "servers[0].projects[1].colour: unknown key"},
@@ -145,6 +147,8 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
          "servers[0].projects[0].members[0].userId: expected an integer from 1 to 32767"},
         {Server(R"("down": "SECRET")"), "servers[0].down: expected true or false"},
         {deep, deepPath + ": nested deeper than 64 levels"},
+        {Server(R"("folders": [0)" + manyZeros + "]"),
+         "servers[0].folders[1999992]: more than 2000000 values and keys in all"},
         // Names from the file are escaped and cut wherever they show.
         {Server(R"("a\nb": 1)"), R"(servers[0].a\nb: unknown key)"},
         {Server(R"("\u001b[2J\u0085": 1)"), R"(servers[0].\x1b[2J\u0085: unknown key)"},

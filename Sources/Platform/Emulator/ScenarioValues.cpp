@@ -56,12 +56,14 @@ void Fail(const std::string& path, const std::string& what) {
 
 Value Parse(const std::string& text) {
     if (text.size() > kMaxBytes) Fail("", "larger than 64 MiB");
-    JsonScan scan = KRCB::Internal::ScanJson(text, kMaxDepth, true);
+    JsonScan scan = KRCB::Internal::ScanJson(text, kMaxDepth, true, kMaxValues);
     switch (scan.outcome) {
         case JsonScan::Outcome::Fine:
             break;
         case JsonScan::Outcome::TooDeep:
             Fail(scan.path, "nested deeper than " + std::to_string(kMaxDepth) + " levels");
+        case JsonScan::Outcome::TooMany:
+            Fail(scan.path, "more than " + std::to_string(kMaxValues) + " values and keys in all");
         case JsonScan::Outcome::NumberTooLarge:
             Fail(scan.path, "a number beyond any type; expected " + AllowedAt(scan.keys));
         case JsonScan::Outcome::DuplicateKey:

@@ -31,8 +31,11 @@ std::string SyntaxReason(const std::string& what) {
 
 class Scanner : public nlohmann::json_sax<Json> {
 public:
-    Scanner(JsonScan* result, int maxDepth, bool refuseDuplicateKeys)
-        : mResult(result), mMaxDepth(maxDepth), mDuplicates(refuseDuplicateKeys) {}
+    Scanner(JsonScan* result, int maxDepth, bool refuseDuplicateKeys, std::size_t maxValues)
+        : mResult(result),
+          mMaxDepth(maxDepth),
+          mDuplicates(refuseDuplicateKeys),
+          mMaxValues(maxValues) {}
 
     bool null() override { return Value(); }
     bool boolean(bool) override { return Value(); }
@@ -47,6 +50,7 @@ public:
     bool end_array() override { return Leave(); }
 
     bool key(string_t& key) override {
+        if (++mResult->values > mMaxValues) return Stop(JsonScan::Outcome::TooMany);
         Frame& frame = mFrames.back();
         if (mDuplicates && !frame.keys.insert(key).second) {
             frame.key = key;
@@ -76,12 +80,12 @@ private:
     };
 
     bool Value() {
-        ++mResult->values;
         if (!mFrames.empty() && mFrames.back().array) ++mFrames.back().count;
+        if (++mResult->values > mMaxValues) return Stop(JsonScan::Outcome::TooMany);
         return true;
     }
     bool Enter(bool array) {
-        Value();
+        if (!Value()) return false;
         if (static_cast<int>(mFrames.size()) >= mMaxDepth) return Stop(JsonScan::Outcome::TooDeep);
         mFrames.push_back(Frame{array, 0, {}, {}});
         return true;
@@ -114,14 +118,16 @@ private:
     JsonScan* mResult;
     int mMaxDepth;
     bool mDuplicates;
+    std::size_t mMaxValues;
     std::vector<Frame> mFrames;
 };
 
 }  // namespace
 
-JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys) {
+JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys,
+                  std::size_t maxValues) {
     JsonScan result;
-    Scanner scanner(&result, maxDepth, refuseDuplicateKeys);
+    Scanner scanner(&result, maxDepth, refuseDuplicateKeys, maxValues);
     Json::sax_parse(text.begin(), text.end(), &scanner);
     return result;
 }

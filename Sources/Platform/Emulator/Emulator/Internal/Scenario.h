@@ -23,6 +23,9 @@ using Value = nlohmann::json;
 
 inline constexpr std::size_t kMaxBytes = 64u << 20;
 inline constexpr int kMaxDepth = 64;
+/// Values and keys in all: room for 100,000 entries of every kind with all
+/// their keys, and a bound on what the parser builds and the tables take.
+inline constexpr std::size_t kMaxValues = 2'000'000;
 
 // The place of a member or an element; keys are made printable.
 std::string Child(const std::string& path, std::string_view key);

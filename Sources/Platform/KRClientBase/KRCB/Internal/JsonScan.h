@@ -5,6 +5,7 @@
 // bytes, whatever the text holds.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +13,7 @@
 namespace KRCB::Internal {
 
 struct JsonScan {
-    enum class Outcome { Fine, TooDeep, NumberTooLarge, DuplicateKey, Syntax };
+    enum class Outcome { Fine, TooDeep, TooMany, NumberTooLarge, DuplicateKey, Syntax };
     Outcome outcome = Outcome::Fine;
     /// The byte the walk stopped at, counted from 1.
     std::size_t byte = 0;
@@ -23,12 +24,15 @@ struct JsonScan {
     /// and the object keys on that way, as they are, outermost first.
     std::string path;
     std::vector<std::string> keys;
-    /// Values of any kind walked over (objects and arrays count as one each).
+    /// Values of any kind walked over (objects and arrays count as one each)
+    /// and keys of objects.
     std::size_t values = 0;
 };
 
 /// Stops at the first fault; a text nested deeper than maxDepth is refused at
-/// the first value past it.
-JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false);
+/// the first value past it, one of more than maxValues values and keys at
+/// the first past those, so that what a parser would build stays bounded.
+JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false,
+                  std::size_t maxValues = SIZE_MAX);
 
 }  // namespace KRCB::Internal
