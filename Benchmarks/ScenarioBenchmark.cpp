@@ -33,11 +33,12 @@ std::string MakeScenario(Kind kind, int count) {
         each([](const std::string& i) { return R"({"url": "https://s)" + i + R"(.example"})"; });
         return text + "]}";
     }
+    // Sessions in projects of 100 each: a project has at most 32767 members.
+    const int users = kind == kUsers ? count : kind == kSessions ? 100 : 1;
     text += R"({"url": "https://portal.example", "users": [)";
-    if (kind == kUsers || kind == kSessions)
-        each([](const std::string& i) { return R"({"login": "user)" + i + R"("})"; });
-    else
-        text += R"({"login": "anna"})";
+    for (int i = 0; i < users; ++i)
+        text +=
+            (i > 0 ? R"(, {"login": "user)" : R"({"login": "user)") + std::to_string(i) + R"("})";
     text += "]";
     if (kind == kFolders) {
         text += R"(, "folders": [)";
@@ -48,11 +49,16 @@ std::string MakeScenario(Kind kind, int count) {
         each([](const std::string& i) { return R"({"path": "/F/Project)" + i + R"("})"; });
         text += "]";
     } else if (kind == kSessions) {
-        text += R"(, "projects": [{"path": "/F/Shared", "sessions": [)";
-        each([](const std::string& i) {
-            return R"({"user": "user)" + i + R"(", "computer": "PC-)" + i + R"("})";
-        });
-        text += "]}]";
+        text += R"(, "projects": [)";
+        for (int p = 0; p < count / 100; ++p) {
+            text += (p > 0 ? R"(, {"path": "/F/Shared)" : R"({"path": "/F/Shared)") +
+                    std::to_string(p) + R"(", "sessions": [)";
+            for (int i = 0; i < 100; ++i)
+                text += (i > 0 ? R"(, {"user": "user)" : R"({"user": "user)") + std::to_string(i) +
+                        R"(", "computer": "PC-)" + std::to_string(p * 100 + i) + R"("})";
+            text += "]}";
+        }
+        text += "]";
     }
     return text + "}]}";
 }

@@ -50,6 +50,7 @@ public:
     bool end_array() override { return Leave(); }
 
     bool key(string_t& key) override {
+        ++mResult->keys;
         if (++mResult->values > mMaxValues) return Stop(JsonScan::Outcome::TooMany);
         Frame& frame = mFrames.back();
         if (mDuplicates && !frame.keys.insert(key).second) {
@@ -110,7 +111,7 @@ private:
             } else {
                 if (!path.empty()) path += ".";
                 path += ZR::Internal::Printable(frame.key, 40);
-                mResult->keys.push_back(frame.key);
+                mResult->pathKeys.push_back(frame.key);
             }
         }
     }

@@ -23,10 +23,13 @@ struct JsonScan {
     /// Where it stopped, as "servers[0].version[1]", keys made printable;
     /// and the object keys on that way, as they are, outermost first.
     std::string path;
-    std::vector<std::string> keys;
+    std::vector<std::string> pathKeys;
     /// Values of any kind walked over (objects and arrays count as one each)
     /// and keys of objects.
     std::size_t values = 0;
+    /// Of which keys: a document built from the text with fewer members than
+    /// this had keys given twice.
+    std::size_t keys = 0;
 };
 
 /// Stops at the first fault; a text nested deeper than maxDepth is refused at
