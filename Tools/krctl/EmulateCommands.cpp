@@ -92,7 +92,7 @@ int Report(const GlobalOptions& options, const Emulator::Service& service, const
                     KRC::ProjectConnectionBase::GetCheckResultName(result));
         for (const Json& signal : signals)
             std::printf("signal %d \"%s\"\n", signal["id"].get<int>(),
-                        signal["text"].get<std::string>().c_str());
+                        ZR::Internal::Printable(signal["text"].get<std::string>()).c_str());
         std::printf("presence state: %d\n", presence);
     }
     return result == ProjectConnectionBase::CheckOnline ? kExitDone : kExitFailed;
