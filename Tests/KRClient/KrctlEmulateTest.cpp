@@ -120,7 +120,7 @@ TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneCleanLine) {
         {R"({"servers": [{"url": "u", "a\nb\u001b[2J": "SECRET"}]})",
          R"(servers[0].a\nb\x1b[2J: unknown key)"},
         {R"({"servers": [{"url": "u", ")" + std::string(4 << 20, 'k') + R"(": 1}]})",
-         "...(4194304 bytes): unknown key"},
+         "...(4096 bytes): a key longer than 4096 bytes"},
     };
     const auto expectRefused = [](const krtest::ProcessResult& run, const std::string& message) {
         EXPECT_EQ(run.exitCode, 2);

@@ -155,7 +155,9 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
         {Server(R"("users": [{"login": "a\u001b"}, {"login": "A\u001b"}])"),
          R"(servers[0].users[1]: user A\x1b exists)"},
         {Server("\"" + longKey + "\": 1"),
-         "servers[0]." + std::string(40, 'k') + "...(1048576 bytes): unknown key"},
+         "servers[0]." + std::string(40, 'k') + "...(4096 bytes): a key longer than 4096 bytes"},
+        {Server("\"" + longKey.substr(0, 4096) + "\": 1"),
+         "servers[0]." + std::string(40, 'k') + "...(4096 bytes): unknown key"},
     };
     for (const Row& row : rows) {
         try {

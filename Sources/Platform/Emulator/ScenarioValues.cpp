@@ -67,12 +67,12 @@ Value Parse(const std::string& text) {
     // The parser keeps one of two equal keys without a word; the document
     // shows it by fewer members than the text has keys, and only then does a
     // second walk look for the place with a set of each object's keys.
-    JsonScan scan = KRCB::Internal::ScanJson(text, kMaxDepth, false, kMaxValues);
+    JsonScan scan = KRCB::Internal::ScanJson(text, kMaxDepth, false, kMaxValues, kMaxKeyBytes);
     if (scan.outcome == JsonScan::Outcome::Fine) {
         Value document = Value::parse(text, nullptr, false);
         if (document.is_discarded()) Fail("", "not JSON");
         if (CountMembers(document) == scan.keys) return document;
-        scan = KRCB::Internal::ScanJson(text, kMaxDepth, true, kMaxValues);
+        scan = KRCB::Internal::ScanJson(text, kMaxDepth, true, kMaxValues, kMaxKeyBytes);
     }
     switch (scan.outcome) {
         case JsonScan::Outcome::Fine:
@@ -81,6 +81,8 @@ Value Parse(const std::string& text) {
             Fail(scan.path, "nested deeper than " + std::to_string(kMaxDepth) + " levels");
         case JsonScan::Outcome::TooMany:
             Fail(scan.path, "more than " + std::to_string(kMaxValues) + " values and keys in all");
+        case JsonScan::Outcome::KeyTooLong:
+            Fail(scan.path, "a key longer than " + std::to_string(kMaxKeyBytes) + " bytes");
         case JsonScan::Outcome::NumberTooLarge:
             Fail(scan.path, "a number beyond any type; expected " + AllowedAt(scan.pathKeys));
         case JsonScan::Outcome::DuplicateKey:

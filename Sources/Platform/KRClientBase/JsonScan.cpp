@@ -31,11 +31,13 @@ std::string SyntaxReason(const std::string& what) {
 
 class Scanner : public nlohmann::json_sax<Json> {
 public:
-    Scanner(JsonScan* result, int maxDepth, bool refuseDuplicateKeys, std::size_t maxValues)
+    Scanner(JsonScan* result, int maxDepth, bool refuseDuplicateKeys, std::size_t maxValues,
+            std::size_t maxKeyBytes)
         : mResult(result),
           mMaxDepth(maxDepth),
           mDuplicates(refuseDuplicateKeys),
-          mMaxValues(maxValues) {}
+          mMaxValues(maxValues),
+          mMaxKeyBytes(maxKeyBytes) {}
 
     bool null() override { return Value(); }
     bool boolean(bool) override { return Value(); }
@@ -53,6 +55,10 @@ public:
         ++mResult->keys;
         if (++mResult->values > mMaxValues) return Stop(JsonScan::Outcome::TooMany);
         Frame& frame = mFrames.back();
+        if (key.size() > mMaxKeyBytes) {
+            frame.key = key.substr(0, mMaxKeyBytes);
+            return Stop(JsonScan::Outcome::KeyTooLong);
+        }
         if (mDuplicates && !frame.keys.insert(key).second) {
             frame.key = key;
             return Stop(JsonScan::Outcome::DuplicateKey);
@@ -120,15 +126,16 @@ private:
     int mMaxDepth;
     bool mDuplicates;
     std::size_t mMaxValues;
+    std::size_t mMaxKeyBytes;
     std::vector<Frame> mFrames;
 };
 
 }  // namespace
 
 JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys,
-                  std::size_t maxValues) {
+                  std::size_t maxValues, std::size_t maxKeyBytes) {
     JsonScan result;
-    Scanner scanner(&result, maxDepth, refuseDuplicateKeys, maxValues);
+    Scanner scanner(&result, maxDepth, refuseDuplicateKeys, maxValues, maxKeyBytes);
     Json::sax_parse(text.begin(), text.end(), &scanner);
     return result;
 }

@@ -26,6 +26,8 @@ inline constexpr int kMaxDepth = 64;
 /// Values and keys in all: room for 100,000 entries of every kind with all
 /// their keys, and a bound on what the parser builds and the tables take.
 inline constexpr std::size_t kMaxValues = 2'000'000;
+/// Keys are names (of members, logins, attributes), never data.
+inline constexpr std::size_t kMaxKeyBytes = 4096;
 
 // The place of a member or an element; keys are made printable.
 std::string Child(const std::string& path, std::string_view key);

@@ -13,7 +13,7 @@
 namespace KRCB::Internal {
 
 struct JsonScan {
-    enum class Outcome { Fine, TooDeep, TooMany, NumberTooLarge, DuplicateKey, Syntax };
+    enum class Outcome { Fine, TooDeep, TooMany, KeyTooLong, NumberTooLarge, DuplicateKey, Syntax };
     Outcome outcome = Outcome::Fine;
     /// The byte the walk stopped at, counted from 1.
     std::size_t byte = 0;
@@ -34,8 +34,9 @@ struct JsonScan {
 
 /// Stops at the first fault; a text nested deeper than maxDepth is refused at
 /// the first value past it, one of more than maxValues values and keys at
-/// the first past those, so that what a parser would build stays bounded.
+/// the first past those, and a key longer than maxKeyBytes, so that what a
+/// parser would build stays bounded.
 JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false,
-                  std::size_t maxValues = SIZE_MAX);
+                  std::size_t maxValues = SIZE_MAX, std::size_t maxKeyBytes = SIZE_MAX);
 
 }  // namespace KRCB::Internal
