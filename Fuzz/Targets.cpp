@@ -3,8 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
+#include "Emulator/Service.h"
 #include "IO/Location.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRClient/CachedProjectInfo.h"
@@ -133,6 +135,24 @@ int FuzzLoginData(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+int FuzzScenario(const std::uint8_t* data, std::size_t size) {
+    std::unique_ptr<Emulator::Service> service;
+    try {
+        service = Emulator::Service::FromScenarioText(
+            std::string(reinterpret_cast<const char*>(data), size));
+    } catch (const Emulator::ScenarioError& e) {
+        // A refusal is one line with nothing a terminal acts on.
+        for (const char* c = e.what(); *c; ++c)
+            if (static_cast<unsigned char>(*c) < 0x20 || *c == 0x7f) std::abort();
+        return 0;
+    }
+    // What was read is written, read again and written to the same text.
+    std::string text = service->ToScenarioText();
+    if (Emulator::Service::FromScenarioText(text)->ToScenarioText() != text) std::abort();
+    service->ToDisplayText();
+    return 0;
+}
+
 int FuzzLocation(const std::uint8_t* data, std::size_t size) {
     ZR::UniString text(std::string(reinterpret_cast<const char*>(data), size));
     IO::Location location;
@@ -188,7 +208,7 @@ const Target* FindTarget(std::string_view name) {
         {"xml_channel", &FuzzXmlChannel},   {"cache_info", &FuzzCacheInfo},
         {"data_options", &FuzzDataOptions}, {"login_data", &FuzzLoginData},
         {"location", &FuzzLocation},        {"contact_list", &FuzzContactList},
-        {"native_image", &FuzzNativeImage},
+        {"native_image", &FuzzNativeImage}, {"scenario", &FuzzScenario},
     };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
@@ -197,7 +217,7 @@ const Target* FindTarget(std::string_view name) {
 
 const char* TargetNames() {
     return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image";
+           "native_image, scenario";
 }
 
 }  // namespace krfuzz

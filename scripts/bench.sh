@@ -4,13 +4,16 @@
 # it in the same run. Extra arguments go to the benchmark binary, e.g.
 #   scripts/bench.sh --benchmark_filter='BM_LookUp'
 #   scripts/bench.sh --benchmark_repetitions=3
+# KRC_BENCH names another benchmark binary, e.g.
+#   KRC_BENCH=ScenarioBenchmark scripts/bench.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset release >/dev/null
-nice cmake --build --preset release --target RegistryBenchmark >&2
+bench="${KRC_BENCH:-RegistryBenchmark}"
+nice cmake --build --preset release --target "$bench" >&2
 out="$(mktemp "${TMPDIR:-/tmp}/krc-bench-XXXXXX.json")"
 trap 'rm -f "$out"' EXIT
-./build/release/Benchmarks/RegistryBenchmark --benchmark_out="$out" --benchmark_out_format=json \
+"./build/release/Benchmarks/$bench" --benchmark_out="$out" --benchmark_out_format=json \
     "$@" >&2
 python3 - "$out" <<'PY'
 import json, sys

@@ -2,7 +2,9 @@
 // against one scenario file that carries the server's state between them.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -89,19 +91,60 @@ TEST_F(KrctlEmulateTest, TwoComputersClaimAndTakeOverOneSession) {
               "Emulated");
 }
 
-TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneLine) {
-    std::ofstream(temp.Sub("unknown.json"))
-        << R"({"servers": [{"url": "https://e", "colour": "red"}]})";
-    auto unknown = Run({"emulate", temp.Sub("unknown.json"), "show"});
-    EXPECT_EQ(unknown.exitCode, 2);
-    EXPECT_NE(unknown.err.find("colour"), std::string::npos) << unknown.err;
-    EXPECT_EQ(std::count(unknown.err.begin(), unknown.err.end(), '\n'), 1) << unknown.err;
+// Names print as one line each, escaped and cut, in the listing as in JSON.
+TEST_F(KrctlEmulateTest, ShowPrintsEveryNameOnItsOwnLine) {
+    std::ofstream(temp.Sub("names.json")) << R"({"servers": [{"url": "https://e\u001b]0;t\u0007",
+        "friendlyName": "two\nlines\u009b", "users": [{"login": "a\r", "fullName": ")"
+                                          << std::string(100000, 'n') << R"("}],
+        "projects": [{"path": "/p\u001b[2J", "sessions": [{"user": "a\r", "computer": "PC\n"}]}]}]})";
+    for (bool json : {false, true}) {
+        auto show = json ? Run({"--json", "emulate", temp.Sub("names.json"), "show"})
+                         : Run({"emulate", temp.Sub("names.json"), "show"});
+        ASSERT_EQ(show.exitCode, 0) << show.err;
+        for (unsigned char c : show.out) ASSERT_TRUE(c >= 0x20 || c == '\n') << show.out;
+        if (json) continue;
+        EXPECT_EQ(std::count(show.out.begin(), show.out.end(), '\n'), 4) << show.out;
+        EXPECT_NE(show.out.find(R"(server https://e\x1b]0;t\x07 "two\nlines\u009b")"),
+                  std::string::npos)
+            << show.out;
+        EXPECT_NE(show.out.find("...(100000 bytes)"), std::string::npos);
+        EXPECT_NE(show.out.find(R"(session )"), std::string::npos);
+    }
+}
 
+// Hostile files: each refused with exit 2 and one line that holds no control
+// character and not the value refused, however large or odd the file.
+TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneCleanLine) {
+    const std::string fifo = temp.Sub("fifo.json");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::pair<std::string, std::string> rows[] = {
+        {R"({"servers": [{"url": "https://e", "colour": "red"}]})", "colour: unknown key"},
+        {"{\n  \"servers\": [\n    {\"url\": }\n", "line 3"},
+        {"{\"servers\": " + std::string(5000000, '['), "nested deeper than 64 levels"},
+        {R"({"servers": [{"url": "u", "version": [1e400, 0]}]})",
+         "servers[0].version[0]: a number beyond any type"},
+        {R"({"servers": [{"url": "u", "users": [{"login": "a"}], "projects": [{"path": "/p",
+            "state": 18446744073709551615}]}]})",
+         "servers[0].projects[0].state: expected an integer from"},
+        {R"({"servers": [{"url": "u", "a\nb\u001b[2J": "SECRET"}]})",
+         R"(servers[0].a\nb\x1b[2J: unknown key)"},
+        {R"({"servers": [{"url": "u", ")" + std::string(4 << 20, 'k') + R"(": 1}]})",
+         "...(4096 bytes): a key longer than 4096 bytes"},
+    };
+    const auto expectRefused = [](const krtest::ProcessResult& run, const std::string& message) {
+        EXPECT_EQ(run.exitCode, 2);
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err.substr(0, 500);
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
+        EXPECT_LT(run.err.size(), 1000u);
+        EXPECT_EQ(run.err.find("SECRET"), std::string::npos);
+        for (unsigned char c : run.err) ASSERT_TRUE(c >= 0x20 || c == '\n') << run.err;
+    };
+    expectRefused(Run({"emulate", fifo, "show"}), "not a regular file");
+    for (const auto& [text, message] : rows) {
+        std::ofstream(temp.Sub("bad.json"), std::ios::trunc) << text;
+        expectRefused(Run({"emulate", temp.Sub("bad.json"), "show"}), message);
+    }
     std::ofstream(temp.Sub("broken.json")) << "{\n  \"servers\": [\n    {\"url\": }\n";
-    auto broken = Run({"emulate", temp.Sub("broken.json"), "show"});
-    EXPECT_EQ(broken.exitCode, 2);
-    EXPECT_NE(broken.err.find("line 3"), std::string::npos) << broken.err;
-    EXPECT_EQ(std::count(broken.err.begin(), broken.err.end(), '\n'), 1) << broken.err;
 
     // The file that was refused is left as it was.
     auto again = Run({"emulate", temp.Sub("broken.json"), "--update", "check", "--server",

@@ -1,6 +1,10 @@
 // Scenario files: what they load, how they refuse, and the state written back.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
 
 #include "KRCB/Clients.h"
 #include "Kerrow/Exceptions.h"
@@ -74,52 +78,152 @@ TEST(EmulatorScenario, ALoadedScenarioServesItsState) {
     service->Uninstall();
 }
 
-TEST(EmulatorScenario, RefusalsAreOneLineNamingThePlace) {
+// What a person may see of a refusal: one line, bounded, no control
+// character, and never the value refused (the rows spell theirs "SECRET").
+void ExpectCleanLine(const std::string& message) {
+    EXPECT_LT(message.size(), 600u) << message.substr(0, 600);
+    EXPECT_EQ(message.find("SECRET"), std::string::npos) << message.substr(0, 600);
+    for (unsigned char c : message) ASSERT_TRUE(c >= 0x20 && c != 0x7f) << message.substr(0, 600);
+}
+
+std::string Server(const std::string& members) {
+    return R"({"servers": [{"url": "u", )" + members + "}]}";
+}
+
+TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
     struct Row {
-        const char* text;
-        const char* message;
+        std::string text;
+        std::string message;  // the start of it
     };
+    const std::string int32 = "expected an integer from -2147483648 to 2147483647";
+    const std::string project = R"("users": [{"login": "a"}], "projects": [{"path": "/p", )";
+    const std::string deep = R"({"servers": )" + std::string(100000, '[');
+    std::string deepPath = "servers";
+    for (int i = 0; i < 63; ++i) deepPath += "[0]";
+    const std::string longKey(1 << 20, 'k');
+    std::string manyZeros;
+    for (int i = 0; i < 2'000'000; ++i) manyZeros += ",0";
     const Row rows[] = {
-        {R"({"servers": [{"url": "u", "projects": [{"path": "/a"}, {"path": "/b", "colour": 1}]}]})",
+        {Server(R"("projects": [{"path": "/a"}, {"path": "/b", "colour": 1}])"),
          "servers[0].projects[1].colour: unknown key"},
         {R"({"server": []})", "server: unknown key"},
         {R"([])", "scenario: expected an object"},
         {R"({"servers": [{"friendlyName": "x"}]})", "servers[0]: missing key \"url\""},
         {R"({"servers": [{"url": 5}]})", "servers[0].url: expected a text"},
         {R"({"servers": {}})", "servers: expected an array"},
-        {R"({"servers": [{"url": "u", "version": [1]}]})",
-         "servers[0].version: expected [major, minor]"},
-        {R"({"servers": [{"url": "u", "url": "v"}]})", "servers[0].url: given twice"},
-        {R"({"servers": [{"url": "u", "users": [{"login": "a"}],
-             "projects": [{"path": "/p", "permissions": {"a": ["ReadProject", "Fly"]}}]}]})",
+        {Server(R"("version": [1])"), "servers[0].version: expected [major, minor]"},
+        {Server(R"("url": "v")"), "servers[0].url: given twice"},
+        {Server(project + R"("permissions": {"a": ["ReadProject", "Fly"]}}])"),
          "servers[0].projects[0].permissions.a[1]: unknown permission \"Fly\""},
-        {R"({"servers": [{"url": "u", "projects": [{"path": "/p", "permissions": {"x": []}}]}]})",
+        {Server(R"("projects": [{"path": "/p", "permissions": {"x": []}}])"),
          "servers[0].projects[0]: no user x"},
-        {R"({"servers": [{"url": "u", "users": [{"login": "a"}],
-             "projects": [{"path": "/p", "members": [{"user": "a", "userId": 0}]}]}]})",
-         "servers[0].projects[0].members[0].userId: expected 1 to 32767"},
-        {R"({"servers": [{"url": "u", "users": [{"login": "a", "picture": {"type": "image/png",
-             "data": "not base64"}}]}]})",
+        {Server(project + R"("permissions": []}])"),
+         "servers[0].projects[0].permissions: expected an object"},
+        {Server(R"("users": [{"login": "a", "picture": {"type": "image/png", "data": "SECRET"}}])"),
          "servers[0].users[0].picture.data: expected base64 text"},
-        {R"({"servers": [{"url": "u", "users": [{"login": "a"}, {"login": "A"}]}]})",
+        {Server(R"("users": [{"login": "a"}, {"login": "A"}])"),
          "servers[0].users[1]: user A exists"},
-        {R"({"servers": [{"url": "u", "users": [{"login": "a"}], "projects": [{"path": "/p",
-             "sessions": [{"user": "a", "computer": "x", "attributes": {"ComputerName": ""}}]}]}]})",
+        {Server(project + R"("sessions": [{"user": "a", "computer": "x",
+             "attributes": {"ComputerName": ""}}]}])"),
          "servers[0].projects[0].sessions[0].computer: given twice"},
         {"{\"servers\": [\n  {\"url\": \"u\",, }\n]}",
          "line 2, column 15: syntax error while parsing object key: unexpected ','; expected "
          "string literal"},
         {"{\"servers\": [", "line 1, column 14: syntax error"},
+        // Numbers as the parser stores them: beyond every type, unsigned past
+        // every signed value, floats, negatives and texts where a count goes.
+        {Server(R"("version": [1e400, 0])"),
+         "servers[0].version[0]: a number beyond any type; expected an integer from 0 to 65535"},
+        {Server(R"("version": [1, -1])"),
+         "servers[0].version[1]: expected an integer from 0 to 65535"},
+        {Server(project + R"("state": 18446744073709551615}])"),
+         "servers[0].projects[0].state: " + int32},
+        {Server(project + R"("state": 2147483648}])"), "servers[0].projects[0].state: " + int32},
+        {Server(project + R"("state": 2.0}])"), "servers[0].projects[0].state: " + int32},
+        {Server(project + R"("state": "SECRET"}])"), "servers[0].projects[0].state: " + int32},
+        {Server(R"("sslVerifyResult": -1e400)"),
+         "servers[0].sslVerifyResult: a number beyond any type; " + int32},
+        {Server(project + R"("members": [{"user": "a", "userId": -1}]}])"),
+         "servers[0].projects[0].members[0].userId: expected an integer from 1 to 32767"},
+        {Server(project + R"("members": [{"user": "a", "userId": 0}]}])"),
+         "servers[0].projects[0].members[0].userId: expected an integer from 1 to 32767"},
+        {Server(R"("down": "SECRET")"), "servers[0].down: expected true or false"},
+        {deep, deepPath + ": nested deeper than 64 levels"},
+        {Server(R"("folders": [0)" + manyZeros + "]"),
+         "servers[0].folders[1999992]: more than 2000000 values and keys in all"},
+        // Names from the file are escaped and cut wherever they show.
+        {Server(R"("a\nb": 1)"), R"(servers[0].a\nb: unknown key)"},
+        {Server(R"("\u001b[2J\u0085": 1)"), R"(servers[0].\x1b[2J\u0085: unknown key)"},
+        {Server(R"("users": [{"login": "a\u001b"}, {"login": "A\u001b"}])"),
+         R"(servers[0].users[1]: user A\x1b exists)"},
+        {Server("\"" + longKey + "\": 1"),
+         "servers[0]." + std::string(40, 'k') + "...(4096 bytes): a key longer than 4096 bytes"},
+        {Server("\"" + longKey.substr(0, 4096) + "\": 1"),
+         "servers[0]." + std::string(40, 'k') + "...(4096 bytes): unknown key"},
     };
     for (const Row& row : rows) {
         try {
             Emulator::Service::FromScenarioText(row.text);
-            ADD_FAILURE() << "accepted: " << row.text;
+            ADD_FAILURE() << "accepted: " << row.text.substr(0, 200);
         } catch (const Emulator::ScenarioError& e) {
             std::string message = e.what();
-            EXPECT_EQ(message.rfind(row.message, 0), 0u) << message;
-            EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+            EXPECT_EQ(message.rfind(row.message, 0), 0u) << message.substr(0, 600);
+            ExpectCleanLine(message);
         }
+    }
+}
+
+// Each key of the file: read, written, read again to the same text.
+TEST(EmulatorScenario, EveryKeyRoundTrips) {
+    struct Row {
+        std::string members;  // of servers[0], beside "url"
+        const char* pointer;  // into the written document
+        const char* value;    // what stands there, as JSON
+    };
+    const std::string user = R"("users": [{"login": "a"}], )";
+    const std::string project = user + R"("projects": [{"path": "/p", )";
+    const Row rows[] = {
+        {R"("friendlyName": "F")", "/servers/0/friendlyName", R"("F")"},
+        {R"("version": [3, 65535])", "/servers/0/version", "[3, 65535]"},
+        {R"("down": true)", "/servers/0/down", "true"},
+        {R"("answeredUrl": "https://other")", "/servers/0/answeredUrl", R"("https://other")"},
+        {R"("ssl": false)", "/servers/0/ssl", "false"},
+        {R"("sslVerifyResult": -2147483648)", "/servers/0/sslVerifyResult", "-2147483648"},
+        {R"("folders": ["/F", "/F/G"])", "/servers/0/folders", R"(["/F", "/F/G"])"},
+        {R"("modelServers": [{"id": "m", "path": "/ms", "version": [2, 7]}])",
+         "/servers/0/modelServers/0", R"({"id": "m", "path": "/ms", "version": [2, 7]})"},
+        {R"("users": [{"login": "a", "password": "p", "fullName": "A B", "id": "i",
+             "refreshToken": "t", "color": "#0000FF", "guid": "g", "companyMember": false,
+             "picture": {"type": "image/png", "data": "AQI="}}])",
+         "/servers/0/users/0",
+         R"({"login": "a", "password": "p", "fullName": "A B", "id": "i", "refreshToken": "t",
+             "color": "#0000ffff", "guid": "g", "picture": {"type": "image/png", "data": "AQI="},
+             "companyMember": false})"},
+        {R"("modelServers": [{"id": "m"}], )" + project +
+             R"("id": "pi", "modelServer": "m", "state": 2147483647}])",
+         "/servers/0/projects/0",
+         R"({"path": "/p", "id": "pi", "modelServer": "m", "state": 2147483647,
+             "permissions": {}, "members": [], "sessions": []})"},
+        {project + R"("state": -7}])", "/servers/0/projects/0/state", "-7"},
+        {project + R"("permissions": {"a": ["ReadProject", "WriteProject"]}}])",
+         "/servers/0/projects/0/permissions", R"({"a": ["ReadProject", "WriteProject"]})"},
+        {project + R"("members": [{"user": "a", "userId": 32767}]}])",
+         "/servers/0/projects/0/members", R"([{"user": "a", "userId": 32767}])"},
+        {project + R"("sessions": [{"user": "a", "id": "s", "computer": "PC",
+             "attributes": {"X": "AQ=="}}]}])",
+         "/servers/0/projects/0/sessions/0",
+         R"({"user": "a", "id": "s", "computer": "PC", "attributes": {"X": "AQ=="}})"},
+        {user + R"("stateLogins": [{"key": "k", "state": "st", "user": "a"}])",
+         "/servers/0/stateLogins", R"([{"key": "k", "state": "st", "user": "a"}])"},
+    };
+    for (const Row& row : rows) {
+        std::string text = Server(row.members);
+        SCOPED_TRACE(text);
+        std::string written = Emulator::Service::FromScenarioText(text)->ToScenarioText();
+        auto document = nlohmann::ordered_json::parse(written);
+        EXPECT_EQ(document.at(nlohmann::ordered_json::json_pointer(row.pointer)),
+                  nlohmann::ordered_json::parse(row.value));
+        EXPECT_EQ(Emulator::Service::FromScenarioText(written, 7)->ToScenarioText(), written);
     }
 }
 
@@ -184,19 +288,29 @@ TEST(EmulatorScenario, FilesAreWrittenWholeAndPrivate) {
     EXPECT_EQ(Listing(temp.Path()), std::vector<std::string>{"scenario.json"});
     EXPECT_EQ(Emulator::Service::FromScenarioFile(path)->ToScenarioText(), ReadFile(path));
 
+    // Refused at once, without a read that could block or never end.
+    const std::string fifo = temp.Sub("fifo.json"), big = temp.Sub("big.json");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    WriteFile(big, "");
+    ASSERT_EQ(truncate(big.c_str(), (64 << 20) + 1), 0);
     WriteFile(path, "{\"servers\": 1}");
-    try {
-        Emulator::Service::FromScenarioFile(path);
-        FAIL() << "accepted";
-    } catch (const Emulator::ScenarioError& e) {
-        EXPECT_EQ(std::string(e.what()), path + ": servers: expected an array");
+    const std::pair<std::string, std::string> rows[] = {
+        {path, ": servers: expected an array"},
+        {temp.Sub("none.json"), ": can't be read: no such file"},
+        {temp.Path(), ": can't be read: a folder"},
+        {fifo, ": can't be read: not a regular file"},
+        {big, ": can't be read: larger than 64 MiB"},
+    };
+    for (const auto& [file, message] : rows) {
+        try {
+            Emulator::Service::FromScenarioFile(file);
+            ADD_FAILURE() << "accepted " << file;
+        } catch (const Emulator::ScenarioError& e) {
+            EXPECT_EQ(std::string(e.what()), file + message);
+        }
     }
-    try {
-        Emulator::Service::FromScenarioFile(temp.Sub("none.json"));
-        FAIL() << "accepted";
-    } catch (const Emulator::ScenarioError& e) {
-        EXPECT_EQ(std::string(e.what()), temp.Sub("none.json") + ": can't be read: no such file");
-    }
+    EXPECT_THROW(Emulator::Service::FromScenarioText(std::string((64 << 20) + 1, ' ')),
+                 Emulator::ScenarioError);
     EXPECT_THROW(service->SaveScenarioFile(temp.Sub("no/such/folder.json")), std::runtime_error);
 }
 

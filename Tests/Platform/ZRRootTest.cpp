@@ -2,10 +2,12 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ZR/Containers.h"
 #include "ZR/EventSource.h"
+#include "ZR/Internal/Printable.h"
 #include "ZR/MD5.h"
 #include "ZR/Ref.h"
 #include "ZR/UniString.h"
@@ -117,4 +119,18 @@ TEST(MD5, KnownDigest) {
     generator.Update("a", 1);
     generator.Update("bc", 2);
     EXPECT_EQ(generator.GetFingerPrint(), MD5::Of("abc"));
+}
+
+TEST(Printable, EscapesWhatATerminalActsOnAndCutsLongText) {
+    const std::tuple<std::string, std::size_t, std::string> rows[] = {
+        {"Plain Ä name", 80, "Plain Ä name"},
+        {"a\nb\r\tc\\", 80, R"(a\nb\r\tc\\)"},
+        {"\x1b[2J\x7f", 80, R"(\x1b[2J\x7f)"},
+        {"\xc2\x85\xc2\x9b\xc2\xa0", 80, "\\u0085\\u009b\xc2\xa0"},  // C1 controls; NBSP stays
+        {"\xff\xc3(\xe0\x80\x80\xed\xa0\x80", 80, R"(\xff\xc3(\xe0\x80\x80\xed\xa0\x80)"},
+        {std::string(100, 'x'), 10, std::string(10, 'x') + "...(100 bytes)"},
+        {"\xc3\xa4\xc3\xa4\xc3\xa4", 3, "\xc3\xa4\xc3\xa4...(6 bytes)"},  // whole characters
+    };
+    for (const auto& [text, max, expected] : rows)
+        EXPECT_EQ(ZR::Internal::Printable(text, max), expected) << text;
 }

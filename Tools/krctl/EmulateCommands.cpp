@@ -19,6 +19,7 @@
 #include "KRClient/RegisteredProjects.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "Krctl.h"
+#include "ZR/Internal/Printable.h"
 
 namespace krctl {
 
@@ -49,7 +50,9 @@ IO::Location ProjectLocation(const Emulator::Service& service, const ProjectArgs
     std::string token = args.token;
     if (token.empty()) {
         std::optional<Emulator::UserSpec> user = service.FindUser(args.server, args.user);
-        if (!user) throw Failure("the scenario has no user '" + args.user + "' on " + args.server);
+        if (!user)
+            throw Failure("the scenario has no user '" + ZR::Internal::Printable(args.user) +
+                          "' on " + ZR::Internal::Printable(args.server));
         token = user->refreshToken;
     }
     IO::Location location;
@@ -131,7 +134,7 @@ int Report(const GlobalOptions& options, const Emulator::Service& service, const
         for (const Json& signal : signals)
             std::printf("signal %d (%s) \"%s\"\n", signal["id"].get<int>(),
                         signal["name"].get<std::string>().c_str(),
-                        signal["text"].get<std::string>().c_str());
+                        ZR::Internal::Printable(signal["text"].get<std::string>()).c_str());
         std::printf("presence %d (%s)\n", presence, KRCB::GetPresenceStateName(presence));
     }
     return result == ProjectConnectionBase::CheckOnline ? kExitDone : kExitFailed;
@@ -163,58 +166,47 @@ int RunConnection(const GlobalOptions& options, const EmulateArgs& args, bool re
     return Report(options, *service, args, result);
 }
 
-// The scenario without what must not be shown: passwords, tokens, picture bytes.
-Json PublicState(const Json& value) {
-    if (value.is_array()) {
-        Json out = Json::array();
-        for (const Json& item : value) out.push_back(PublicState(item));
-        return out;
-    }
-    if (!value.is_object()) return value;
-    Json out = Json::object();
-    for (auto it = value.begin(); it != value.end(); ++it) {
-        if (it.key() == "password" || it.key() == "refreshToken") continue;
-        if (it.key() == "picture") {
-            out["hasPicture"] = true;
-            continue;
-        }
-        out[it.key()] = PublicState(it.value());
-    }
-    return out;
-}
+// The state read back, into a plain map: an object of many members reads in
+// logarithmic steps, and the text output looks members up by name.
+using ShownJson = nlohmann::json;
 
-std::string Text(const Json& object, const char* key) {
+// A name as one line of bounded length, whatever it holds.
+std::string Name(const ShownJson& object, const char* key) {
     auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+    return it != object.end() && it->is_string()
+               ? ZR::Internal::Printable(it->get_ref<const std::string&>())
+               : std::string();
 }
 
-void PrintState(const Json& state) {
-    for (const Json& server : state.value("servers", Json::array())) {
-        std::printf("server %s \"%s\"\n", Text(server, "url").c_str(),
-                    Text(server, "friendlyName").c_str());
-        for (const Json& user : server.value("users", Json::array()))
-            std::printf("  user %s \"%s\" id %s\n", Text(user, "login").c_str(),
-                        Text(user, "fullName").c_str(), Text(user, "id").c_str());
-        for (const Json& project : server.value("projects", Json::array())) {
-            std::printf("  project %s id %s state %d\n", Text(project, "path").c_str(),
-                        Text(project, "id").c_str(), project.value("state", 0));
-            for (const Json& session : project.value("sessions", Json::array())) {
-                std::string computer = Text(session, "computer");
-                std::printf("    session %s of %s on %s\n", Text(session, "id").c_str(),
-                            Text(session, "user").c_str(),
+void PrintState(const ShownJson& state) {
+    for (const ShownJson& server : state.value("servers", ShownJson::array())) {
+        std::printf("server %s \"%s\"\n", Name(server, "url").c_str(),
+                    Name(server, "friendlyName").c_str());
+        for (const ShownJson& user : server.value("users", ShownJson::array()))
+            std::printf("  user %s \"%s\" id %s\n", Name(user, "login").c_str(),
+                        Name(user, "fullName").c_str(), Name(user, "id").c_str());
+        for (const ShownJson& project : server.value("projects", ShownJson::array())) {
+            std::printf("  project %s id %s state %d\n", Name(project, "path").c_str(),
+                        Name(project, "id").c_str(), project.value("state", 0));
+            for (const ShownJson& session : project.value("sessions", ShownJson::array())) {
+                std::string computer = Name(session, "computer");
+                std::printf("    session %s of %s on %s\n", Name(session, "id").c_str(),
+                            Name(session, "user").c_str(),
                             computer.empty() ? "no computer" : computer.c_str());
             }
         }
     }
 }
 
+// The display text leaves out passwords, tokens and picture bytes; as JSON it
+// escapes control characters itself.
 int Show(const GlobalOptions& options, const EmulateArgs& args) {
     std::unique_ptr<Emulator::Service> service = LoadScenario(args.scenario);
-    Json state = PublicState(Json::parse(service->ToDisplayText()));
+    std::string shown = service->ToDisplayText();
     if (options.json)
-        PrintJson(state);
+        std::fputs(shown.c_str(), stdout);
     else
-        PrintState(state);
+        PrintState(ShownJson::parse(shown));
     return kExitDone;
 }
 

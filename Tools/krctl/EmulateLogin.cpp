@@ -17,6 +17,7 @@
 #include "Emulate.h"
 #include "KRClient/UserInterface/Login/LoginEventHandler.h"
 #include "KRClient/UserInterface/Login/LoginTask.h"
+#include "ZR/Internal/Printable.h"
 #include "ZR/MessageLoop.h"
 
 namespace krctl {
@@ -153,9 +154,11 @@ int RunLogin(const GlobalOptions& options, const LoginArgs& args, const std::str
     } else if (dialog.event.empty()) {
         std::printf("login: no event (the server reported the login interrupted)\n");
     } else {
-        std::printf("login: %s\nserver: %s\n", dialog.event.c_str(), dialog.serverUrl.c_str());
+        std::printf("login: %s\nserver: %s\n", dialog.event.c_str(),
+                    ZR::Internal::Printable(dialog.serverUrl).c_str());
         if (success)
-            std::printf("user: %s \"%s\"\n", dialog.userName.c_str(), dialog.fullName.c_str());
+            std::printf("user: %s \"%s\"\n", ZR::Internal::Printable(dialog.userName).c_str(),
+                        ZR::Internal::Printable(dialog.fullName).c_str());
     }
     return success ? kExitDone : kExitFailed;
 }

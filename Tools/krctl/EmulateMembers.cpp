@@ -18,6 +18,7 @@
 #include "KRClient/ProjectConnectionProvider.h"
 #include "KRClient/ProjectMembers.h"
 #include "ZR/Exceptions.h"
+#include "ZR/Internal/Printable.h"
 #include "ZR/MessageLoop.h"
 
 namespace krctl {
@@ -98,7 +99,8 @@ void Print(const GlobalOptions& options, const std::vector<Member>& members) {
         for (const std::string& p : m.permissions)
             permissions += (permissions.empty() ? "" : ",") + p;
         std::printf("member %d %s \"%s\" guid %s color %s permissions %s\n", m.userId,
-                    m.loginName.c_str(), m.fullName.c_str(), m.guid.c_str(), m.color.c_str(),
+                    ZR::Internal::Printable(m.loginName).c_str(),
+                    ZR::Internal::Printable(m.fullName).c_str(), m.guid.c_str(), m.color.c_str(),
                     permissions.empty() ? "(none)" : permissions.c_str());
     }
 }

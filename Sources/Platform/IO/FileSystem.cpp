@@ -118,11 +118,13 @@ int FileSystem::ReadWholeFile(const Location& location, std::string* data,
     data->clear();
     std::string path;
     if (!Posix::LocalPath(location, &path)) return kErrBadLocation;
-    int fd = Sys::Open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Without blocking: the open of a pipe nobody writes to would wait for one.
+    int fd = Sys::Open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return StatusFromErrno(errno);
     struct stat st;
     int status = Sys::Fstat(fd, &st) != 0                            ? StatusFromErrno(errno)
                  : S_ISDIR(st.st_mode)                               ? kErrIsAFolder
+                 : !S_ISREG(st.st_mode)                              ? kErrNotAFile
                  : static_cast<std::uint64_t>(st.st_size) > maxBytes ? kErrTooLarge
                                                                      : kOk;
     // Bounded again while reading: the file may grow meanwhile.

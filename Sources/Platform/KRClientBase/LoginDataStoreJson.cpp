@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "KRCB/Internal/JsonScan.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRCB/Paths.h"
 
@@ -28,44 +29,6 @@ Json UrlList(const ZR::PagedArray<ZR::UniString>& urls) {
     for (const ZR::UniString& url : urls) list.push_back(url.Std());
     return list;
 }
-
-// Walks the text once without building anything, so that nesting is refused
-// before a document of it exists.
-class DepthCheck : public nlohmann::json_sax<ReadJson> {
-public:
-    bool tooDeep = false;
-    std::size_t errorAt = 0;
-
-    bool null() override { return true; }
-    bool boolean(bool) override { return true; }
-    bool number_integer(number_integer_t) override { return true; }
-    bool number_unsigned(number_unsigned_t) override { return true; }
-    bool number_float(number_float_t, const string_t&) override { return true; }
-    bool string(string_t&) override { return true; }
-    bool binary(binary_t&) override { return true; }
-    bool start_object(std::size_t) override { return Enter(); }
-    bool key(string_t&) override { return true; }
-    bool end_object() override { return Leave(); }
-    bool start_array(std::size_t) override { return Enter(); }
-    bool end_array() override { return Leave(); }
-    bool parse_error(std::size_t position, const std::string&,
-                     const nlohmann::detail::exception&) override {
-        // The library's own text quotes the input, which may hold a token.
-        errorAt = position;
-        return false;
-    }
-
-private:
-    bool Enter() {
-        tooDeep = ++mDepth > LoginDataStore::kMaxDepth;
-        return !tooDeep;
-    }
-    bool Leave() {
-        --mDepth;
-        return true;
-    }
-    int mDepth = 0;
-};
 
 // Missing members read as their empty value; members of the wrong type are
 // refused, since a guess could lose a token on the next save. Texts are UTF-8
@@ -129,13 +92,12 @@ ReadJson ParseBounded(const std::string& text) {
     if (text.size() > LoginDataStore::kMaxTextBytes)
         Refuse("the file is larger than " + std::to_string(LoginDataStore::kMaxTextBytes >> 20) +
                " MiB.");
-    DepthCheck check;
-    if (!ReadJson::sax_parse(text, &check)) {
-        if (check.tooDeep)
-            Refuse("the file is nested deeper than " + std::to_string(LoginDataStore::kMaxDepth) +
-                   " levels.");
-        Refuse("the file is not valid JSON (at byte " + std::to_string(check.errorAt) + ").");
-    }
+    const Internal::JsonScan scan = Internal::ScanJson(text, LoginDataStore::kMaxDepth);
+    if (scan.outcome == Internal::JsonScan::Outcome::TooDeep)
+        Refuse("the file is nested deeper than " + std::to_string(LoginDataStore::kMaxDepth) +
+               " levels.");
+    if (scan.outcome != Internal::JsonScan::Outcome::Fine)
+        Refuse("the file is not valid JSON (at byte " + std::to_string(scan.byte) + ").");
     ReadJson root = ReadJson::parse(text, nullptr, false);
     if (root.is_discarded()) Refuse("the file is not valid JSON.");
     return root;

@@ -182,7 +182,8 @@ public:
                                                      std::uint64_t seed = 1);
     /// The state as a scenario document (sessions and attributes included).
     std::string ToScenarioText() const;
-    /// The same without passwords and refresh tokens: the state for people to see.
+    /// The same without passwords, refresh tokens and picture bytes (a user with a
+    /// picture has "hasPicture": true): the state for people to see.
     std::string ToDisplayText() const;
     /// Writes ToScenarioText atomically (temporary file and rename).
     void SaveScenarioFile(const std::string& path) const;

@@ -21,6 +21,9 @@ inline constexpr int kErrNotOpen = static_cast<int>(0x81010209u);
 inline constexpr int kErrNoName = static_cast<int>(0x8101020Au);
 /// A file larger than its reader takes; nothing of it was kept.
 inline constexpr int kErrTooLarge = static_cast<int>(0x8101020Bu);
+/// Neither a regular file nor a folder: a pipe, a device or a socket, whose
+/// reading could block or never end.
+inline constexpr int kErrNotAFile = static_cast<int>(0x8101020Cu);
 
 /// Maps an errno value to one of the codes above.
 IO_EXPORT int StatusFromErrno(int error);
