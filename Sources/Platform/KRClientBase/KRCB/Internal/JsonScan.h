@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "KRCB/KRClientBaseExport.h"
+
 namespace KRCB::Internal {
 
 struct JsonScan {
@@ -36,7 +38,7 @@ struct JsonScan {
 /// the first value past it, one of more than maxValues values and keys at
 /// the first past those, and a key longer than maxKeyBytes, so that what a
 /// parser would build stays bounded.
-JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false,
-                  std::size_t maxValues = SIZE_MAX, std::size_t maxKeyBytes = SIZE_MAX);
+KRCB_EXPORT JsonScan ScanJson(std::string_view text, int maxDepth, bool refuseDuplicateKeys = false,
+                              std::size_t maxValues = SIZE_MAX, std::size_t maxKeyBytes = SIZE_MAX);
 
 }  // namespace KRCB::Internal
