@@ -9,8 +9,8 @@
 #include <stdexcept>
 
 #include "KRCB/Clients.h"
-#include "KRCB/TransportNames.h"
 #include "KRCB/SignalClient.h"
+#include "KRCB/TransportNames.h"
 #include "Kerrow/Exceptions.h"
 #include "Support/EmulatorFixture.h"
 

@@ -14,6 +14,7 @@
 #include "KRCB/LoginDataStore.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
+#include "ZR/Internal/Printable.h"
 
 namespace krctl {
 namespace {
@@ -51,28 +52,7 @@ std::string Normal(const std::string& path) {
 }  // namespace
 
 std::string Printable(const std::string& text, std::size_t max) {
-    std::string out;
-    std::size_t end = std::min(text.size(), max);
-    // Not inside a UTF-8 sequence.
-    while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-        --end;
-    for (std::size_t i = 0; i < end; ++i) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c == '\n')
-            out += "\\n";
-        else if (c == '\t')
-            out += "\\t";
-        else if (c == '\r')
-            out += "\\r";
-        else if (c < 0x20 || c == 0x7f) {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02x", c);
-            out += hex;
-        } else
-            out += static_cast<char>(c);
-    }
-    if (end < text.size()) out += "...(" + std::to_string(text.size()) + " bytes)";
-    return out;
+    return ZR::Internal::Printable(text, max);
 }
 
 std::string RecordOpenProblem(const std::string& file) {

@@ -77,6 +77,9 @@ std::string AbsoluteFolder(const std::string& path) {
 }
 
 std::string OneLine(const std::string& text) {
+    // The last guard of an error line, whose names are already made printable:
+    // control characters only, and backslashes left as they are, so that what
+    // was escaped once is not escaped twice.
     // Enough for any path; a line longer than this is hostile, not helpful.
     constexpr std::size_t kLongest = 4096;
     std::string line;
