@@ -21,6 +21,11 @@ bool IsActiveServer(const UILoginDataStore& store, const UILoginDataStore::Serve
            store.IsSameServers(store.GetActiveServer().GetUniqueURL(), server.GetUniqueURL());
 }
 
+// The stored number is major * 100 + minor; people read 26.3.
+std::string VersionText(int version) {
+    return std::to_string(version / 100) + "." + std::to_string(version % 100);
+}
+
 Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server& server) {
     Json users = Json::array();
     for (const auto& user : server.GetUsers()) {
@@ -32,16 +37,16 @@ Json ServerToJson(const UILoginDataStore& store, const UILoginDataStore::Server&
     }
     return {{"url", server.GetUniqueURL().Std()},
             {"friendlyName", server.GetFriendlyName().Std()},
-            {"version", store.GetServerVersion(server.GetUniqueURL())},
+            {"version", VersionText(store.GetServerVersion(server.GetUniqueURL()))},
             {"active", IsActiveServer(store, server)},
             {"users", std::move(users)}};
 }
 
 void PrintServer(const Json& server) {
-    int version = server["version"].get<int>();
-    std::printf("%s%s  \"%s\"  version %d.%d\n", server["active"].get<bool>() ? "* " : "  ",
+    std::printf("%s%s  \"%s\"  version %s\n", server["active"].get<bool>() ? "* " : "  ",
                 Printable(server["url"], 4096).c_str(),
-                Printable(server["friendlyName"], 4096).c_str(), version / 100, version % 100);
+                Printable(server["friendlyName"], 4096).c_str(),
+                server["version"].get<std::string>().c_str());
     for (const Json& user : server["users"])
         std::printf("    %s%s  \"%s\"  token: %s\n", user["active"].get<bool>() ? "* " : "  ",
                     Printable(user["name"], 4096).c_str(),
