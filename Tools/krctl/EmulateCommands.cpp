@@ -178,17 +178,24 @@ std::string Name(const ShownJson& object, const char* key) {
                : std::string();
 }
 
+// A list of an object by reference: value() would copy it whole.
+const ShownJson& Items(const ShownJson& object, const char* key) {
+    static const ShownJson kNone = ShownJson::array();
+    auto it = object.find(key);
+    return it != object.end() && it->is_array() ? *it : kNone;
+}
+
 void PrintState(const ShownJson& state) {
-    for (const ShownJson& server : state.value("servers", ShownJson::array())) {
+    for (const ShownJson& server : Items(state, "servers")) {
         std::printf("server %s \"%s\"\n", Name(server, "url").c_str(),
                     Name(server, "friendlyName").c_str());
-        for (const ShownJson& user : server.value("users", ShownJson::array()))
+        for (const ShownJson& user : Items(server, "users"))
             std::printf("  user %s \"%s\" id %s\n", Name(user, "login").c_str(),
                         Name(user, "fullName").c_str(), Name(user, "id").c_str());
-        for (const ShownJson& project : server.value("projects", ShownJson::array())) {
+        for (const ShownJson& project : Items(server, "projects")) {
             std::printf("  project %s id %s state %d\n", Name(project, "path").c_str(),
                         Name(project, "id").c_str(), project.value("state", 0));
-            for (const ShownJson& session : project.value("sessions", ShownJson::array())) {
+            for (const ShownJson& session : Items(project, "sessions")) {
                 std::string computer = Name(session, "computer");
                 std::printf("    session %s of %s on %s\n", Name(session, "id").c_str(),
                             Name(session, "user").c_str(),
