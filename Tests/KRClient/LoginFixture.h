@@ -54,15 +54,35 @@ private:
 using S = ZR::UniString;
 using TaskHandler = KRC::UI::Login::ILoginTaskEventHandler;
 
-class RecordingHandler : public KRC::UI::Login::ILoginTaskEventHandler {
+// What both recorders share: the log, and one entry per event.
+class LoginEventRecorder {
 public:
-    void OnStart(const S& u, const S& n, const S& p) override { Add("Start", u, n, p); }
+    LoginEventLog log;
+
+protected:
+    void Add(const char* name, const S& u, const S& n, const S& p, const S& exception = S()) {
+        log.Add({name, u.Std(), n.Std(), p.Std(), "", {}, exception.Std(), {}});
+    }
+};
+
+// An event of the server URL, user name and password only, logged under `name`.
+#define KRTEST_PLAIN_EVENT(method, name)                       \
+    void method(const S& u, const S& n, const S& p) override { \
+        Add(name, u, n, p);                                    \
+    }
+
+class RecordingHandler : public KRC::UI::Login::ILoginTaskEventHandler, public LoginEventRecorder {
+public:
+    KRTEST_PLAIN_EVENT(OnStart, "Start")
+    KRTEST_PLAIN_EVENT(OnInvalidPasswordLogin, "InvalidPasswordLogin")
+    KRTEST_PLAIN_EVENT(OnServerConnectionLoginError, "ServerConnectionLoginError")
+    KRTEST_PLAIN_EVENT(OnUnexpectedServerResponseError, "UnexpectedServerResponseError")
+    KRTEST_PLAIN_EVENT(OnInvalidURLError, "InvalidURLError")
+    KRTEST_PLAIN_EVENT(OnNotMemberOfCompanyError, "NotMemberOfCompanyError")
+    KRTEST_PLAIN_EVENT(OnLoginInterrupted, "LoginInterrupted")
     void OnAuthorizationPending() override { Add("AuthorizationPending", "", "", ""); }
     void OnSuccessfulLogin(Connection& c, const S& u, const S& n, const S& t, const S& f) override {
         log.Add({"SuccessfulLogin", u.Std(), n.Std(), t.Std(), f.Std(), {}, {}, c});
-    }
-    void OnInvalidPasswordLogin(const S& u, const S& n, const S& p) override {
-        Add("InvalidPasswordLogin", u, n, p);
     }
     void OnInsecureServerConnectionLoginError(const S& u, const S& n, const S& p,
                                               const HandshakeException& e) override {
@@ -72,47 +92,28 @@ public:
                                     const VersionException& e) override {
         Add("IncompatiblePortalServer", u, n, p, e->GetName());
     }
-    void OnServerConnectionLoginError(const S& u, const S& n, const S& p) override {
-        Add("ServerConnectionLoginError", u, n, p);
-    }
-    void OnUnexpectedServerResponseError(const S& u, const S& n, const S& p) override {
-        Add("UnexpectedServerResponseError", u, n, p);
-    }
-    void OnInvalidURLError(const S& u, const S& n, const S& p) override {
-        Add("InvalidURLError", u, n, p);
-    }
     void OnUnknownLoginError(const S& u, const S& n, const S& p, const Exception& e) override {
         Add("UnknownLoginError", u, n, p, e->GetName() + ": " + e->GetMessage());
-    }
-    void OnNotMemberOfCompanyError(const S& u, const S& n, const S& p) override {
-        Add("NotMemberOfCompanyError", u, n, p);
-    }
-    void OnLoginInterrupted(const S& u, const S& n, const S& p) override {
-        Add("LoginInterrupted", u, n, p);
-    }
-
-    LoginEventLog log;
-
-private:
-    void Add(const char* name, const S& u, const S& n, const S& p, const S& exception = S()) {
-        log.Add({name, u.Std(), n.Std(), p.Std(), "", {}, exception.Std(), {}});
     }
 };
 
 // A dialog: its own store, the id of the login it waits for, and the events
 // it heard. The thread of the first use of its store is kept.
-class RecordingObserver : public KRC::UI::Login::ILoginEventObserver {
+class RecordingObserver : public KRC::UI::Login::ILoginEventObserver, public LoginEventRecorder {
 public:
     explicit RecordingObserver(unsigned int taskId = 1)
         : store(KRC::UI::Login::UILoginDataStore::ForWriting), taskId(taskId) {}
     ~RecordingObserver() override { ReleaseDependents(); }
 
+    KRTEST_PLAIN_EVENT(InvalidPasswordLogin, "InvalidPasswordLogin")
+    KRTEST_PLAIN_EVENT(ServerConnectionLoginError, "ServerConnectionLoginError")
+    KRTEST_PLAIN_EVENT(UnexpectedServerResponseError, "UnexpectedServerResponseError")
+    KRTEST_PLAIN_EVENT(InvalidURLError, "InvalidURLError")
+    KRTEST_PLAIN_EVENT(NotMemberOfCompanyError, "NotMemberOfCompanyError")
+    KRTEST_PLAIN_EVENT(LoginInterrupted, "LoginInterrupted")
     void AuthorizationPending() override { Add("AuthorizationPending", "", "", ""); }
     void SuccessfulLogin(Connection& c, const S& u, const S& n, const S& t) override {
         log.Add({"SuccessfulLogin", u.Std(), n.Std(), t.Std(), "", {}, {}, c});
-    }
-    void InvalidPasswordLogin(const S& u, const S& n, const S& p) override {
-        Add("InvalidPasswordLogin", u, n, p);
     }
     void InsecureServerConnectionLoginError(const S& u, const S& n, const S& p,
                                             const TaskHandler::HandshakeException& e) override {
@@ -122,24 +123,9 @@ public:
                                   const TaskHandler::VersionException& e) override {
         Add("IncompatiblePortalServer", u, n, p, e->GetName());
     }
-    void ServerConnectionLoginError(const S& u, const S& n, const S& p) override {
-        Add("ServerConnectionLoginError", u, n, p);
-    }
-    void UnexpectedServerResponseError(const S& u, const S& n, const S& p) override {
-        Add("UnexpectedServerResponseError", u, n, p);
-    }
-    void InvalidURLError(const S& u, const S& n, const S& p) override {
-        Add("InvalidURLError", u, n, p);
-    }
     void UnknownLoginError(const S& u, const S& n, const S& p,
                            const TaskHandler::Exception& e) override {
         Add("UnknownLoginError", u, n, p, e->GetName());
-    }
-    void NotMemberOfCompanyError(const S& u, const S& n, const S& p) override {
-        Add("NotMemberOfCompanyError", u, n, p);
-    }
-    void LoginInterrupted(const S& u, const S& n, const S& p) override {
-        Add("LoginInterrupted", u, n, p);
     }
     unsigned int GetTaskId() override { return taskId; }
     KRC::UI::Login::UILoginDataStore& GetLoginDataStore() override {
@@ -151,14 +137,12 @@ public:
     KRC::UI::Login::UILoginDataStore store;
     unsigned int taskId;
     std::thread::id storeThread;
-    LoginEventLog log;
 
 private:
-    void Add(const char* name, const S& u, const S& n, const S& p, const S& exception = S()) {
-        log.Add({name, u.Std(), n.Std(), p.Std(), "", {}, exception.Std(), {}});
-    }
     std::mutex mMutex;
 };
+
+#undef KRTEST_PLAIN_EVENT
 
 // Runs the task's Run on a thread of its own and waits for its end; answers
 // that thread's id.

@@ -106,8 +106,7 @@ TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTh
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
     EXPECT_EQ(Paths(RegisteredProjects::ProjectConstIterator()), (Names{"/B", "/A"}));
-    EXPECT_NE(registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/A", "anna")),
-              IO::Location());
+    EXPECT_NE(FolderOf("/A", "anna"), IO::Location());
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_TRUE(events.errors.empty());  // an unreadable record is skipped silently
     for (const auto& [name, content] : damaged)
@@ -116,8 +115,7 @@ TEST_F(RegisteredProjectsTest, RegistersExactlyTheReadableCacheFoldersWhateverTh
     // Once readable, it comes in at the next refresh, after the others.
     WriteCache(Projects(), "broken", "https://srv.example", "/C", "anna");
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 3u);
-    EXPECT_NE(registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/C", "anna")),
-              nullptr);
+    EXPECT_NE(Find("/C", "anna"), nullptr);
 }
 
 TEST_F(RegisteredProjectsTest, LookUpTakesFirstStrictMatchOrASingleLooseOneIgnoringCase) {
@@ -133,18 +131,15 @@ TEST_F(RegisteredProjectsTest, LookUpTakesFirstStrictMatchOrASingleLooseOneIgnor
     // Look-ups re-read known records only; new folders come in by a refresh.
     ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), 7u);
 
-    auto find = [](const char* server, const char* path, const char* user) {
-        return registeredProjects.GetCacheDataFolder(Project(server, path, user));
-    };
-    EXPECT_EQ(find("https://srv.example", "/P1", "anna"), Loc(strict));
-    EXPECT_EQ(find("https://other.example", "/P2", "anna"), IO::Location());  // two loose ones
-    EXPECT_EQ(find("https://third.example", "/P3", "anna"), Loc(single));
-    EXPECT_EQ(find("https://fourth.example", "/P3", "anna"), IO::Location());
-    EXPECT_EQ(find("https://third.example", "/P3", "bob"), IO::Location());
+    EXPECT_EQ(FolderOf("/P1", "anna", "https://srv.example"), Loc(strict));
+    EXPECT_EQ(FolderOf("/P2", "anna", "https://other.example"), IO::Location());  // two loose ones
+    EXPECT_EQ(FolderOf("/P3", "anna", "https://third.example"), Loc(single));
+    EXPECT_EQ(FolderOf("/P3", "anna", "https://fourth.example"), IO::Location());
+    EXPECT_EQ(FolderOf("/P3", "bob", "https://third.example"), IO::Location());
     EXPECT_EQ(registeredProjects.GetCachedProjectInfo(IO::Location()), nullptr);
     // Path and user match without regard to case, beyond ASCII too.
-    EXPECT_EQ(find("https://srv.example", "/ÄRZTE/ΣΊΣΥΦΟΣ", "åSA"), Loc(greek));
-    EXPECT_EQ(find("https://srv.example", "/Arzte/Σίσυφος", "Åsa"), IO::Location());
+    EXPECT_EQ(FolderOf("/ÄRZTE/ΣΊΣΥΦΟΣ", "åSA", "https://srv.example"), Loc(greek));
+    EXPECT_EQ(FolderOf("/Arzte/Σίσυφος", "Åsa", "https://srv.example"), IO::Location());
 }
 
 TEST_F(RegisteredProjectsTest, RecordsLeaveMemoryButTheFoldersBringThemBack) {

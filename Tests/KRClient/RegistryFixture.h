@@ -77,6 +77,18 @@ protected:
         return Info(server, path, user).ToKerrowLocation(&location);
     }
 
+    // The registry's record and cache folder of a project.
+    static const KRC::CachedProjectInfo* Find(const std::string& path, const std::string& user,
+                                              const char* server = "https://srv.example") {
+        return KRC::registeredProjects.GetCachedProjectInfo(
+            Project(server, path.c_str(), user.c_str()));
+    }
+    static IO::Location FolderOf(const std::string& path, const std::string& user,
+                                 const char* server = "https://srv.example") {
+        return KRC::registeredProjects.GetCacheDataFolder(
+            Project(server, path.c_str(), user.c_str()));
+    }
+
     std::string WriteCache(const std::string& main, const std::string& name, const char* server,
                            const char* path, const char* user,
                            std::map<std::string, std::string> more = {}) const {

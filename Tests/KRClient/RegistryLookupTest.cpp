@@ -93,9 +93,9 @@ protected:
         for (int i = 0; i < count; ++i) {
             char name[8];
             std::snprintf(name, sizeof name, "f%02d", i);
-            std::string path = "/P" + std::to_string(i), user = "u" + std::to_string(i % 3);
-            folders[i] =
-                WriteCache(Projects(), name, "https://srv.example", path.c_str(), user.c_str());
+            folders[i] = WriteCache(Projects(), name, "https://srv.example",
+                                    ("/P" + std::to_string(i)).c_str(),
+                                    ("u" + std::to_string(i % 3)).c_str());
         }
         return folders;
     }
@@ -109,10 +109,8 @@ TEST_F(RegistryLookupTest, WalksOpenEachFileOnceAndReChecksWithOneStat) {
     {
         InfoFileCalls calls;
         Init();
-        EXPECT_EQ(calls.opens, n);
-        EXPECT_EQ(calls.fstats, n);
-        EXPECT_EQ(calls.stats, 0);
-        EXPECT_EQ(calls.closes, n);
+        EXPECT_EQ(std::vector<int>({calls.opens, calls.fstats, calls.stats, calls.closes}),
+                  std::vector<int>({n, n, 0, n}));
     }
     ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), static_cast<std::size_t>(n));
 
@@ -127,9 +125,7 @@ TEST_F(RegistryLookupTest, WalksOpenEachFileOnceAndReChecksWithOneStat) {
     // A look-up without the lock looks at the found record's file only.
     {
         InfoFileCalls calls;
-        EXPECT_NE(
-            registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/P5", "u2")),
-            nullptr);
+        EXPECT_NE(Find("/P5", "u2"), nullptr);
         EXPECT_EQ(calls.stats, 1);
         EXPECT_EQ(calls.opens, 0);
     }
@@ -137,9 +133,7 @@ TEST_F(RegistryLookupTest, WalksOpenEachFileOnceAndReChecksWithOneStat) {
     {
         RegisteredProjects::Synchronizer sync;
         InfoFileCalls calls;
-        EXPECT_NE(
-            registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/P7", "u1")),
-            nullptr);
+        EXPECT_NE(Find("/P7", "u1"), nullptr);
         EXPECT_EQ(calls.stats + calls.opens, 0);
     }
 }
@@ -154,26 +148,16 @@ TEST_F(RegistryLookupTest, LookUpKeysFollowRecordsChangedOnDiscOrInThisProcess) 
     // re-reads it makes the record findable under the new keys only.
     WriteCache(Projects(), "a", "https://srv.example", "/Neu/Straße", "Ödön");
     EXPECT_EQ(registeredProjects.GetCacheDataFolderNum(), 2u);
-    EXPECT_EQ(registeredProjects.GetCacheDataFolder(
-                  Project("https://srv.example", "/NEU/STRASSE", "öDÖN")),
-              Loc(folder));
-    EXPECT_EQ(
-        registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Alt", "Anna")),
-        nullptr);
+    EXPECT_EQ(FolderOf("/NEU/STRASSE", "öDÖN"), Loc(folder));
+    EXPECT_EQ(Find("/Alt", "Anna"), nullptr);
 
     // A look-up's own refresh of the found record counts as much: the file
     // changes its user; the look-up by the old one still finds what memory
     // held and re-reads it, and from then on only the new user finds it.
     WriteCache(Projects(), "a", "https://srv.example", "/Neu/Straße", "Zoë");
-    EXPECT_NE(registeredProjects.GetCachedProjectInfo(
-                  Project("https://srv.example", "/Neu/Straße", "Ödön")),
-              nullptr);
-    EXPECT_EQ(registeredProjects.GetCachedProjectInfo(
-                  Project("https://srv.example", "/Neu/Straße", "Ödön")),
-              nullptr);
-    EXPECT_EQ(
-        registeredProjects.GetCacheDataFolder(Project("https://srv.example", "/neu/straße", "ZOË")),
-        Loc(folder));
+    EXPECT_NE(Find("/Neu/Straße", "Ödön"), nullptr);
+    EXPECT_EQ(Find("/Neu/Straße", "Ödön"), nullptr);
+    EXPECT_EQ(FolderOf("/neu/straße", "ZOË"), Loc(folder));
 
     // A private copy that takes another user writes, and the registry's
     // record follows at once, with the lock held and so without reading.
@@ -184,12 +168,8 @@ TEST_F(RegistryLookupTest, LookUpKeysFollowRecordsChangedOnDiscOrInThisProcess) 
     EXPECT_FALSE(created);
     RegisteredProjects::Synchronizer sync;
     copy->SetProjectConnectionInfo(krtest::Info("https://srv.example", "/Other", "Bea"));
-    EXPECT_NE(
-        registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/other", "BEA")),
-        nullptr);
-    EXPECT_EQ(
-        registeredProjects.GetCachedProjectInfo(Project("https://srv.example", "/Other", "Anna")),
-        nullptr);
+    EXPECT_NE(Find("/other", "BEA"), nullptr);
+    EXPECT_EQ(Find("/Other", "Anna"), nullptr);
 }
 
 // Read-ahead runs on a thread of its own: CI runs this under ThreadSanitizer too.
@@ -211,12 +191,8 @@ TEST_F(RegistryLookupThreadTest, ReadAheadRegistersTheSameRecordsAndLeavesNoFile
         EXPECT_EQ(calls.infoFds.size(), 0u);
         EXPECT_EQ(calls.opens - calls.failedOpens, calls.closes);
         ASSERT_EQ(registeredProjects.GetCacheDataFolderNum(), folders.size());
-        for (const auto& [i, folder] : folders) {
-            std::string path = "/P" + std::to_string(i), user = "u" + std::to_string(i % 3);
-            EXPECT_EQ(registeredProjects.GetCacheDataFolder(
-                          Project("https://srv.example", path.c_str(), user.c_str())),
-                      Loc(folder));
-        }
+        for (const auto& [i, folder] : folders)
+            EXPECT_EQ(FolderOf("/P" + std::to_string(i), "u" + std::to_string(i % 3)), Loc(folder));
     }
 }
 
