@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "KRClient/ConnectionFixture.h"
 #include "KRClient/ProjectConnectionProvider.h"
@@ -180,25 +182,21 @@ TEST_F(ProjectMembersThreadTest, AFailedPermissionQuerySkipsThatUserUntilTheNext
 TEST_F(ProjectMembersThreadTest, FailuresEndTheFetchQuietly) {
     ZR::MessageLoop::Scope loop;
     service->SetMemberSignals(false);
-    const struct {
+    struct Row {
         const char* op;
         FaultKind kind;
-    } rows[] = {
-        {Op::kGetProjectMembers, FaultKind::PortalServerClient},
-        {Op::kGetProjectMembers, FaultKind::ConnectionFailed},
-        {Op::kGetProjectMembers, FaultKind::Interrupted},
-        {Op::kGetProjectMembers, FaultKind::InterruptedIO},
-        {Op::kGetProjectMembers, FaultKind::InternalError},
-        {Op::kGetProjectMembers, FaultKind::ForcedOffline},
-        {Op::kGetProjectMembers, FaultKind::ClientConnection},
-        {Op::kGetProjectMembers, FaultKind::ProjectManagerClient},
-        {Op::kGetProjectMembers, FaultKind::ZRException},
-        {Op::kGetProjectMembers, FaultKind::Foreign},
-        {Op::kOpenProjectClient, FaultKind::SessionRequired},
-        {Op::kGetUsersByIds, FaultKind::ZRException},
-        {Op::kGetUserPermissions, FaultKind::InterruptedIO},
-        {Op::kGetUserPermissions, FaultKind::InternalError},
     };
+    std::vector<Row> rows;
+    for (FaultKind kind :
+         {FaultKind::PortalServerClient, FaultKind::ConnectionFailed, FaultKind::Interrupted,
+          FaultKind::InterruptedIO, FaultKind::InternalError, FaultKind::ForcedOffline,
+          FaultKind::ClientConnection, FaultKind::ProjectManagerClient, FaultKind::ZRException,
+          FaultKind::Foreign})
+        rows.push_back({Op::kGetProjectMembers, kind});
+    rows.insert(rows.end(), {{Op::kOpenProjectClient, FaultKind::SessionRequired},
+                             {Op::kGetUsersByIds, FaultKind::ZRException},
+                             {Op::kGetUserPermissions, FaultKind::InterruptedIO},
+                             {Op::kGetUserPermissions, FaultKind::InternalError}});
     int expected = 0;
     short userId = 10;
     for (const auto& row : rows) {
@@ -242,51 +240,43 @@ TEST_F(ProjectMembersThreadTest, ForcedOfflineOrSecondaryMakesInitDoNothing) {
     EXPECT_EQ(service->CallCount(Op::kGetProjectMembers), 2);
 }
 
-TEST_F(ProjectMembersThreadTest, AFetchBlockedWhileStopRunsPostsNothing) {
-    ZR::MessageLoop::Scope loop;
-    std::shared_ptr<Emulator::Gate> gate = service->BlockNext(Op::kGetUsersByIds);
-    members->Init();
-    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
-    members->Stop();  // interrupts the held call; nothing of it may reach the tables
-    gate->Release();
-    ZR::MessageLoop::RunPending();
-    EXPECT_EQ(recorder->calls, 0);
-    EXPECT_EQ(members->GetUserDataTable().GetSize(), 0u);
-}
-
-TEST_F(ProjectMembersThreadTest, ANotifierReachingTheLoopAfterStopChangesNothing) {
-    ZR::Latch posted(1);
-    ZR::MessageLoop::Scope loop([&] { posted.CountDown(); });
-    members->Init();
-    ASSERT_TRUE(posted.WaitFor(kWaitMs));
-    members->Stop();
-    ZR::MessageLoop::RunPending();
-    EXPECT_EQ(recorder->calls, 0);
-    EXPECT_EQ(members->GetUserDataTable().GetSize(), 0u);
-}
-
-TEST_F(ProjectMembersThreadTest, DestroyingWithAFetchRunningAndOneQueuedIsSafe) {
-    ZR::Latch posted(1);
-    ZR::MessageLoop::Scope loop([&] { posted.CountDown(); });
-    std::shared_ptr<Emulator::Gate> gate = service->BlockNext(Op::kGetProjectMembers);
-    members->Init();
-    members->Init();
-    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
-    members.reset();  // the queued task is dropped, the running one interrupted
-    gate->Release();
-    ZR::MessageLoop::RunPending();
-    EXPECT_EQ(recorder->calls, 0);
-    EXPECT_EQ(service->CallCount(Op::kGetProjectMembers), 1);
-
-    // A notifier already on the loop when its object goes is never run.
-    members = std::make_unique<KRC::ProjectMembers>(*manager->GetSignalClient(), manager.get(),
-                                                    provider.get());
-    members->Attach(*recorder);
-    members->Init();
-    ASSERT_TRUE(posted.WaitFor(kWaitMs));
-    members.reset();
-    ZR::MessageLoop::RunPending();
-    EXPECT_EQ(recorder->calls, 0);
+// Stop, or the end of the object, while a fetch is held at the server or its
+// notifier waits on the loop: nothing of it reaches the tables or observers,
+// and a refresh queued behind it is dropped.
+TEST_F(ProjectMembersThreadTest, StopOrDestructionMidwayLetsNothingThrough) {
+    const struct {
+        const char* held;  // null: the fetch ran, its notifier is on the loop
+        int inits;
+        bool destroy;
+    } rows[] = {{Op::kGetUsersByIds, 1, false},
+                {nullptr, 1, false},
+                {Op::kGetProjectMembers, 2, true},
+                {nullptr, 1, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.held ? row.held : "posted") +
+                     (row.destroy ? " destroyed" : ""));
+        recorder.reset();
+        members = std::make_unique<KRC::ProjectMembers>(*manager->GetSignalClient(), manager.get(),
+                                                        provider.get());
+        recorder = std::make_unique<Recorder>(*members);
+        members->Attach(*recorder);
+        service->ResetCounts();
+        ZR::Latch posted(1);
+        ZR::MessageLoop::Scope loop([&] { posted.CountDown(); });
+        std::shared_ptr<Emulator::Gate> gate;
+        if (row.held) gate = service->BlockNext(row.held);
+        for (int i = 0; i < row.inits; ++i) members->Init();
+        ASSERT_TRUE(gate ? gate->WaitUntilReached(kWaitMs) : posted.WaitFor(kWaitMs));
+        if (row.destroy)
+            members.reset();  // the queued task is dropped, the running one interrupted
+        else
+            members->Stop();
+        if (gate) gate->Release();
+        ZR::MessageLoop::RunPending();
+        EXPECT_EQ(recorder->calls, 0);
+        EXPECT_EQ(members ? members->GetUserDataTable().GetSize() : 0u, 0u);
+        EXPECT_EQ(service->CallCount(Op::kGetProjectMembers), 1);
+    }
 }
 
 TEST_F(ProjectMembersThreadTest, SignalsRacingStopNeverReachTheTablesAfterIt) {
@@ -331,12 +321,6 @@ TEST_F(ProjectMembersThreadTest, HostReadsWhileRefreshesArrive) {
     EXPECT_FALSE(recorder->offLoop);
     EXPECT_TRUE(members->IsMember("carla"));
 }
-
-}  // namespace
-}  // namespace krtest
-
-namespace krtest {
-namespace {
 
 using ProjectMembersTablesTest = ProjectMembersThreadTest;
 
