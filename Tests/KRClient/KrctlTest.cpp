@@ -154,7 +154,7 @@ TEST_F(KrctlTest, ServerUrlWithAUserOrPasswordIsRefusedWithoutEchoAndNothingIsSt
         {"cache", "create", "--main-folder", temp.Sub("P"), "--server", url, "--path", "/p",
          "--user", "anna"},
         {"login", "add-server", url},
-        {"login", "add-user", url, "anna"},
+        {"login", "add-user", url, "anna", "--token", "s3cr3t-token"},
         {"--create", "--data-folder", Data(), "registry", "find", "--server", url, "--user", "anna",
          "--path", "/p"},
         {"--create", "--data-folder", Data(), "registry", "set", "projectOpened", "--server",

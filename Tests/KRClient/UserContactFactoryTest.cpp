@@ -25,6 +25,9 @@ namespace {
 constexpr const char* kUrl = "https://portal.example";
 
 using Guard = KRCB::Management::PortalServerNonTransactionalQueryGuard;
+using Emulator::Fault;
+using Emulator::FaultKind;
+namespace Op = Emulator::Op;
 
 std::vector<unsigned char> Picture(int encoding) {
     std::vector<std::uint8_t> rgba(4 * 4 * 4, 200);
@@ -102,7 +105,7 @@ TEST_F(UserContactFactoryTest, BuildsContactsFromTheUsersAndTheirPictures) {
     EXPECT_EQ(Create("u-al", guard)->GetImage().GetWidth(), 4u);  // PNG, type in any case
     EXPECT_TRUE(Create("u-bo", guard)->GetImage().IsNull());      // another type
     EXPECT_TRUE(Create("u-cy", guard)->GetImage().IsNull());      // none at all
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUserImage), 3);
+    EXPECT_EQ(service.CallCount(Op::kGetUserImage), 3);
 
     // No user of that id: no contact, no exception. No client: nothing asked.
     EXPECT_FALSE(Create("u-nobody", guard));
@@ -116,11 +119,11 @@ TEST_F(UserContactFactoryTest, ABatchIsOneQueryAndCachedUsersCostNoCall) {
     ZR::Ref<Guard> guard;
     factory.PreCheckOwners({}, owners, client, guard);
     EXPECT_TRUE(guard);
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUsersByIds), 1);
+    EXPECT_EQ(service.CallCount(Op::kGetUsersByIds), 1);
     for (const auto& owner : owners) EXPECT_TRUE(Create(owner.ToCString(), guard));
     // The fetch filled the client's cache: no user was asked for again.
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUser), 0);
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUserImage), 3);
+    EXPECT_EQ(service.CallCount(Op::kGetUser), 0);
+    EXPECT_EQ(service.CallCount(Op::kGetUserImage), 3);
     EXPECT_EQ(service.CallCount("Query"), 1);
     guard.Reset();
 
@@ -137,10 +140,10 @@ TEST_F(UserContactFactoryTest, ABatchIsOneQueryAndCachedUsersCostNoCall) {
     service.ResetCounts();
     ZR::Ref<Guard> second;
     factory.PreCheckOwners({}, owners, fresh, second);
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUsersByIds), 0);
+    EXPECT_EQ(service.CallCount(Op::kGetUsersByIds), 0);
     client = fresh;
     for (const auto& owner : owners) EXPECT_TRUE(Create(owner.ToCString(), second));
-    EXPECT_EQ(service.CallCount(Emulator::Op::kGetUser), 3);
+    EXPECT_EQ(service.CallCount(Op::kGetUser), 3);
     EXPECT_EQ(service.CallCount("Query"), 1);
     KRCB::Operation::OperationCache::GetInstance().SetCacheEnabled(true);
 }
@@ -148,23 +151,18 @@ TEST_F(UserContactFactoryTest, ABatchIsOneQueryAndCachedUsersCostNoCall) {
 TEST_F(UserContactFactoryTest, APictureThatFailsLeavesTheContactWithoutOne) {
     ZR::SetDebugOutput([](const std::string&) {});
     ZR::Ref<Guard> guard;
-    Emulator::Fault refused{Emulator::FaultKind::PortalServerClient};
-    service.FailNext(Emulator::Op::kGetUserImage, refused);
-    auto jo = Create("u-jo", guard);
-    ASSERT_TRUE(jo);
-    EXPECT_TRUE(jo->GetImage().IsNull());
-
-    service.FailNext(Emulator::Op::kGetUserImage,
-                     Emulator::Fault{Emulator::FaultKind::ZRException});
-    auto al = Create("u-al", guard);
-    ASSERT_TRUE(al);
-    EXPECT_TRUE(al->GetImage().IsNull());
+    for (auto [owner, kind] : {std::pair{"u-jo", FaultKind::PortalServerClient},
+                               std::pair{"u-al", FaultKind::ZRException}}) {
+        service.FailNext(Op::kGetUserImage, Fault{kind});
+        auto contact = Create(owner, guard);
+        ASSERT_TRUE(contact) << owner;
+        EXPECT_TRUE(contact->GetImage().IsNull()) << owner;
+    }
 
     // What the user query itself meets, other than an unknown user, passes on.
-    service.FailNext(Emulator::Op::kGetUser,
-                     Emulator::Fault{Emulator::FaultKind::ConnectionFailed});
+    service.FailNext(Op::kGetUser, Fault{FaultKind::ConnectionFailed});
     EXPECT_THROW(Create("u-bo", guard), Kerrow::PortalServer::Client::ConnectionFailedException);
-    service.FailNext(Emulator::Op::kGetUserImage, Emulator::Fault{Emulator::FaultKind::Foreign});
+    service.FailNext(Op::kGetUserImage, Fault{FaultKind::Foreign});
     EXPECT_THROW(Create("u-bo", guard), std::runtime_error);
     ZR::SetDebugOutput(nullptr);
 }
