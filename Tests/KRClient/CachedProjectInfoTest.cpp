@@ -265,21 +265,18 @@ TEST_F(CachedProjectInfoTest, UnreadableFilesThrowAndClearOrKeepValues) {
               std::string::npos);
 }
 
-TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterWithinTheSameSecond) {
+TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterAtOnceAndAVanishedFolderFailsToOpen) {
     CachedProjectInfo mine(Info("https://srv", "/P", "anna"), Main());
     CachedProjectInfo theirs(mine.GetCacheFolderLocation());
-    for (unsigned int i = 1; i <= 3; ++i) {
+    for (unsigned int i = 1; i <= 3; ++i) {  // within the same second
         theirs.SetVisitCount(i);
         mine.Refresh();
         EXPECT_EQ(mine.GetVisitCount(), i);
     }
-}
 
-TEST_F(CachedProjectInfoTest, WriteIntoAVanishedFolderIsAnOpeningFailure) {
-    CachedProjectInfo record(Info("https://srv", "/P", "anna"), Main());
-    std::filesystem::remove_all(record.GetCacheFolderLocation().ToPath().Std());
+    std::filesystem::remove_all(mine.GetCacheFolderLocation().ToPath().Std());
     krtest::EventRecorder events;
-    record.SetVisitCount(4);
+    mine.SetVisitCount(4);
     ASSERT_EQ(events.errors.size(), 1u);
     EXPECT_EQ(events.errors[0].first, KRC::FileOpeningFailed);
 }

@@ -122,31 +122,24 @@ TEST_F(SynchronizerThreadTest, WaitsWhileAnotherHolderHasTheFileAndCanBeInterrup
 
 TEST_F(SynchronizerTest, WhereNoLockFileCanBeHeldAGuardGoesOnWithoutAndLeavesTheOptionsPending) {
     Init();
-    std::string written = krtest::ReadFile(OptionsFile());
     // A folder where the lock file belongs is never deleted: ten quick tries,
-    // then on without the lock.
+    // then on without the lock. Likewise in a data folder that is a file.
     fs::create_directories(LockFile() + "/inside");
     krtest::WriteFile(LockFile() + "/inside/keep.txt", "precious");
-    {
-        Synchronizer lock;
-        EXPECT_FALSE(Synchronizer::IsLocked());
-        registeredProjects.SetPeriodTime(5);
+    krtest::WriteFile(temp.Sub("plain-file"), "x");
+    for (bool folderIsAFile : {false, true}) {
+        SCOPED_TRACE(folderIsAFile ? "data folder is a file" : "folder in the lock's place");
+        if (folderIsAFile) registeredProjects.SetKRDataFolder(Loc(temp.Sub("plain-file")), false);
+        const std::string written = krtest::ReadFile(OptionsFile());
+        {
+            Synchronizer lock;
+            EXPECT_FALSE(Synchronizer::IsLocked());
+            registeredProjects.SetPeriodTime(folderIsAFile ? 4 : 5);
+        }
+        EXPECT_TRUE(KRC::dataOptions.IsDirty());
+        EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
     }
     EXPECT_EQ(krtest::ReadFile(LockFile() + "/inside/keep.txt"), "precious");
-    EXPECT_TRUE(KRC::dataOptions.IsDirty());
-    EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
-
-    // A data folder that is a file.
-    krtest::WriteFile(temp.Sub("plain-file"), "x");
-    registeredProjects.SetKRDataFolder(Loc(temp.Sub("plain-file")), false);
-    written = krtest::ReadFile(OptionsFile());
-    {
-        Synchronizer lock;
-        EXPECT_FALSE(Synchronizer::IsLocked());
-        registeredProjects.SetLastRunTime(4242);
-    }
-    EXPECT_TRUE(KRC::dataOptions.IsDirty());
-    EXPECT_EQ(krtest::ReadFile(OptionsFile()), written);
 }
 
 TEST_F(SynchronizerTest, ResetLetsTheLockGoAndLaterGuardsEndHarmlessly) {
