@@ -7,6 +7,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <set>
 #include <string>
 #include <thread>
@@ -85,7 +86,7 @@ TEST(PooledExecutorThreadTest, OneThreadRunsInOrder) {
     pool.Cancel();
     ASSERT_TRUE(pool.WaitTermination(kLong));
     std::vector<int> expected(20);
-    for (int i = 0; i < 20; ++i) expected[i] = i;
+    std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(order, expected);
 }
 
@@ -93,22 +94,18 @@ TEST(PooledExecutorThreadTest, CancelInterruptsRunningWorkAndDropsQueuedWork) {
     ZR::PooledExecutor pool(2, 2, kLong, "");
     ZR::Latch started(2), neverOpened(1);
     std::atomic<int> interrupted{0};
-    pool.Execute(ZR::MakeTask([&] {
-        started.CountDown();
-        try {
-            ZR::Thread::Sleep(10 * kLong, true);
-        } catch (const ZR::InterruptedException&) {
-            ++interrupted;
-        }
-    }));
-    pool.Execute(ZR::MakeTask([&] {
-        started.CountDown();
-        try {
-            neverOpened.Wait(true);
-        } catch (const ZR::InterruptedException&) {
-            ++interrupted;
-        }
-    }));
+    for (bool sleeps : {true, false})
+        pool.Execute(ZR::MakeTask([&, sleeps] {
+            started.CountDown();
+            try {
+                if (sleeps)
+                    ZR::Thread::Sleep(10 * kLong, true);
+                else
+                    neverOpened.Wait(true);
+            } catch (const ZR::InterruptedException&) {
+                ++interrupted;
+            }
+        }));
     ASSERT_TRUE(started.WaitFor(kLong));
     std::atomic<int> runs{0}, gone{0};
     EXPECT_TRUE(pool.Execute(ZR::RunnableTask(new Probe(runs, gone))));
