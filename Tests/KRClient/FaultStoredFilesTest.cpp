@@ -48,26 +48,26 @@ TEST_F(FaultStoredFiles, CacheInfoUpdate) {
     }
     ASSERT_NE(before.find("<VisitCount>3<"), std::string::npos);
     std::unique_ptr<KRC::CachedProjectInfo> record;
-    krtest::FaultCase update{[&] {
-                                 record.reset();
-                                 krtest::WriteFile(path, before);
-                                 record =
-                                     std::make_unique<KRC::CachedProjectInfo>(krtest::Loc(folder));
-                                 events = std::make_unique<krtest::EventRecorder>();
-                             },
-                             [&] {
-                                 record->SetVisitCount(7);
-                                 return events->ReportedWriteOf(path);
-                             },
-                             [&](bool reported) {
-                                 if (after.empty()) after = krtest::ReadFile(path);
-                                 ASSERT_NE(after.find("<VisitCount>7<"), std::string::npos);
-                                 EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
-                                 EXPECT_EQ(record->GetVisitCount(), 7u);  // written or not
-                                 EXPECT_EQ(events->writes, 1);  // observers hear of it anyway
-                                 EXPECT_FALSE(HasTemporaryFile(folder));
-                                 EXPECT_EQ(krtest::ModeOf(path), 0600u);
-                             }};
+    krtest::FaultCase update;
+    update.prepare = [&] {
+        record.reset();
+        krtest::WriteFile(path, before);
+        record = std::make_unique<KRC::CachedProjectInfo>(krtest::Loc(folder));
+        events = std::make_unique<krtest::EventRecorder>();
+    };
+    update.operate = [&] {
+        record->SetVisitCount(7);
+        return events->ReportedWriteOf(path);
+    };
+    update.verify = [&](bool reported) {
+        if (after.empty()) after = krtest::ReadFile(path);
+        ASSERT_NE(after.find("<VisitCount>7<"), std::string::npos);
+        EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
+        EXPECT_EQ(record->GetVisitCount(), 7u);  // written or not
+        EXPECT_EQ(events->writes, 1);            // observers hear of it anyway
+        EXPECT_FALSE(HasTemporaryFile(folder));
+        EXPECT_EQ(krtest::ModeOf(path), 0600u);
+    };
     EXPECT_GT(RunFaultTable(env, update, kStoreCalls), 0);
     record.reset();
 }
@@ -79,36 +79,37 @@ TEST_F(FaultStoredFiles, DataOptionsWrittenAtTheLockRelease) {
     ASSERT_NE(before.find("<PeriodTime>30<"), std::string::npos);
     bool locked = false;
     int deferred = 0;
-    krtest::FaultCase set{[&] {
-                              events.reset();
-                              KRC::RegisteredProjects::ResetForTesting();
-                              std::filesystem::remove(LockFile());  // left by a fault
-                              krtest::WriteFile(OptionsFile(), before);
-                              Init();
-                              events = std::make_unique<krtest::EventRecorder>();
-                          },
-                          [&] {
-                              {
-                                  KRC::RegisteredProjects::Synchronizer guard;
-                                  locked = KRC::RegisteredProjects::Synchronizer::IsLocked();
-                                  KRC::registeredProjects.SetPeriodTime(45);
-                              }
-                              return events->ReportedWriteOf(OptionsFile());
-                          },
-                          [&](bool reported) {
-                              if (after.empty()) after = krtest::ReadFile(OptionsFile());
-                              ASSERT_NE(after.find("<PeriodTime>45<"), std::string::npos);
-                              // Without the lock (its file could not be held) the options
-                              // are written at a later release; a failed write is reported
-                              // and left for a later release too.
-                              bool written = locked && !reported;
-                              EXPECT_EQ(krtest::ReadFile(OptionsFile()), written ? after : before);
-                              EXPECT_EQ(KRC::dataOptions.GetPeriodTime(), 45);
-                              EXPECT_EQ(KRC::dataOptions.IsDirty(), !written);
-                              EXPECT_FALSE(HasTemporaryFile(Data()));
-                              EXPECT_EQ(krtest::ModeOf(OptionsFile()), 0600u);
-                              deferred += !locked;
-                          }};
+    krtest::FaultCase set;
+    set.prepare = [&] {
+        events.reset();
+        KRC::RegisteredProjects::ResetForTesting();
+        std::filesystem::remove(LockFile());  // left by a fault
+        krtest::WriteFile(OptionsFile(), before);
+        Init();
+        events = std::make_unique<krtest::EventRecorder>();
+    };
+    set.operate = [&] {
+        {
+            KRC::RegisteredProjects::Synchronizer guard;
+            locked = KRC::RegisteredProjects::Synchronizer::IsLocked();
+            KRC::registeredProjects.SetPeriodTime(45);
+        }
+        return events->ReportedWriteOf(OptionsFile());
+    };
+    set.verify = [&](bool reported) {
+        if (after.empty()) after = krtest::ReadFile(OptionsFile());
+        ASSERT_NE(after.find("<PeriodTime>45<"), std::string::npos);
+        // Without the lock (its file could not be held) the options
+        // are written at a later release; a failed write is reported
+        // and left for a later release too.
+        bool written = locked && !reported;
+        EXPECT_EQ(krtest::ReadFile(OptionsFile()), written ? after : before);
+        EXPECT_EQ(KRC::dataOptions.GetPeriodTime(), 45);
+        EXPECT_EQ(KRC::dataOptions.IsDirty(), !written);
+        EXPECT_FALSE(HasTemporaryFile(Data()));
+        EXPECT_EQ(krtest::ModeOf(OptionsFile()), 0600u);
+        deferred += !locked;
+    };
     EXPECT_GT(RunFaultTable(env, set, kStoreCalls), 0);
     // Only a failure to take the lock file defers: one open of it, each error but EINTR.
     EXPECT_LE(deferred, 4);
@@ -128,40 +129,40 @@ TEST_F(FaultStoredFiles, LoginDataSaveOverAFileAndIntoANewFolder) {
 
     for (bool existed : {true, false}) {
         SCOPED_TRACE(existed ? "update" : "first save, which makes the folder too");
-        krtest::FaultCase save{[&] {
-                                   if (existed)
-                                       krtest::WriteFile(path, before);
-                                   else
-                                       std::filesystem::remove_all(BaseFolder());
-                                   cache.ResetForTesting();
-                               },
-                               [&] {
-                                   try {
-                                       cache.SaveToFile(second);
-                                       return false;
-                                   } catch (const LoginDataStoreException&) {
-                                       return true;
-                                   }
-                               },
-                               [&](bool reported) {
-                                   if (after.empty()) after = krtest::ReadFile(path);
-                                   ASSERT_NE(after.find("b.example"), std::string::npos);
-                                   if (reported && !existed) {
-                                       EXPECT_FALSE(krtest::Exists(path));
-                                   } else {
-                                       EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
-                                       EXPECT_EQ(krtest::ModeOf(path), 0600u);
-                                   }
-                                   // A failed save leaves the data as they were on disc.
-                                   ZR::Ref<LoginDataStore> now = cache.GetLoginDataStoreCopy(0);
-                                   EXPECT_EQ(now->ContainsServer("https://b.example"), !reported);
-                                   EXPECT_EQ(now->ContainsUser("https://a.example", "anna"),
-                                             existed || !reported);
-                                   if (krtest::Exists(BaseFolder())) {
-                                       EXPECT_FALSE(HasTemporaryFile(BaseFolder()));
-                                       EXPECT_EQ(krtest::ModeOf(BaseFolder()), 0700u);
-                                   }
-                               }};
+        krtest::FaultCase save;
+        save.prepare = [&] {
+            if (existed)
+                krtest::WriteFile(path, before);
+            else
+                std::filesystem::remove_all(BaseFolder());
+            cache.ResetForTesting();
+        };
+        save.operate = [&] {
+            try {
+                cache.SaveToFile(second);
+                return false;
+            } catch (const LoginDataStoreException&) {
+                return true;
+            }
+        };
+        save.verify = [&](bool reported) {
+            if (after.empty()) after = krtest::ReadFile(path);
+            ASSERT_NE(after.find("b.example"), std::string::npos);
+            if (reported && !existed) {
+                EXPECT_FALSE(krtest::Exists(path));
+            } else {
+                EXPECT_EQ(krtest::ReadFile(path), reported ? before : after);
+                EXPECT_EQ(krtest::ModeOf(path), 0600u);
+            }
+            // A failed save leaves the data as they were on disc.
+            ZR::Ref<LoginDataStore> now = cache.GetLoginDataStoreCopy(0);
+            EXPECT_EQ(now->ContainsServer("https://b.example"), !reported);
+            EXPECT_EQ(now->ContainsUser("https://a.example", "anna"), existed || !reported);
+            if (krtest::Exists(BaseFolder())) {
+                EXPECT_FALSE(HasTemporaryFile(BaseFolder()));
+                EXPECT_EQ(krtest::ModeOf(BaseFolder()), 0700u);
+            }
+        };
         EXPECT_GT(RunFaultTable(env, save, kStoreCalls), 0);
     }
 }
