@@ -68,20 +68,30 @@ ClientMail::ClientMail(ZR::Ref<Mail>& mail) : mMail(mail) {
     UpdateAttachments();
 }
 
-ClientMail::~ClientMail() { DeleteAttachments(); }
+ClientMail::~ClientMail() {
+    DeleteAttachments();
+}
 
-ZR::UniString ClientMail::GetId() const { return mMail->GetId().ToString(); }
+ZR::UniString ClientMail::GetId() const {
+    return mMail->GetId().ToString();
+}
 
-ClientMail::Importance ClientMail::GetImportance() const { return mMail->GetImportance(); }
+ClientMail::Importance ClientMail::GetImportance() const {
+    return mMail->GetImportance();
+}
 
-ClientMail::AddressList ClientMail::GetRecipients() { return mMail->GetTo(); }
+ClientMail::AddressList ClientMail::GetRecipients() {
+    return mMail->GetTo();
+}
 
 ClientMail::Address ClientMail::GetSender() const {
     const AddressList& from = mMail->GetFrom();
     return from.IsEmpty() ? Address() : from[0];
 }
 
-int ClientMail::GetSentTime() { return mMail->GetSent().GetTime(); }
+int ClientMail::GetSentTime() {
+    return mMail->GetSent().GetTime();
+}
 
 ZR::UniString ClientMail::GetThreadId() const {
     const ZR::UniString* id = mMail->GetHeader(kThreadHeaderName);
@@ -103,27 +113,41 @@ ZR::UniString ClientMail::GetMessagePartWithoutLineBreaks() const {
     return ZR::UniString(std::move(text));
 }
 
-bool ClientMail::IsCompleted() const { return mMail->IsCompleted(); }
+bool ClientMail::IsCompleted() const {
+    return mMail->IsCompleted();
+}
 
-bool ClientMail::IsRead() const { return mMail->IsRead(); }
+bool ClientMail::IsRead() const {
+    return mMail->IsRead();
+}
 
-void ClientMail::SetCompleted() { mMail->SetCompleted(true); }
+void ClientMail::SetCompleted() {
+    mMail->SetCompleted(true);
+}
 
-void ClientMail::SetRead() { mMail->SetRead(true); }
+void ClientMail::SetRead() {
+    mMail->SetRead(true);
+}
 
 void ClientMail::SetImportance(const Importance& importance) const {
     mMail->SetImportance(importance);
 }
 
-void ClientMail::SetRecipients(const AddressList& recipients) { mMail->SetTo(recipients); }
+void ClientMail::SetRecipients(const AddressList& recipients) {
+    mMail->SetTo(recipients);
+}
 
 void ClientMail::SetSingleRecipient(const Address& recipient) {
     SetRecipients(AddressList{recipient});
 }
 
-void ClientMail::SetSender(const Address& sender) { mMail->SetFrom(AddressList{sender}); }
+void ClientMail::SetSender(const Address& sender) {
+    mMail->SetFrom(AddressList{sender});
+}
 
-void ClientMail::SetSent(const MailNS::Date& sent) { mMail->SetSent(sent); }
+void ClientMail::SetSent(const MailNS::Date& sent) {
+    mMail->SetSent(sent);
+}
 
 void ClientMail::SetThreadId(const ZR::UniString& id) {
     if (id.IsEmpty()) return;
@@ -134,16 +158,20 @@ void ClientMail::SetMessagePart(const ZR::UniString& text) {
     MailNS::BodyParts& parts = mMail->GetBodyParts();
     for (MailNS::BodyPart& part : parts)
         if (part.GetContentType() == kMessageContentType) {
-            part.SetContent(ZR::Ref<MailNS::Contents::Content>(new MailNS::Contents::TextContent(text)));
+            part.SetContent(
+                ZR::Ref<MailNS::Contents::Content>(new MailNS::Contents::TextContent(text)));
             return;
         }
-    MailNS::BodyPart part(kMessageContentType, MailNS::Headers(),
-                          ZR::Ref<MailNS::Contents::Content>(new MailNS::Contents::TextContent(text)));
+    MailNS::BodyPart part(
+        kMessageContentType, MailNS::Headers(),
+        ZR::Ref<MailNS::Contents::Content>(new MailNS::Contents::TextContent(text)));
     part.SetContentType(kMessageContentType);
     parts.Add(part);
 }
 
-void ClientMail::Update(ZR::Ref<Mail>& mail) { mMail = mail; }
+void ClientMail::Update(ZR::Ref<Mail>& mail) {
+    mMail = mail;
+}
 
 void ClientMail::AddAttachment(const MailAttachment& attachment) {
     MailAttachment* clone = attachment.Clone();

@@ -30,11 +30,11 @@ public:
     using Importance = Kerrow::Server::Mail::Importance;
     using Attachments = ZR::HashTable<ZR::Guid, MailAttachment*>;
 
-    static const ZR::UniString kThreadHeaderName;      ///< "ThreadId"
-    static const ZR::UniString kVersionHeaderName;     ///< "Version"
-    static const ZR::UniString kVersionHeaderValue;    ///< "1.0"
-    static const ZR::UniString kMessageContentType;    ///< "KerrowMessage"
-    static const ZR::UniString kAttachmentContentType; ///< "KerrowAttachment"
+    static const ZR::UniString kThreadHeaderName;       ///< "ThreadId"
+    static const ZR::UniString kVersionHeaderName;      ///< "Version"
+    static const ZR::UniString kVersionHeaderValue;     ///< "1.0"
+    static const ZR::UniString kMessageContentType;     ///< "KerrowMessage"
+    static const ZR::UniString kAttachmentContentType;  ///< "KerrowAttachment"
 
     /// A new outgoing mail with a new GUID as id, opening its own thread.
     ClientMail();

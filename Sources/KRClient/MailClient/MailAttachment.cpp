@@ -98,9 +98,13 @@ bool MailAttachment::IsRevokeAttachmentInMail(const ZR::Ref<ClientMail>& mail) {
     return false;
 }
 
-bool MailAttachment::SerializeJSON(JSON::Ref<JSON::ObjectValue>) const { return true; }
+bool MailAttachment::SerializeJSON(JSON::Ref<JSON::ObjectValue>) const {
+    return true;
+}
 
-bool MailAttachment::DeserializeJSON(JSON::Ref<JSON::ObjectValue>) { return true; }
+bool MailAttachment::DeserializeJSON(JSON::Ref<JSON::ObjectValue>) {
+    return true;
+}
 
 int MailAttachment::Read(ZR::IChannel& channel) {
     ZR::InputFrame frame(channel, classInfo);
@@ -154,8 +158,12 @@ int TestAttachment::Write(ZR::OChannel& channel) const {
     return frame.Close();
 }
 
-bool TestAttachment::SerializeJSON(JSON::Ref<JSON::ObjectValue>) const { return true; }
+bool TestAttachment::SerializeJSON(JSON::Ref<JSON::ObjectValue>) const {
+    return true;
+}
 
-bool TestAttachment::DeserializeJSON(JSON::Ref<JSON::ObjectValue>) { return true; }
+bool TestAttachment::DeserializeJSON(JSON::Ref<JSON::ObjectValue>) {
+    return true;
+}
 
 }  // namespace KRC

@@ -46,8 +46,7 @@ public:
     /// classNotFound tells the one null a caller treats apart: a class name
     /// that is not registered. A "headers" value that is no string throws
     /// ZR::NullReferenceException.
-    static MailAttachment* CreateFromJSON(JSON::Ref<JSON::ObjectValue> object,
-                                          bool& classNotFound);
+    static MailAttachment* CreateFromJSON(JSON::Ref<JSON::ObjectValue> object, bool& classNotFound);
     /// "className", "headers", then the subclass's members; empty if the
     /// subclass refuses.
     JSON::Ref<JSON::ObjectValue> ToJSON() const;

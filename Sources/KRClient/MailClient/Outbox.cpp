@@ -43,8 +43,7 @@ Outbox::~Outbox() {
     mById.clear();
 }
 
-int Outbox::WriteMails(const ZR::PagedArray<ZR::Ref<ClientMail>, 8>& mails,
-                       ZR::OChannel& channel) {
+int Outbox::WriteMails(const ZR::PagedArray<ZR::Ref<ClientMail>, 8>& mails, ZR::OChannel& channel) {
     if (int status = channel.WriteUInt32(static_cast<std::uint32_t>(mails.GetSize())))
         return status;
     for (const auto& mail : mails)

@@ -14,7 +14,9 @@ const ClassInfo HashTablePrivate::classInfo("ZR::HashTable", "2B8C4E61-7D3A-4F19
 OutputFrame::OutputFrame(OChannel& channel, const ClassInfo& info)
     : mChannel(channel), mInfo(info) {}
 
-int OutputFrame::Write(const void* data, std::size_t length) { return mBody.Write(data, length); }
+int OutputFrame::Write(const void* data, std::size_t length) {
+    return mBody.Write(data, length);
+}
 
 int OutputFrame::Close() {
     if (mClosed) return 0;

@@ -84,8 +84,12 @@ Object* New(const UniString& name) {
 
 Object::~Object() = default;
 
-int Object::Read(IChannel&) { return 0; }
+int Object::Read(IChannel&) {
+    return 0;
+}
 
-int Object::Write(OChannel&) const { return 0; }
+int Object::Write(OChannel&) const {
+    return 0;
+}
 
 }  // namespace ZR

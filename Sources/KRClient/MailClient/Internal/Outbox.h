@@ -3,7 +3,6 @@
 // runs in "Outbox.dat" (docs/FORMATS.md). Driven by the mail client alone,
 // under its lock; each operation takes the outbox's own lock too.
 
-#include "ZR/Thread.h"
 #include <unordered_map>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "ZR/DependentResource.h"
 #include "ZR/EventSource.h"
 #include "ZR/Ref.h"
+#include "ZR/Thread.h"
 
 namespace KRC {
 
@@ -42,7 +42,8 @@ public:
     void UpdateSender(const Kerrow::Server::Mail::Address& sender);
 
     /// The stored form of mails; 0 or the first error.
-    static int WriteMails(const ZR::PagedArray<ZR::Ref<ClientMail>, 8>& mails, ZR::OChannel& channel);
+    static int WriteMails(const ZR::PagedArray<ZR::Ref<ClientMail>, 8>& mails,
+                          ZR::OChannel& channel);
     /// The mails of a stored form up to the first that can't be read; 0 if
     /// all the count named were read, or the error that stopped the reading.
     /// *stoppedAt (if given) is the offset of the first byte not used.
