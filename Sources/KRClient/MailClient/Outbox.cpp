@@ -55,7 +55,11 @@ int Outbox::ReadMails(const unsigned char* data, std::size_t size,
                       ZR::PagedArray<ZR::Ref<ClientMail>, 8>& mails, std::size_t* stoppedAt) {
     ZR::MemoryIChannel channel(data, size);
     std::uint32_t count = 0;
-    int status = channel.ReadUInt32(count);
+    if (int status = channel.ReadUInt32(count)) {
+        if (stoppedAt) *stoppedAt = 0;
+        return status;
+    }
+    int status = 0;
     // Appended one by one as they are read: a hostile count costs nothing.
     for (std::uint32_t i = 0; status == 0 && i < count; ++i) {
         std::size_t before = channel.GetPosition();
