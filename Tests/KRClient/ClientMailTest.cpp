@@ -127,6 +127,12 @@ TEST(ClientMailTest, AttachmentScanOfReceivedMails) {
     mail.AddAttachment(later);
     EXPECT_EQ(mail.GetAttachment(KRC::TestAttachment::classInfo.GetId())->GetCustomProperty("k"),
               "first");
+
+    // A header value that is no string raises out of the scan, and what was
+    // parsed before it goes with the mail that was never made.
+    AddPart(*server, "c", "KerrowAttachment", R"({"className":"Test::Other","headers":[]})");
+    AddPart(*server, "d", "KerrowAttachment", TestDoc(R"([{"k":1}])"));
+    EXPECT_THROW(ClientMail raising(server), ZR::NullReferenceException);
 }
 
 TEST(ClientMailTest, ServerFormIsACopyWithTheCurrentAttachments) {

@@ -65,7 +65,12 @@ ClientMail::ClientMail() {
 
 ClientMail::ClientMail(ZR::Ref<Mail>& mail) : mMail(mail) {
     if (!mMail) ZR::ThrowNullReference(ZR_HERE);
-    UpdateAttachments();
+    try {
+        UpdateAttachments();
+    } catch (...) {
+        DeleteAttachments();  // no destructor runs for a constructor that throws
+        throw;
+    }
 }
 
 ClientMail::~ClientMail() {
