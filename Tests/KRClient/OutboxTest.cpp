@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -159,14 +161,15 @@ TEST(OutboxTest, DamagedFilesGiveTheMailsBeforeTheDamage) {
     struct Case {
         std::vector<unsigned char> bytes;
         std::string texts;
+        bool damaged;
     } cases[] = {
-        {good, "a;b;c;"},
-        {withCount(4294967295u), "a;b;c;"},
-        {withCount(2), "a;b;"},
-        {withCount(0), ""},
-        {std::vector<unsigned char>(good.begin(), good.begin() + ends[1]), "a;b;"},
-        {v2, "a;"},
-        {{1, 2}, ""},
+        {good, "a;b;c;", false},
+        {withCount(4294967295u), "a;b;c;", true},
+        {withCount(2), "a;b;", true},  // the third is kept aside, not lost
+        {withCount(0), "", true},
+        {std::vector<unsigned char>(good.begin(), good.begin() + ends[1]), "a;b;", true},
+        {v2, "a;", true},
+        {{1, 2}, "", true},
     };
     krtest::TempFolder folder;
     for (const Case& c : cases) {
@@ -177,6 +180,18 @@ TEST(OutboxTest, DamagedFilesGiveTheMailsBeforeTheDamage) {
         EXPECT_EQ(Texts(mails), c.texts);
         EXPECT_LT(meter.Bytes(), c.bytes.size() + 4096);
         EXPECT_EQ(Texts(*std::make_unique<Outbox>(folder.Location())), c.texts);
+        // What could not be read is kept beside the file, which is written anew.
+        std::vector<std::string> kept;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.Path()))
+            if (entry.path().filename().string().rfind("Outbox.dat.unread-", 0) == 0) {
+                std::ifstream in(entry.path(), std::ios::binary);
+                kept.emplace_back(std::istreambuf_iterator<char>(in),
+                                  std::istreambuf_iterator<char>());
+                std::filesystem::remove(entry.path());
+            }
+        EXPECT_EQ(kept, c.damaged
+                            ? std::vector<std::string>{std::string(c.bytes.begin(), c.bytes.end())}
+                            : std::vector<std::string>{});
     }
     for (std::size_t cut = 0; cut < good.size(); ++cut) {
         Mails mails;

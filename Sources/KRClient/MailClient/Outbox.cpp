@@ -30,7 +30,18 @@ Outbox::Outbox(const IO::Location& cacheFolder) : mOutboxFile(cacheFolder + IO::
     std::string data;
     if (IO::fileSystem.ReadWholeFile(mOutboxFile, &data)) return;
     ZR::PagedArray<ZR::Ref<ClientMail>, 8> mails;
-    ReadMails(reinterpret_cast<const unsigned char*>(data.data()), data.size(), mails);
+    std::size_t used = 0;
+    int status =
+        ReadMails(reinterpret_cast<const unsigned char*>(data.data()), data.size(), mails, &used);
+    if (status != 0 || used != data.size()) {
+        // The file is written anew when the outbox ends, with the mails read
+        // here only: a file with more than they (a cut file, mails of a later
+        // version, bytes past the count) is kept beside it first.
+        IO::Location kept =
+            cacheFolder + IO::Name(ZR::UniString::Format("%s.unread-%d", kFileName,
+                                                         static_cast<int>(TIGetTime())));
+        if (!FileExist(kept)) IO::fileSystem.WriteFileAtomically(kept, data);
+    }
     for (const auto& mail : mails) Append(mail);
 }
 

@@ -22,7 +22,8 @@ public:
     static constexpr const char* kFileName = "Outbox.dat";
 
     /// Reads cacheFolder/Outbox.dat; a missing or damaged file gives the mails
-    /// before the damage, and no message.
+    /// before the damage, and no message. A damaged file is kept beside as
+    /// "Outbox.dat.unread-<time>" before it is written anew.
     explicit Outbox(const IO::Location& cacheFolder);
     /// Writes the file, the only time it is written.
     ~Outbox() override;
