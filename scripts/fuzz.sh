@@ -28,7 +28,9 @@ esac
 build=build/fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKRC_BUILD_FUZZERS=ON -DKRC_SANITIZE="address;undefined" -DKRC_BUILD_TESTS=OFF \
-  -DKRC_BUILD_TOOLS=OFF -DKRC_BUILD_DEMO=OFF -DKRC_INSTALL=OFF >/dev/null
+  -DKRC_BUILD_TOOLS=ON -DKRC_BUILD_DEMO=OFF -DKRC_INSTALL=OFF >/dev/null
+# (Tools on: the targets link the emulator, which comes with the tools; only the
+# fuzzer asked for is built.)
 nice cmake --build "$build" --target "fuzz_$target"
 
 corpus="$build/corpus/$target"
