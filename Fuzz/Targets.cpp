@@ -5,14 +5,18 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Emulator/Service.h"
 #include "IO/Location.h"
+#include "JSON/JSON.h"
 #include "KRCB/LoginDataStore.h"
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
+#include "KRClient/MailClient/ClientMail.h"
 #include "KRClient/MailClient/ContactListSerializer.h"
+#include "KRClient/MailClient/Internal/Outbox.h"
 #include "NewDisplay/NativeImage.h"
 #include "ZR/Channel.h"
 #include "ZR/Debug.h"
@@ -203,12 +207,98 @@ int FuzzNativeImage(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+namespace {
+
+std::vector<unsigned char> StoredMails(const ZR::PagedArray<ZR::Ref<KRC::ClientMail>, 8>& mails) {
+    ZR::MemoryOChannel32 out;
+    if (KRC::Outbox::WriteMails(mails, out) != 0) std::abort();
+    return out.GetBytes();
+}
+
+}  // namespace
+
+int FuzzClientMail(const std::uint8_t* data, std::size_t size) {
+    ZR::MemoryIChannel in(data, size);
+    ZR::Ref<KRC::ClientMail> mail;
+    if (KRC::ClientMail::Read(mail, in) != 0) {
+        if (mail) std::abort();  // a failed read gives nothing
+        return 0;
+    }
+    // The first write puts the attachments in the library's form; from then
+    // on writing and reading give the same bytes.
+    ZR::MemoryOChannel32 first, second;
+    if (KRC::ClientMail::Write(mail, first) != 0) std::abort();
+    ZR::MemoryIChannel again(first.GetBytes());
+    ZR::Ref<KRC::ClientMail> back;
+    if (KRC::ClientMail::Read(back, again) != 0 || again.GetRemaining() != 0) std::abort();
+    if (KRC::ClientMail::Write(back, second) != 0) std::abort();
+    if (first.GetBytes() != second.GetBytes()) std::abort();
+    return 0;
+}
+
+int FuzzOutbox(const std::uint8_t* data, std::size_t size) {
+    ZR::PagedArray<ZR::Ref<KRC::ClientMail>, 8> mails, back;
+    std::size_t stoppedAt = 0;
+    int status = KRC::Outbox::ReadMails(data, size, mails, &stoppedAt);
+    if (stoppedAt > size || (status == 0 && stoppedAt < 4)) std::abort();
+    std::vector<unsigned char> bytes = StoredMails(mails);
+    if (KRC::Outbox::ReadMails(bytes.data(), bytes.size(), back) != 0) std::abort();
+    if (back.GetSize() != mails.GetSize() || StoredMails(back) != bytes) std::abort();
+    return 0;
+}
+
+int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size) {
+    JSON::JDOMParser parser;
+    auto object = JSON::ObjectValue::Cast(
+        parser.Parse(std::string_view(reinterpret_cast<const char*>(data), size), false));
+    bool classNotFound = false;
+    std::unique_ptr<KRC::MailAttachment> attachment;
+    try {
+        attachment.reset(KRC::MailAttachment::CreateFromJSON(object, classNotFound));
+    } catch (const ZR::NullReferenceException&) {
+        return 0;  // a header value that is no string
+    }
+    if (!attachment) return 0;
+    if (classNotFound) std::abort();
+    // Its JSON form rebuilds an attachment of the class with the same properties.
+    std::unique_ptr<KRC::MailAttachment> back(
+        KRC::MailAttachment::CreateFromJSON(attachment->ToJSON(), classNotFound));
+    if (!back || back->GetClassInfo().GetId() != attachment->GetClassInfo().GetId() ||
+        JSON::JDOMWriter::ToString(back->ToJSON()) !=
+            JSON::JDOMWriter::ToString(attachment->ToJSON()))
+        std::abort();
+    return 0;
+}
+
+int FuzzJson(const std::uint8_t* data, std::size_t size) {
+    JSON::JDOMParser parser;
+    std::string_view text(reinterpret_cast<const char*>(data), size);
+    JSON::Ref<JSON::Value> value = parser.Parse(text, size > 0 && data[0] == '/');
+    if (!value) {
+        if (parser.GetError().IsEmpty()) std::abort();
+        return 0;
+    }
+    // What parses is written, and the text reads back to the same text.
+    ZR::UniString first = JSON::JDOMWriter::ToString(value);
+    JSON::Ref<JSON::Value> again = parser.Parse(first.Std(), false);
+    if (!again || JSON::JDOMWriter::ToString(again) != first) std::abort();
+    return 0;
+}
+
 const Target* FindTarget(std::string_view name) {
     static const Target kTargets[] = {
-        {"xml_channel", &FuzzXmlChannel},   {"cache_info", &FuzzCacheInfo},
-        {"data_options", &FuzzDataOptions}, {"login_data", &FuzzLoginData},
-        {"location", &FuzzLocation},        {"contact_list", &FuzzContactList},
-        {"native_image", &FuzzNativeImage}, {"scenario", &FuzzScenario},
+        {"xml_channel", &FuzzXmlChannel},
+        {"cache_info", &FuzzCacheInfo},
+        {"data_options", &FuzzDataOptions},
+        {"login_data", &FuzzLoginData},
+        {"location", &FuzzLocation},
+        {"contact_list", &FuzzContactList},
+        {"native_image", &FuzzNativeImage},
+        {"scenario", &FuzzScenario},
+        {"client_mail", &FuzzClientMail},
+        {"outbox", &FuzzOutbox},
+        {"attachment_json", &FuzzAttachmentJson},
+        {"json", &FuzzJson},
     };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
@@ -217,7 +307,7 @@ const Target* FindTarget(std::string_view name) {
 
 const char* TargetNames() {
     return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image, scenario";
+           "native_image, scenario, client_mail, outbox, attachment_json, json";
 }
 
 }  // namespace krfuzz

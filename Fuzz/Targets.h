@@ -26,6 +26,10 @@ int FuzzLocation(const std::uint8_t* data, std::size_t size);
 int FuzzContactList(const std::uint8_t* data, std::size_t size);
 int FuzzNativeImage(const std::uint8_t* data, std::size_t size);
 int FuzzScenario(const std::uint8_t* data, std::size_t size);
+int FuzzClientMail(const std::uint8_t* data, std::size_t size);
+int FuzzOutbox(const std::uint8_t* data, std::size_t size);
+int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size);
+int FuzzJson(const std::uint8_t* data, std::size_t size);
 
 // Null for an unknown name.
 const Target* FindTarget(std::string_view name);

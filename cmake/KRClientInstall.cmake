@@ -23,6 +23,7 @@ foreach(_dir
     Sources/Platform/Gfx/Gfx
     Sources/Platform/NewDisplay/NewDisplay
     Sources/Platform/Network/Network
+    Sources/Platform/JSON/JSON
     Sources/Platform/KRClientBase/KRCB
     Sources/Platform/KRClientBase/Kerrow
     Sources/KRClient)

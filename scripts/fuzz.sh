@@ -2,7 +2,7 @@
 # Runs one libFuzzer target for a while:
 #   scripts/fuzz.sh TARGET SECONDS [LIBFUZZER_OPTION ...]
 # TARGET: xml_channel, cache_info, data_options, login_data, location, contact_list or
-# native_image.
+# native_image; client_mail, outbox, attachment_json or json.
 # Builds the fuzzers with clang, AddressSanitizer and UndefinedBehaviorSanitizer
 # in build/fuzz, starts from the seed corpus Fuzz/corpus/TARGET (copied, so the
 # repository's corpus only changes by hand), and keeps what it finds in
@@ -20,6 +20,7 @@ seconds=$2
 shift 2
 case "$target" in
   xml_channel|cache_info|data_options|login_data|location|contact_list|native_image) ;;
+  client_mail|outbox|attachment_json|json) ;;
   *) echo "fuzz.sh: unknown target '$target'" >&2; exit 2 ;;
 esac
 
@@ -27,7 +28,9 @@ esac
 build=build/fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKRC_BUILD_FUZZERS=ON -DKRC_SANITIZE="address;undefined" -DKRC_BUILD_TESTS=OFF \
-  -DKRC_BUILD_TOOLS=OFF -DKRC_BUILD_DEMO=OFF -DKRC_INSTALL=OFF >/dev/null
+  -DKRC_BUILD_TOOLS=ON -DKRC_BUILD_DEMO=OFF -DKRC_INSTALL=OFF >/dev/null
+# (Tools on: the targets link the emulator, which comes with the tools; only the
+# fuzzer asked for is built.)
 nice cmake --build "$build" --target "fuzz_$target"
 
 corpus="$build/corpus/$target"

@@ -158,7 +158,7 @@ TEST_F(KrctlCommandLineTest, EachMistakeNamesTheOptionOrThePositionOfTheWord) {
     }
     EXPECT_EQ(Json::parse(Run({"--json"}).err)["error"],
               "no command given; krctl takes cache, login, registry, options, lock, doctor, "
-              "emulate (see krctl --help)");
+              "emulate, mail (see krctl --help)");
 
     // krctl alone shows how to use it.
     auto bare = Run({});

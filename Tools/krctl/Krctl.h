@@ -44,6 +44,8 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
 void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action);
+// krctl mail.
+void AddMailCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 
 // Bad arguments found after parsing: exit 2 with the one line.
 class UsageError : public std::runtime_error {

@@ -177,6 +177,7 @@ int main(int argc, char** argv) {
     AddLockCommands(app, options, &action);
     AddDoctorCommand(app, options, &action);
     AddEmulateCommands(app, options, &action);
+    AddMailCommands(app, options, &action);
     PrepareCommandLine(app);
 
     // krctl alone: how to use it.

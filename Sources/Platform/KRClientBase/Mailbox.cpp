@@ -7,6 +7,10 @@ namespace KRCB::Mailbox {
 Contact::~Contact() = default;
 ContactFactory::~ContactFactory() = default;
 
+MailboxMonitor::MailboxMonitor() : mContactList(new ContactList) {}
+
+MailboxMonitor::~MailboxMonitor() = default;
+
 ContactList::ContactList(const ContactList& other) {
     std::shared_lock lock(other.mLock);
     mContacts = other.mContacts;

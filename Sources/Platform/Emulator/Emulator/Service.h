@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "KRCB/TransportNames.h"
+#include "Kerrow/Mail.h"
 
 /// The emulator is a library of its own beside the one a host ships.
 #define KRC_EMULATOR_EXPORT __attribute__((visibility("default")))
@@ -302,6 +303,18 @@ public:
     /// push to the clients of the server as a change made elsewhere would.
     void SetOnline(const std::string& serverUrl, const std::string& user, bool online);
     void SetForcedOffline(const std::string& serverUrl, const std::string& user, bool offline);
+
+    // Mails held in the mailboxes of a server, by the text form of the mailbox
+    // id, in the order they were added. The mail server's operations on them
+    // come with the mail client.
+    void AddMail(const std::string& serverUrl, const std::string& mailboxId,
+                 const Kerrow::Server::Mail::Mail& mail);
+    /// The mails of the mailbox; none for a mailbox that holds nothing.
+    std::vector<Kerrow::Server::Mail::Mail> GetMails(const std::string& serverUrl,
+                                                     const std::string& mailboxId) const;
+    /// Removes the mail of that id; false if the mailbox has none.
+    bool DeleteMail(const std::string& serverUrl, const std::string& mailboxId,
+                    const std::string& mailId);
 
 private:
     std::shared_ptr<Internal::State> mState;

@@ -104,7 +104,20 @@ public:
 };
 
 /// Keeps a user's mailboxes in step with the mail server and holds the
-/// contact list; it comes with the mail client.
-class MailboxMonitor;
+/// contact list. Its traffic with the mail server comes with the mail client;
+/// for now it holds the contact list.
+class KRCB_EXPORT MailboxMonitor {
+public:
+    MailboxMonitor();
+    virtual ~MailboxMonitor();
+    MailboxMonitor(const MailboxMonitor&) = delete;
+    MailboxMonitor& operator=(const MailboxMonitor&) = delete;
+
+    /// The contacts as the monitor knows them; never empty.
+    ZR::Ref<const ContactList> GetContactList() const { return mContactList; }
+
+protected:
+    ZR::Ref<ContactList> mContactList;
+};
 
 }  // namespace KRCB::Mailbox

@@ -80,6 +80,8 @@ struct Server {
     std::vector<Project> projects;
     std::vector<SignalClientEntry> clients;
     std::map<std::string, std::string> logins;  ///< login id to login name
+    /// Mailbox id (text form) to its mails in the order they came.
+    std::unordered_map<std::string, std::vector<Kerrow::Server::Mail::Mail>> mailboxes;
 
     // Indexes: places in the tables above by FoldKey of a login or path, and
     // by id; a folder's path by FolderId; a session's project id by session id.
