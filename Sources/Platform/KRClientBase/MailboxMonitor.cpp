@@ -77,7 +77,8 @@ struct MonitorCore {
     void Process(Job& job);
     bool EnsureConnected();
     void Connect();
-    void Disconnect(bool tellServer);
+    void Leave(const std::string& id);
+    void Disconnect(bool leave);
     void Fetch();
     void UpdateContacts();
     void Tell(bool nowOnline);
@@ -173,24 +174,31 @@ void MonitorCore::Tell(bool nowOnline) {
     owner->NotifyServerStatus(nowOnline);
 }
 
-void MonitorCore::Disconnect(bool tellServer) {
-    if (!monitorId.empty()) {
+void MonitorCore::Leave(const std::string& id) {
+    if (id.empty()) return;
+    {
         std::lock_guard<std::mutex> lock(RegistryMutex());
-        Registry().erase(monitorId);
+        Registry().erase(id);
     }
-    if (tellServer && client && !monitorId.empty()) {
-        try {
-            Call(KRCB::Internal::Op::kMailDisconnect, {{"monitorId", monitorId}});
-        } catch (...) {
-            // Leaving a server that is gone needs no answer.
-        }
+    if (!client) return;
+    try {
+        Call(KRCB::Internal::Op::kMailDisconnect, {{"monitorId", id}});
+    } catch (...) {
+        // Leaving a server that is gone needs no answer.
     }
-    monitorId.clear();
+}
+
+void MonitorCore::Disconnect(bool leave) {
+    // A lost connection keeps the monitor's id registered, so that the
+    // server's notice of its return still finds it.
+    if (leave) Leave(monitorId), monitorId.clear();
     client.Reset();
 }
 
+// The old id is left only once a new one stands: a monitor that can't
+// reconnect stays reachable by the server's notice.
 void MonitorCore::Connect() {
-    Disconnect(true);
+    client.Reset();
     if (!hasServer) {
         Tell(false);
         return;
@@ -199,6 +207,7 @@ void MonitorCore::Connect() {
         client = Management::PortalServerClientFactory::Create(serverUrl, userName, refreshToken,
                                                                false, false);
         Data result = Call(KRCB::Internal::Op::kMailConnect);
+        Leave(monitorId);
         monitorId = result.at("monitorId").get<std::string>();
         {
             std::lock_guard<std::mutex> lock(RegistryMutex());
