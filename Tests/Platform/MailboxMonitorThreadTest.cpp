@@ -373,8 +373,9 @@ TEST_F(MailboxMonitorThreadTest, StopCancelsWhatIsQueuedAndNothingComesAfterIt) 
     EXPECT_EQ(recorder.changes.size() + recorder.statuses.size(), told);
 }
 
-// Requests from several threads, deliveries, status changes and a stop race;
-// every task ends exactly once and the stop returns, within the bound.
+// Requests from several threads, deliveries, status changes, stops and
+// restarts race; every task ends exactly once and each stop returns, within
+// the bound.
 TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
     monitor.InitMailboxRevision(0, 0);
     constexpr int kThreads = 3, kEach = 20;
@@ -382,16 +383,18 @@ TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
             for (int i = 0; i < kEach; ++i) {
-                auto tasks = Tasks("t" + std::to_string(t) + "-" + std::to_string(i));
+                const std::string name = "t" + std::to_string(t) + "-" + std::to_string(i);
+                auto tasks = Tasks(name);
                 MB::ServerMails mails;
-                mails.Add(ZR::Ref<M::Mail>::Make(
-                    Mail("r" + std::to_string(t) + "-" + std::to_string(i))));
-                if (i % 3 == 0)
+                mails.Add(ZR::Ref<M::Mail>::Make(Mail(name)));
+                if (i % 3 == 0) {
                     monitor.SendMails(mails, tasks);
-                else if (i % 3 == 1)
+                } else if (i % 3 == 1) {
                     monitor.UpdateMails(tasks);
-                else
-                    monitor.ResetConnection(), monitor.UpdateContactList(tasks);
+                } else {
+                    monitor.ResetConnection();
+                    monitor.UpdateContactList(tasks);
+                }
             }
         });
     std::thread server([&] {
@@ -401,9 +404,13 @@ TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
         }
         service->SetServerDown(kServer, false);
     });
+    for (int i = 0; i < 3; ++i) {
+        monitor.Stop();
+        monitor.Start();
+    }
     for (auto& thread : threads) thread.join();
     server.join();
-    monitor.Stop();
+    monitor.Stop();  // cancels what came in after the last start
     ASSERT_TRUE(outcomes.WaitForCount(kThreads * kEach));
     EXPECT_EQ(outcomes.ended.size(), static_cast<std::size_t>(kThreads * kEach));
 }
