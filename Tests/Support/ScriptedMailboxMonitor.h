@@ -93,13 +93,13 @@ public:
     void Stop() override { mRunning = false; }
     bool IsRunning() const override { return mRunning; }
     void InitMailboxRevision(std::uint64_t inbox, std::uint64_t sent) override {
-        Request r{"InitMailboxRevision"};
+        Request r = Named("InitMailboxRevision");
         r.inboxRevision = inbox;
         r.sentRevision = sent;
         Record(std::move(r));
     }
     void SendMails(KRCB::Mailbox::ServerMails& mails, Tasks& tasks) override {
-        Request r{"SendMails"};
+        Request r = Named("SendMails");
         for (const auto& mail : mails)
             if (mail) r.mails.push_back(*mail), r.ids.push_back(mail->GetId().ToString().Std());
         r.tasks = tasks;
@@ -115,20 +115,25 @@ public:
     }
     void DeleteMails(const ZR::PagedArray<ZR::UniString, 8>& ids, const ZR::UniString& box,
                      Tasks& tasks) override {
-        Request r{"DeleteMails", box.Std()};
+        Request r = Named("DeleteMails", box.Std());
         for (const auto& id : ids) r.ids.push_back(id.Std());
         r.tasks = tasks;
         Record(std::move(r));
     }
-    void UpdateContactList(Tasks& tasks) override {
-        Record({"UpdateContactList", "", {}, {}, 0, 0, tasks});
-    }
-    void UpdateMails(Tasks& tasks) override { Record({"UpdateMails", "", {}, {}, 0, 0, tasks}); }
-    void ResetConnection() override { Record({"ResetConnection"}); }
-    void Suspend() override { Record({"Suspend"}); }
-    void Continue() override { Record({"Continue"}); }
+    void UpdateContactList(Tasks& tasks) override { Record(Named("UpdateContactList", "", tasks)); }
+    void UpdateMails(Tasks& tasks) override { Record(Named("UpdateMails", "", tasks)); }
+    void ResetConnection() override { Record(Named("ResetConnection")); }
+    void Suspend() override { Record(Named("Suspend")); }
+    void Continue() override { Record(Named("Continue")); }
 
 private:
+    static Request Named(std::string op, std::string box = {}, const Tasks& tasks = {}) {
+        Request r;
+        r.op = std::move(op);
+        r.box = std::move(box);
+        r.tasks = tasks;
+        return r;
+    }
     static void Fill(const Box& box, KRCB::Mailbox::ServerMails& created,
                      KRCB::Mailbox::ServerMails& updated, KRCB::Mailbox::ServerMailIds& deleted) {
         for (const Mail& mail : box.created) created.Add(ZR::Ref<Mail>::Make(mail));
@@ -138,7 +143,7 @@ private:
     }
     static Request WithIds(const char* op, const KRCB::Mailbox::MailIdTable& ids,
                            const ZR::UniString& box, Tasks& tasks) {
-        Request r{op, box.Std()};
+        Request r = Named(op, box.Std());
         for (const auto& entry : ids) r.ids.push_back(entry.first.Std());
         r.tasks = tasks;
         return r;
