@@ -435,9 +435,13 @@ TEST(MailboxManagerThreadTest, TheManagerMakesOwnsAndStopsTheMonitor) {
         monitor->Attach(recorder);
         manager.StartMailboxMonitor();
         ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.empty(); }));
+        // The next login takes the manager's new token, which this server refuses.
+        manager.PasswordChanged(ProjectLocation("anna", "rt-revoked"));
+        monitor->ResetConnection();
+        ASSERT_TRUE(recorder.WaitFor([&] { return recorder.statuses.size() == 2; }));
     }  // the manager stops the monitor, which leaves the observer
     std::lock_guard<std::mutex> lock(recorder.mutex);
-    EXPECT_EQ(recorder.statuses, std::vector<bool>{true});
+    EXPECT_EQ(recorder.statuses, (std::vector<bool>{true, false}));
 }
 
 }  // namespace

@@ -38,7 +38,8 @@ struct Job {
 struct MonitorCore {
     MailboxMonitor* owner = nullptr;
     bool hasServer = false;
-    ZR::UniString serverUrl, userName, refreshToken;  // the token is never logged
+    ZR::UniString serverUrl, userName;
+    ZR::UniString refreshToken;  ///< under mutex; never logged
     ZR::Ref<ContactFactory> factory;
 
     std::mutex mutex;
@@ -203,9 +204,14 @@ void MonitorCore::Connect() {
         Tell(false);
         return;
     }
+    ZR::UniString token;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        token = refreshToken;
+    }
     try {
-        client = Management::PortalServerClientFactory::Create(serverUrl, userName, refreshToken,
-                                                               false, false);
+        client =
+            Management::PortalServerClientFactory::Create(serverUrl, userName, token, false, false);
         Data result = Call(KRCB::Internal::Op::kMailConnect);
         Leave(monitorId);
         monitorId = result.at("monitorId").get<std::string>();
@@ -474,6 +480,11 @@ std::uint64_t MailboxMonitor::GetSentRevision() const {
 }
 bool MailboxMonitor::IsOnline() const {
     return mCore->online;
+}
+
+void MailboxMonitor::SetRefreshToken(const ZR::UniString& token) {
+    std::lock_guard<std::mutex> lock(mCore->mutex);
+    mCore->refreshToken = token;
 }
 
 namespace {

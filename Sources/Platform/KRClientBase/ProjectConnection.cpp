@@ -71,6 +71,8 @@ void ProjectConnectionManager::SetUserAttributes(UserAttributes* attributes) {
 void ProjectConnectionManager::PasswordChanged(const IO::Location& location) {
     mLocation = location;
     if (mSignalClient) mSignalClient->SetProjectLocation(location);
+    if (mMailboxMonitor && location.IsServer())
+        mMailboxMonitor->SetRefreshToken(location.GetPassword());
 }
 
 void ProjectConnectionManager::TransactionComitted() {

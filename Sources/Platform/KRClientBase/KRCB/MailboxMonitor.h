@@ -159,6 +159,8 @@ public:
     std::uint64_t GetSentRevision() const;
     /// Whether the last contact with the server succeeded.
     bool IsOnline() const;
+    /// The refresh token of the next login (the manager's changed).
+    void SetRefreshToken(const ZR::UniString& token);
 
     virtual void SendMails(ServerMails& mails, MailboxEventHandlerTasks& tasks);
     virtual void SetMailsRead(const MailIdTable& ids, const Kerrow::Server::Mail::MailboxName& box,
