@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -16,6 +17,7 @@
 
 #include "KRCB/MailboxMonitor.h"
 #include "KRCB/ProjectConnection.h"
+#include "KRCB/SignalClient.h"
 #include "Support/EmulatorFixture.h"
 
 namespace krtest {
@@ -413,6 +415,75 @@ TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
     monitor.Stop();  // cancels what came in after the last start
     ASSERT_TRUE(outcomes.WaitForCount(kThreads * kEach));
     EXPECT_EQ(outcomes.ended.size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+// Holds the thread that calls Enter until Release, within the bound.
+struct Hold {
+    void Enter() {
+        std::unique_lock<std::mutex> lock(mutex);
+        reached = true;
+        changed.notify_all();
+        changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return released; });
+    }
+    bool WaitReached() {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return reached; });
+    }
+    void Release() {
+        std::lock_guard<std::mutex> lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool reached = false, released = false;
+};
+
+class SignalHolder : public KRCB::SignalObserver {
+public:
+    ~SignalHolder() override { DetachFromSources(); }
+    void SignalReceived(KRCB::SignalClient*, const KRCB::Signal& signal) override {
+        if (signal.GetText() == ZR::UniString("hold")) hold.Enter();
+        ++heard;
+    }
+    Hold hold;
+    std::atomic<int> heard{0};
+};
+
+class MailHolder : public MB::MailboxMonitorObserver {
+public:
+    ~MailHolder() override { DetachFromSources(); }
+    void MailboxChanged(ZR::Ref<MB::MailboxChange>&) override { hold.Enter(); }
+    Hold hold;
+};
+
+// Mail deliveries and signals go on threads of their own: neither waits
+// behind the other.
+TEST_F(MailboxMonitorThreadTest, MailDeliveriesAndSignalsDoNotWaitForEachOther) {
+    KRCB::SignalClient signals(kServer, "anna", "rt-anna");
+    signals.JoinProject(kProjectId);
+    SignalHolder signalHolder;
+    signals.Attach(signalHolder);
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitForChanges(1));
+
+    service->SendSignal(kServer, kProjectPath, 7, "hold");
+    ASSERT_TRUE(signalHolder.hold.WaitReached());  // the signal thread is held
+    service->AddMail(kServer, inbox, Mail("while-signals-wait"));
+    EXPECT_TRUE(WaitForChanges(2));
+    signalHolder.hold.Release();
+    ASSERT_TRUE(service->WaitForPushes(kWaitMs));
+
+    MailHolder mailHolder;
+    monitor.Attach(mailHolder);
+    service->AddMail(kServer, inbox, Mail("held"));
+    ASSERT_TRUE(mailHolder.hold.WaitReached());  // the monitor's thread is held
+    service->SendSignal(kServer, kProjectPath, 7, "pass");
+    EXPECT_TRUE(service->WaitForPushes(kWaitMs));
+    EXPECT_EQ(signalHolder.heard, 2);
+    mailHolder.hold.Release();
+    EXPECT_TRUE(WaitForChanges(3));
+    monitor.Stop();
 }
 
 TEST(MailboxManagerThreadTest, TheManagerMakesOwnsAndStopsTheMonitor) {
