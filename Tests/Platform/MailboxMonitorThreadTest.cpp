@@ -18,6 +18,7 @@
 #include "KRCB/MailboxMonitor.h"
 #include "KRCB/ProjectConnection.h"
 #include "KRCB/SignalClient.h"
+#include "KRClient/MailClient/UserContactFactory.h"
 #include "Support/EmulatorFixture.h"
 
 namespace krtest {
@@ -28,50 +29,6 @@ namespace MB = KRCB::Mailbox;
 using Op = std::string;
 
 constexpr int kWaitMs = 10000;
-
-// A contact that knows its inbox and sent box from its mailbox ids.
-class PlainContact : public MB::Contact {
-public:
-    PlainContact(const ZR::UniString& id, const MB::MailboxIds& boxes) : mId(id), mBoxes(boxes) {}
-    ZR::UniString GetOwnerId() const override { return mId; }
-    ZR::UniString GetName() const override { return mId; }
-    bool GetInboxMailboxAddress(M::Address& a) const override { return Find("Inbox", a); }
-    bool GetSentMailboxAddress(M::Address& a) const override { return Find("Sent", a); }
-    bool SimilarContact(const MB::Contact& other) const override {
-        return other.GetOwnerId() == mId;
-    }
-
-private:
-    bool Find(const char* name, M::Address& address) const {
-        for (const M::MailboxId& id : mBoxes)
-            if (id.GetName() == ZR::UniString(name)) return address = M::Address(id, mId), true;
-        return false;
-    }
-    ZR::UniString mId;
-    MB::MailboxIds mBoxes;
-};
-
-class PlainFactory : public MB::ContactFactory {
-public:
-    void PreCheckOwners(
-        const ZR::PagedArray<ZR::UniString>&, const ZR::PagedArray<ZR::UniString>&,
-        ZR::Ref<KRCB::Management::PortalServerClient>&,
-        ZR::Ref<KRCB::Management::PortalServerNonTransactionalQueryGuard>&) override {}
-    ZR::Ref<const MB::Contact> CreateContact(
-        const ZR::UniString& id, const MB::MailboxIds& boxes, const MB::MailboxSessions&,
-        const MB::MailboxSessions&, const MB::SessionProperties&,
-        ZR::Ref<KRCB::Management::PortalServerClient>&,
-        ZR::Ref<KRCB::Management::PortalServerNonTransactionalQueryGuard>&) override {
-        return ZR::Ref<const MB::Contact>(new PlainContact(id, boxes));
-    }
-    ZR::Ref<const MB::Contact> ReCreateContact(
-        const ZR::Ref<const MB::Contact>&, const ZR::UniString& id, const MB::MailboxIds& boxes,
-        const MB::MailboxSessions& a, const MB::MailboxSessions& s, const MB::SessionProperties& p,
-        ZR::Ref<KRCB::Management::PortalServerClient>& c,
-        ZR::Ref<KRCB::Management::PortalServerNonTransactionalQueryGuard>& g) override {
-        return CreateContact(id, boxes, a, s, p, c, g);
-    }
-};
 
 // What a monitor told, waited for under a bound.
 class Recorder : public MB::MailboxMonitorObserver {
@@ -180,7 +137,8 @@ struct MailboxMonitorThreadTest : ::testing::Test {
     Resource resource;
     Outcomes outcomes;
     Recorder recorder;
-    MB::MailboxMonitor monitor{ProjectLocation(), ZR::Ref<MB::ContactFactory>(new PlainFactory)};
+    MB::MailboxMonitor monitor{ProjectLocation(),
+                               ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)};
     std::string inbox, sent, bertInbox;
 };
 
@@ -191,7 +149,11 @@ TEST_F(MailboxMonitorThreadTest, WholeBoxFromZeroThenIncrementsWithTheirRevision
     ASSERT_TRUE(WaitForChanges(1));
     ASSERT_TRUE(WaitOnline());
     EXPECT_TRUE(monitor.IsRunning());
-    ASSERT_FALSE(monitor.GetUserContact().IsNull());  // contacts come before the status
+    // Contacts come before the status: the user's own knows its inbox.
+    M::Address address;
+    ASSERT_TRUE(monitor.GetUserContact()->GetInboxMailboxAddress(address));
+    EXPECT_EQ(address.GetMailboxId().ToString().Std(), inbox);
+    EXPECT_EQ(monitor.GetContactList()->GetSize(), 2u);
     auto whole = recorder.changes[0];
     EXPECT_EQ(Ids(whole->GetInboxCreatedMails()), (std::vector<std::string>{"m1", "m2"}));
     EXPECT_EQ(whole->GetInboxRevisionFrom(), 0u);
@@ -488,7 +450,7 @@ TEST_F(MailboxMonitorThreadTest, MailDeliveriesAndSignalsDoNotWaitForEachOther) 
 
 TEST(MailboxManagerThreadTest, TheManagerMakesOwnsAndStopsTheMonitor) {
     EmulatedService service;
-    auto factory = ZR::Ref<MB::ContactFactory>(new PlainFactory);
+    auto factory = ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory);
     KRCB::ProjectConnectionManager secondary(ProjectLocation(), true);
     secondary.CreateMailboxMonitor(factory);
     EXPECT_EQ(secondary.GetMailboxMonitor(), nullptr);
