@@ -63,6 +63,7 @@ TEST(EmulatorMail, RefusalsNameThePlace) {
         {R"([{"user": "anna", "box": "Trash"}])", "servers[0].mailboxes[0].box: expected Inbox"},
         {R"([{"user": "anna"}])", "servers[0].mailboxes[0]: missing key \"box\""},
         {R"([{"mailbox": "u-a/Inbox", "user": "anna"}])", "servers[0].mailboxes[0]: either"},
+        {R"([{"mailbox": "%zz/Inbox"}])", "servers[0].mailboxes[0].mailbox: expected a mailbox id"},
         {R"([{"user": "anna", "box": "Inbox"}, {"mailbox": "u-a/Inbox"}])",
          "servers[0].mailboxes[1]: a mailbox given twice"},
         {R"([{"user": "anna", "box": "Inbox", "revision": -1}])",

@@ -141,6 +141,12 @@ void ReadMailboxes(State& state, Server& server, const Value& list, const std::s
                 M::MailboxId(ZR::UniString(user->spec.id), ZR::UniString(box)).ToString().Std();
         } else if (Member(entry, "user") || Member(entry, "box")) {
             Fail(at, "either \"mailbox\" or \"user\" and \"box\"");
+        } else {
+            try {
+                M::MailboxId check{ZR::UniString(mailboxId)};
+            } catch (const ZR::ZRException&) {
+                Fail(Child(at, "mailbox"), "expected a mailbox id \"owner/name\"");
+            }
         }
         if (server.mailboxes.count(mailboxId)) Fail(at, "a mailbox given twice");
         Mailbox& box = state.RequireMailbox(server, mailboxId);
