@@ -216,20 +216,21 @@ TEST_F(MailboxMonitorThreadTest, EachRequestEndsInOneOutcomeForAllItsTasksAndIsR
     service->ClearMailRequests();
     struct Case {
         Op op;
-        int script;  // 0 none, 1 fail, 2 cancel
+        int script;  // 0 none, 1 fail, 2 cancel, 3 fail the fetch after it
         std::string outcome;
     };
     const Case cases[] = {
         {"SendMails", 0, "success"},         {"SendMails", 1, "failure:Failed to send the mails"},
         {"SendMails", 2, "cancel"},          {"SetMailsRead", 0, "success"},
         {"SetMailsRead", 1, "failure"},      {"SetMailsCompleted", 2, "cancel"},
-        {"SetMailsCompleted", 0, "success"}, {"DeleteMails", 1, "failure:Failed to delete"},
+        {"SetMailsCompleted", 3, "success"}, {"DeleteMails", 1, "failure:Failed to delete"},
         {"DeleteMails", 0, "success"},       {"UpdateContactList", 0, "success"},
     };
     std::size_t ended = 0;
     for (const Case& c : cases) {
         if (c.script == 1) service->FailNext(c.op, {Emulator::FaultKind::PortalServerClient, "no"});
         if (c.script == 2) service->CancelNext(c.op);
+        if (c.script == 3) service->FailNext("GetMailboxChanges", {});
         auto tasks = Tasks(c.op, 2);
         MB::MailIdTable ids;
         ids.Set("in1", true);

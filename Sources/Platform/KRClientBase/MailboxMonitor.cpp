@@ -81,6 +81,7 @@ struct MonitorCore {
     void Leave(const std::string& id);
     void Disconnect(bool leave);
     void Fetch();
+    void FetchQuietly();
     void UpdateContacts();
     void Tell(bool nowOnline);
     Data Call(const char* op, Data params = Data::object());
@@ -232,6 +233,10 @@ void MonitorCore::Connect() {
         return;
     }
     Tell(true);
+    FetchQuietly();
+}
+
+void MonitorCore::FetchQuietly() {
     try {
         Fetch();
     } catch (const ZR::ZRException& e) {
@@ -338,8 +343,9 @@ void MonitorCore::Process(Job& job) {
         if (job.kind == Job::Kind::Request) {
             job.params["monitorId"] = monitorId;
             Call(job.op, job.params);
-            // The server changed: what the request did comes back as a change first.
-            Fetch();
+            // The server changed: what the request did comes back as a change
+            // first. The request stands whatever the fetch meets.
+            FetchQuietly();
         } else if (job.kind == Job::Kind::Contacts) {
             UpdateContacts();
         } else {
