@@ -154,6 +154,7 @@ TEST_F(MailboxMonitorThreadTest, WholeBoxFromZeroThenIncrementsWithTheirRevision
     ASSERT_TRUE(monitor.GetUserContact()->GetInboxMailboxAddress(address));
     EXPECT_EQ(address.GetMailboxId().ToString().Std(), inbox);
     EXPECT_EQ(monitor.GetContactList()->GetSize(), 2u);
+    EXPECT_EQ(recorder.contactLists, 1);
     auto whole = recorder.changes[0];
     EXPECT_EQ(Ids(whole->GetInboxCreatedMails()), (std::vector<std::string>{"m1", "m2"}));
     EXPECT_EQ(whole->GetInboxRevisionFrom(), 0u);

@@ -287,7 +287,7 @@ void MonitorCore::UpdateContacts() {
     ZR::Ref<Management::PortalServerNonTransactionalQueryGuard> guard;
     factory->PreCheckOwners(old->GetContactOwnerIds(), ownerIds, client, guard);
     ZR::Ref<ContactList> list(new ContactList);
-    bool changed = !contactsTold || old->GetSize() != result.size();
+    bool changed = !contactsTold;
     for (const Data& entry : result) {
         const ZR::UniString ownerId(entry.at("ownerId").get<std::string>());
         MailboxIds mailboxes;
@@ -314,6 +314,7 @@ void MonitorCore::UpdateContacts() {
         list->AddContact(contact);
     }
     guard.Reset();
+    changed = changed || list->GetSize() != old->GetSize();
     owner->SetContactList(list, userId);
     if (!changed) return;
     contactsTold = true;
