@@ -185,6 +185,21 @@ TEST_F(MailboxMonitorThreadTest, WholeBoxFromZeroThenIncrementsWithTheirRevision
         EXPECT_EQ(change->GetInboxRevisionTo(), steps[i].to) << i;
     }
     EXPECT_EQ(monitor.GetInboxRevision(), 5u);
+
+    // What came and went while the monitor was away is not told at all.
+    monitor.Suspend();
+    ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.back(); }));
+    service->AddMail(kServer, inbox, Mail("brief"));
+    service->DeleteMail(kServer, inbox, "brief");
+    service->DeleteMail(kServer, inbox, "m3");
+    monitor.Continue();
+    ASSERT_TRUE(WaitForChanges(5));
+    auto back = recorder.changes[4];
+    EXPECT_TRUE(back->GetInboxCreatedMails().IsEmpty());
+    ASSERT_EQ(back->GetInboxDeletedMails().GetSize(), 1u);
+    EXPECT_EQ(back->GetInboxDeletedMails()[0].ToString().Std(), "m3");
+    EXPECT_EQ(back->GetInboxRevisionFrom(), 5u);
+    EXPECT_EQ(back->GetInboxRevisionTo(), 8u);
 }
 
 TEST_F(MailboxMonitorThreadTest, AScriptedGapStartsPastTheRevisionAndAWholeBoxStartsAtZero) {
