@@ -106,6 +106,7 @@ TEST_F(ConnectionManagerTest, AManagerWithoutRecordStandsAndDoesNothingWithIt) {
     KRC::RegisteredProjects::ResetForTesting();  // no data folder: no record can be made
     auto manager = Manager();
     EXPECT_EQ(manager->GetCachedProjectInfo(), nullptr);
+    EXPECT_TRUE(manager->GetCacheFolderLocation().IsEmpty());
     EXPECT_TRUE(KRC::cachedProjectInfoObserver.IsAttached(*manager));
     krtest::EventRecorder writes;
     manager->RewriteCacheInfo(IO::Location());
@@ -122,6 +123,10 @@ TEST_F(ConnectionManagerTest, TwoManagersOfOneFolderFollowEachOthersWrites) {
     auto second = Manager();
     ASSERT_NE(&Record(*first), &Record(*second));
     EXPECT_EQ(Record(*first).GetCacheFolderLocation(), Record(*second).GetCacheFolderLocation());
+    // The mail client's folder is the record's; each manager has a monitor of its own.
+    EXPECT_EQ(first->GetCacheFolderLocation(), Record(*first).GetCacheFolderLocation());
+    ASSERT_NE(first->GetMailboxMonitor(), nullptr);
+    EXPECT_NE(first->GetMailboxMonitor(), second->GetMailboxMonitor());
 
     krtest::EventRecorder writes;
     ASSERT_EQ(ReadProjectConnection(first.get(), true).GetCheckResult(), Result::CheckOnline);

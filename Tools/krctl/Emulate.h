@@ -53,4 +53,8 @@ void AddEmulateLoginCommand(CLI::App* emulate, const GlobalOptions& options, Act
 void AddEmulateMembersCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
                               const std::string& scenario, const bool& update);
 
+// emulate SCENARIO mailbox: a user's boxes on the mail server (EmulateMailbox.cpp).
+void AddEmulateMailboxCommand(CLI::App* emulate, GlobalOptions& options, Action* action,
+                              const std::string& scenario);
+
 }  // namespace krctl

@@ -202,6 +202,13 @@ void PrintState(const ShownJson& state) {
                             computer.empty() ? "no computer" : computer.c_str());
             }
         }
+        for (const ShownJson& box : Items(server, "mailboxes")) {
+            std::string owner = Name(box, "user");
+            std::printf("  mailbox %s revision %llu, %zu mails\n",
+                        owner.empty() ? Name(box, "mailbox").c_str()
+                                      : (owner + " " + Name(box, "box")).c_str(),
+                        box.value("revision", 0ull), Items(box, "mails").size());
+        }
     }
 }
 
@@ -258,6 +265,7 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
 
     AddEmulateLoginCommand(emulate, options, action, args.scenario, args.update);
     AddEmulateMembersCommand(emulate, options, action, args.scenario, args.update);
+    AddEmulateMailboxCommand(emulate, options, action, args.scenario);
 }
 
 }  // namespace krctl

@@ -114,6 +114,7 @@ Reply State::Call(const Request& request) {
     {
         std::lock_guard<std::mutex> lock(mutex);
         ++counts[request.op];
+        if (InArea(request.op, OpArea::Mail)) RecordMailRequest(request);
         auto it = gates.find(request.op);
         if (it != gates.end() && !it->second.empty()) {
             gate = it->second.front();

@@ -1,4 +1,5 @@
-// The mails the emulator holds in its servers' mailboxes.
+// The mails the emulator holds in its servers' mailboxes, as tests and
+// scenarios see and script them.
 
 #include "Emulator/Internal/State.h"
 #include "Emulator/Service.h"
@@ -8,7 +9,7 @@ namespace Emulator {
 void Service::AddMail(const std::string& serverUrl, const std::string& mailboxId,
                       const Kerrow::Server::Mail::Mail& mail) {
     std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->RequireServer(serverUrl).mailboxes[mailboxId].push_back(mail);
+    mState->PutMail(mState->RequireServer(serverUrl), mailboxId, mail);
 }
 
 std::vector<Kerrow::Server::Mail::Mail> Service::GetMails(const std::string& serverUrl,
@@ -16,21 +17,47 @@ std::vector<Kerrow::Server::Mail::Mail> Service::GetMails(const std::string& ser
     std::lock_guard<std::mutex> lock(mState->mutex);
     const Internal::Server& server = mState->RequireServer(serverUrl);
     auto it = server.mailboxes.find(mailboxId);
-    return it == server.mailboxes.end() ? std::vector<Kerrow::Server::Mail::Mail>() : it->second;
+    return it == server.mailboxes.end() ? std::vector<Kerrow::Server::Mail::Mail>()
+                                        : it->second.mails;
 }
 
 bool Service::DeleteMail(const std::string& serverUrl, const std::string& mailboxId,
                          const std::string& mailId) {
     std::lock_guard<std::mutex> lock(mState->mutex);
-    auto& mailboxes = mState->RequireServer(serverUrl).mailboxes;
-    auto it = mailboxes.find(mailboxId);
-    if (it == mailboxes.end()) return false;
-    for (auto mail = it->second.begin(); mail != it->second.end(); ++mail)
-        if (mail->GetId().ToString() == mailId) {
-            it->second.erase(mail);
-            return true;
-        }
-    return false;
+    return mState->RemoveMail(mState->RequireServer(serverUrl), mailboxId, mailId);
+}
+
+std::uint64_t Service::GetMailboxRevision(const std::string& serverUrl,
+                                          const std::string& mailboxId) const {
+    std::lock_guard<std::mutex> lock(mState->mutex);
+    const Internal::Server& server = mState->RequireServer(serverUrl);
+    auto it = server.mailboxes.find(mailboxId);
+    return it == server.mailboxes.end() ? 0 : it->second.revision;
+}
+
+void Service::ScriptMailGap(const std::string& serverUrl, const std::string& mailboxId) {
+    std::lock_guard<std::mutex> lock(mState->mutex);
+    Internal::Mailbox& box = mState->RequireMailbox(mState->RequireServer(serverUrl), mailboxId);
+    box.gapAt = ++box.revision;
+}
+
+void Service::ScriptWholeMailbox(const std::string& serverUrl, const std::string& mailboxId) {
+    std::lock_guard<std::mutex> lock(mState->mutex);
+    mState->RequireMailbox(mState->RequireServer(serverUrl), mailboxId).wholeNext = true;
+}
+
+void Service::CancelNext(const std::string& op) {
+    FailNext(op, {FaultKind::Interrupted, "The request was canceled"});
+}
+
+std::vector<MailRequestRecord> Service::GetMailRequests() const {
+    std::lock_guard<std::mutex> lock(mState->mutex);
+    return mState->mailRequests;
+}
+
+void Service::ClearMailRequests() {
+    std::lock_guard<std::mutex> lock(mState->mutex);
+    mState->mailRequests.clear();
 }
 
 }  // namespace Emulator

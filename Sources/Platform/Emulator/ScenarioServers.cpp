@@ -70,7 +70,7 @@ void ReadServer(State& state, const Value& value, const std::string& path) {
     const Value& server =
         Object(value, path,
                {"url", "friendlyName", "version", "down", "users", "modelServers", "folders",
-                "projects", "answeredUrl", "ssl", "sslVerifyResult", "stateLogins"});
+                "projects", "answeredUrl", "ssl", "sslVerifyResult", "stateLogins", "mailboxes"});
     ServerSpec spec;
     spec.url = Text(server, path, "url", true);
     spec.friendlyName = Text(server, path, "friendlyName");
@@ -97,6 +97,8 @@ void ReadServer(State& state, const Value& value, const std::string& path) {
         ReadProjects(state, added, *projects, Child(path, "projects"));
     if (const Value* logins = List(server, path, "stateLogins"))
         ReadStateLogins(state, added, *logins, Child(path, "stateLogins"));
+    if (const Value* mailboxes = List(server, path, "mailboxes"))
+        ReadMailboxes(state, added, *mailboxes, Child(path, "mailboxes"));
 }
 
 Data WriteUsers(const Server& server, bool withSecrets) {
@@ -139,6 +141,8 @@ Data WriteServer(const Server& server, bool withSecrets) {
     s["folders"] = server.folders;
     s["projects"] = WriteProjects(server);
     if (!server.spec.stateLogins.empty()) s["stateLogins"] = WriteStateLogins(server, withSecrets);
+    if (Data mailboxes = WriteMailboxes(server); !mailboxes.empty())
+        s["mailboxes"] = std::move(mailboxes);
     return s;
 }
 

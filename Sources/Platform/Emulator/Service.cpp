@@ -244,7 +244,9 @@ void Service::SetUserFullName(const std::string& serverUrl, const std::string& l
 
 void Service::SetServerDown(const std::string& serverUrl, bool down) {
     std::lock_guard<std::mutex> lock(mState->mutex);
-    mState->RequireServer(serverUrl).down = down;
+    Internal::Server& server = mState->RequireServer(serverUrl);
+    if (server.down != down) mState->PushMailServerState(server, down);
+    server.down = down;
 }
 
 void Service::FailNext(const std::string& op, const Fault& fault) {

@@ -7,10 +7,6 @@ namespace KRCB::Mailbox {
 Contact::~Contact() = default;
 ContactFactory::~ContactFactory() = default;
 
-MailboxMonitor::MailboxMonitor() : mContactList(new ContactList) {}
-
-MailboxMonitor::~MailboxMonitor() = default;
-
 ContactList::ContactList(const ContactList& other) {
     std::shared_lock lock(other.mLock);
     mContacts = other.mContacts;

@@ -108,3 +108,14 @@ void OperationCache::Clear() {
 }
 
 }  // namespace KRCB::Operation
+
+namespace KRCB {
+
+int BusyStateGuard::GetCount() {
+    int count = 0;
+    for (const ZR::UniString& name : Operation::OperationGuard::GetRunningOperations())
+        if (name == ZR::UniString("BusyState")) ++count;
+    return count;
+}
+
+}  // namespace KRCB

@@ -17,7 +17,10 @@ ProjectConnectionManager::ProjectConnectionManager(const IO::Location& location,
     }
 }
 
-ProjectConnectionManager::~ProjectConnectionManager() = default;
+ProjectConnectionManager::~ProjectConnectionManager() {
+    // Before anything the monitor's callbacks might reach goes.
+    StopMailboxMonitor();
+}
 
 ZR::UniString ProjectConnectionManager::GetProjectPath() const {
     return KRCB::GetProjectPath(mLocation);
@@ -42,10 +45,23 @@ void ProjectConnectionManager::RemoveCachedProjectInfo() {
     mCachedProjectInfoExisted = false;
 }
 
+IO::Location ProjectConnectionManager::GetCacheFolderLocation() const {
+    return mCachedProjectInfo ? mCachedProjectInfo->GetCacheFolderLocation() : IO::Location();
+}
+
 void ProjectConnectionManager::CreateMailboxMonitor(
     const ZR::Ref<Mailbox::ContactFactory>& factory) {
-    // The monitor itself comes with the mail client; the factory waits for it.
     mContactFactory = factory;
+    if (mMailboxMonitor || mSecondary || !mLocation.IsServer()) return;
+    mMailboxMonitor = std::make_shared<Mailbox::MailboxMonitor>(mLocation, factory);
+}
+
+void ProjectConnectionManager::StartMailboxMonitor() {
+    if (mMailboxMonitor) mMailboxMonitor->Start();
+}
+
+void ProjectConnectionManager::StopMailboxMonitor() {
+    if (mMailboxMonitor) mMailboxMonitor->Stop();
 }
 
 void ProjectConnectionManager::SetUserAttributes(UserAttributes* attributes) {
@@ -55,6 +71,8 @@ void ProjectConnectionManager::SetUserAttributes(UserAttributes* attributes) {
 void ProjectConnectionManager::PasswordChanged(const IO::Location& location) {
     mLocation = location;
     if (mSignalClient) mSignalClient->SetProjectLocation(location);
+    if (mMailboxMonitor && location.IsServer())
+        mMailboxMonitor->SetRefreshToken(location.GetPassword());
 }
 
 void ProjectConnectionManager::TransactionComitted() {

@@ -159,6 +159,19 @@ struct SignalRecord {
     std::int64_t time = 0;  ///< the emulator's clock, milliseconds
 };
 
+/// A call of the mail server, with its arguments.
+struct MailRequestRecord {
+    std::string serverUrl;
+    std::string user;  ///< login name
+    std::string op;
+    std::string box;  ///< "Inbox" or "Sent" for flags and deletes; else empty
+    /// The mails set or deleted, or the ids of the mails sent.
+    std::vector<std::string> ids;
+    /// A fetch's revisions.
+    std::uint64_t inboxRevision = 0;
+    std::uint64_t sentRevision = 0;
+};
+
 /// A call held by BlockNext until Release.
 class KRC_EMULATOR_EXPORT Gate {
 public:
@@ -304,17 +317,38 @@ public:
     void SetOnline(const std::string& serverUrl, const std::string& user, bool online);
     void SetForcedOffline(const std::string& serverUrl, const std::string& user, bool offline);
 
-    // Mails held in the mailboxes of a server, by the text form of the mailbox
-    // id, in the order they were added. The mail server's operations on them
-    // come with the mail client.
+    // The mail server. Each user of a server has an inbox and a sent box,
+    // named by the text form of their mailbox id ("<user id>/Inbox",
+    // "<user id>/Sent"), each with a revision that every change raises and a
+    // log of changes that mailbox monitors fetch from their revision. A
+    // change is pushed to the monitors of the box's owner, which fetch it on
+    // their own thread.
+    /// The text form of a user's mailbox id; box is "Inbox" or "Sent".
+    std::string GetMailboxId(const std::string& serverUrl, const std::string& login,
+                             const std::string& box) const;
+    /// Puts a mail into a mailbox (a mail of that id there already is replaced).
     void AddMail(const std::string& serverUrl, const std::string& mailboxId,
                  const Kerrow::Server::Mail::Mail& mail);
-    /// The mails of the mailbox; none for a mailbox that holds nothing.
+    /// The mails of the mailbox in the order they came; none for a mailbox that holds nothing.
     std::vector<Kerrow::Server::Mail::Mail> GetMails(const std::string& serverUrl,
                                                      const std::string& mailboxId) const;
     /// Removes the mail of that id; false if the mailbox has none.
     bool DeleteMail(const std::string& serverUrl, const std::string& mailboxId,
                     const std::string& mailId);
+    /// 0 for a mailbox that never changed.
+    std::uint64_t GetMailboxRevision(const std::string& serverUrl,
+                                     const std::string& mailboxId) const;
+    /// A gap: the revision moves on by a change no fetch will see, so the next
+    /// change a monitor fetches starts past its revision.
+    void ScriptMailGap(const std::string& serverUrl, const std::string& mailboxId);
+    /// The next fetch of the mailbox answers the whole box, from revision 0.
+    void ScriptWholeMailbox(const std::string& serverUrl, const std::string& mailboxId);
+    /// The next call of op is answered as interrupted: a mailbox monitor
+    /// ends its request canceled.
+    void CancelNext(const std::string& op);
+    /// Every call of the mail server's operations, failed ones included, in order.
+    std::vector<MailRequestRecord> GetMailRequests() const;
+    void ClearMailRequests();
 
 private:
     std::shared_ptr<Internal::State> mState;

@@ -103,21 +103,7 @@ public:
         ZR::Ref<Management::PortalServerNonTransactionalQueryGuard>& queryGuard) = 0;
 };
 
-/// Keeps a user's mailboxes in step with the mail server and holds the
-/// contact list. Its traffic with the mail server comes with the mail client;
-/// for now it holds the contact list.
-class KRCB_EXPORT MailboxMonitor {
-public:
-    MailboxMonitor();
-    virtual ~MailboxMonitor();
-    MailboxMonitor(const MailboxMonitor&) = delete;
-    MailboxMonitor& operator=(const MailboxMonitor&) = delete;
-
-    /// The contacts as the monitor knows them; never empty.
-    ZR::Ref<const ContactList> GetContactList() const { return mContactList; }
-
-protected:
-    ZR::Ref<ContactList> mContactList;
-};
-
 }  // namespace KRCB::Mailbox
+
+// The monitor, which holds the contact list, lives beside the contacts.
+#include "KRCB/MailboxMonitor.h"

@@ -72,3 +72,20 @@ private:
 };
 
 }  // namespace KRCB::Operation
+
+namespace KRCB {
+
+/// Marks background work of the service, such as a mail request, as under
+/// way for as long as it stands; with busy true the service is busy for the
+/// host too (OperationGuard::IsBusy).
+class KRCB_EXPORT BusyStateGuard {
+public:
+    explicit BusyStateGuard(bool busy) : mGuard("BusyState", busy) {}
+    /// The number of guards standing now, on any thread.
+    static int GetCount();
+
+private:
+    Operation::OperationGuard mGuard;
+};
+
+}  // namespace KRCB

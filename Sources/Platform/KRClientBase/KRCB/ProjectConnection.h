@@ -11,6 +11,7 @@
 #include "KRCB/Clients.h"
 #include "KRCB/Entities.h"
 #include "KRCB/KRClientBaseExport.h"
+#include "KRCB/Mailbox.h"
 #include "KRCB/SignalClient.h"
 #include "ZR/Channel.h"
 #include "ZR/Containers.h"
@@ -19,11 +20,6 @@
 #include "ZR/UniString.h"
 
 namespace KRCB {
-
-namespace Mailbox {
-class ContactFactory;
-class MailboxMonitor;
-}  // namespace Mailbox
 
 /// The user's short id in the project and rights, as ids.
 class KRCB_EXPORT UserAttributes {
@@ -61,6 +57,9 @@ public:
     virtual ZR::UniString GetSessionId() const = 0;
     /// The project's id as far as the manager knows it; empty if it doesn't.
     virtual ZR::UniString GetProjectId() const { return ZR::UniString(); }
+    /// The cache folder of the project and user, where the mail client keeps
+    /// its files; empty without a cached record.
+    virtual IO::Location GetCacheFolderLocation() const { return IO::Location(); }
 
     /// The parts of the location: management server URL, login name, and
     /// the refresh token (never logged).
@@ -89,6 +88,7 @@ public:
     ZR::UniString GetSessionId() const override;
     /// The id in the cached record; empty without one.
     ZR::UniString GetProjectId() const override;
+    IO::Location GetCacheFolderLocation() const override;
     /// Sets the session the manager runs on (the project is open in it).
     void SetSessionId(const ZR::UniString& sessionId) { mSessionId = sessionId; }
 
@@ -98,8 +98,17 @@ public:
     bool CachedProjectInfoExisted() const { return mCachedProjectInfoExisted; }
     void RemoveCachedProjectInfo();
 
+    /// Makes the mailbox monitor of the location's user (a secondary manager
+    /// or a local location makes none), which builds contacts with factory.
+    /// The manager owns it; the mail client's InitMailboxRevision, or
+    /// StartMailboxMonitor, starts it. A second call keeps the monitor.
     void CreateMailboxMonitor(const ZR::Ref<Mailbox::ContactFactory>& factory);
+    /// Null until CreateMailboxMonitor, and for a manager that has none.
     Mailbox::MailboxMonitor* GetMailboxMonitor() const { return mMailboxMonitor.get(); }
+    void StartMailboxMonitor();
+    /// Stops the monitor: queued requests are canceled, and no callback
+    /// comes after it returns. The destructor does it first.
+    void StopMailboxMonitor();
     const ZR::Ref<Mailbox::ContactFactory>& GetContactFactory() const { return mContactFactory; }
 
     /// The manager takes over the object.

@@ -41,7 +41,19 @@
     X(IsOnline, Signals)              \
     X(IsForcedOffline, Signals)       \
     X(SetForcedOffline, Signals)      \
-    X(GetOnlineUsers, Signals)
+    X(GetOnlineUsers, Signals)        \
+    KRCB_MAIL_OPERATIONS(X)
+
+/// The mail server's operations, the mailbox monitor's only calls.
+#define KRCB_MAIL_OPERATIONS(X) \
+    X(MailConnect, Mail)        \
+    X(MailDisconnect, Mail)     \
+    X(GetMailboxChanges, Mail)  \
+    X(GetMailContacts, Mail)    \
+    X(SendMails, Mail)          \
+    X(SetMailsRead, Mail)       \
+    X(SetMailsCompleted, Mail)  \
+    X(DeleteMails, Mail)
 
 /// X(kind): the kinds of refusal; the transport throws the matching exception.
 #define KRCB_FAULT_KINDS(X)            \
@@ -76,8 +88,9 @@ KRCB_OPERATIONS(KRCB_OPERATION_NAME)
 }  // namespace Op
 
 /// The areas operations are grouped in. Logins need no login; the signal
-/// channel's operations run under the user a signal client names.
-enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals };
+/// channel's operations run under the user a signal client names; the
+/// mail server's under a login, as the others.
+enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals, Mail };
 
 struct OperationInfo {
     std::string_view name;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "KRCB/KRClientBaseExport.h"
 #include "ZR/Channel.h"
@@ -280,5 +281,10 @@ private:
     Headers mHeaders;
     BodyParts mBodyParts;
 };
+
+/// The stored form as bytes, as the mail server's messages carry a mail.
+KRCB_EXPORT std::vector<unsigned char> ToStoredBytes(const Mail& mail);
+/// A mail from its stored form; throws ZR::ZRException for bytes that are no mail.
+KRCB_EXPORT Mail FromStoredBytes(const std::vector<unsigned char>& bytes);
 
 }  // namespace Kerrow::Server::Mail

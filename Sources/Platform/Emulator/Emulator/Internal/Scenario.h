@@ -2,8 +2,9 @@
 // The scenario reader and writer, split by area: the values and their checks
 // here and in ScenarioValues.cpp, servers and users in ScenarioServers.cpp,
 // projects, sessions and members in ScenarioProjects.cpp, state logins in
-// ScenarioLogins.cpp. Every refusal is a ScenarioError of one line that names
-// the place ("servers[0].version[0]") and what is allowed, never the value.
+// ScenarioLogins.cpp, mailboxes in ScenarioMail.cpp. Every refusal is a
+// ScenarioError of one line that names the place ("servers[0].version[0]")
+// and what is allowed, never the value.
 
 #include <cstdint>
 #include <initializer_list>
@@ -71,6 +72,7 @@ void ReadServer(State& state, const Value& value, const std::string& path);
 void ReadUsers(State& state, Server& server, const Value& list, const std::string& path);
 void ReadProjects(State& state, Server& server, const Value& list, const std::string& path);
 void ReadStateLogins(State& state, Server& server, const Value& list, const std::string& path);
+void ReadMailboxes(State& state, Server& server, const Value& list, const std::string& path);
 
 /// withSecrets: passwords, tokens and picture bytes; without them a picture
 /// is "hasPicture": true.
@@ -78,6 +80,7 @@ Data WriteServer(const Server& server, bool withSecrets);
 Data WriteUsers(const Server& server, bool withSecrets);
 Data WriteProjects(const Server& server);
 Data WriteStateLogins(const Server& server, bool withSecrets);
+Data WriteMailboxes(const Server& server);
 
 /// Appends a member known to be new: the ordered object's own insert
 /// compares the key with every member first.

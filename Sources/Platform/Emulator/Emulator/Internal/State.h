@@ -71,6 +71,33 @@ struct SignalClientEntry {
     std::string projectId;
 };
 
+/// One mailbox of the mail server. The log holds the changes after
+/// logStart; a fetch from before it gets the whole box.
+struct Mailbox {
+    enum class Change { Created, Updated, Deleted };
+    struct Entry {
+        std::uint64_t revision;
+        std::string mailId;
+        Change change;
+    };
+    std::vector<Kerrow::Server::Mail::Mail> mails;  ///< in the order they came
+    std::unordered_map<std::string, std::size_t> byId;
+    std::uint64_t revision = 0;
+    std::uint64_t logStart = 0;
+    std::vector<Entry> log;
+    /// Scripted: a fetch from before gapAt starts at it; the next fetch is whole.
+    std::uint64_t gapAt = 0;
+    bool wholeNext = false;
+};
+
+/// A mailbox monitor connected to the mail server; kept when it leaves, as
+/// the user's known mailbox sessions.
+struct MailMonitorEntry {
+    std::string id;
+    std::string userId;
+    bool active = true;
+};
+
 struct Server {
     ServerSpec spec;
     bool down = false;
@@ -80,8 +107,9 @@ struct Server {
     std::vector<Project> projects;
     std::vector<SignalClientEntry> clients;
     std::map<std::string, std::string> logins;  ///< login id to login name
-    /// Mailbox id (text form) to its mails in the order they came.
-    std::unordered_map<std::string, std::vector<Kerrow::Server::Mail::Mail>> mailboxes;
+    /// Mailbox id (text form) to the mailbox.
+    std::unordered_map<std::string, Mailbox> mailboxes;
+    std::vector<MailMonitorEntry> mailMonitors;
 
     // Indexes: places in the tables above by FoldKey of a login or path, and
     // by id; a folder's path by FolderId; a session's project id by session id.
@@ -164,6 +192,7 @@ struct State {
     std::shared_ptr<Deliverer> deliverer = std::make_shared<Deliverer>();
     /// Whether a change of a project's members sends signal 1 to its clients.
     bool memberSignals = true;
+    std::vector<MailRequestRecord> mailRequests;
 
     // Under the lock.
     std::uint64_t Next();
@@ -219,6 +248,17 @@ struct State {
     void PushOnlineUsers(Server& server, const std::string& clientId);
     /// Signal 1 to the project's clients, if memberSignals is on.
     void MembersChanged(Server& server, const Project& project, const std::string& login);
+
+    /// The mail server, in MailServer.cpp. Changes of a box log themselves
+    /// and push to the monitors of its owner.
+    Mailbox& RequireMailbox(Server& server, const std::string& mailboxId);
+    void PutMail(Server& server, const std::string& mailboxId,
+                 const Kerrow::Server::Mail::Mail& mail);
+    bool RemoveMail(Server& server, const std::string& mailboxId, const std::string& mailId);
+    void PushMailsChanged(Server& server, const std::string& ownerId);
+    /// To the monitors of the server: it went down or came back.
+    void PushMailServerState(Server& server, bool down);
+    void RecordMailRequest(const KRCB::Internal::Request& request);
 
     /// The transport: counts, gates, faults, then the operation's handler,
     /// which runs under the lock; a large answer is built after it.

@@ -79,6 +79,20 @@ struct Push {
 /// a push for a client that is gone is dropped.
 KRCB_EXPORT void Deliver(const Push& push);
 
+/// What a mail server tells one mailbox monitor without being asked: its
+/// user's boxes changed, or the connection to the server went down or came
+/// back.
+struct MailboxPush {
+    enum class Kind { MailsChanged, ServerDown, ServerUp };
+    Kind kind = Kind::MailsChanged;
+    std::string monitorId;
+};
+
+/// Hands a push to the monitor it names, which only queues it for its own
+/// thread and returns: a server may call it holding its locks. A push for a
+/// monitor that is gone is dropped.
+KRCB_EXPORT void DeliverMailbox(const MailboxPush& push);
+
 /// Installs the process-wide transport; null removes it. A call under way
 /// keeps the transport it started with. Exported with Deliver: the emulator
 /// component, a library of its own, serves the shared object through them.

@@ -1,0 +1,498 @@
+// The mailbox monitor against the emulated mail server: whole boxes and
+// increments, gaps, the three outcomes of a request, status on the server
+// going and coming, callers never blocked, and requests racing the stop.
+// Every wait is bounded; none sleeps.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KRCB/MailboxMonitor.h"
+#include "KRCB/ProjectConnection.h"
+#include "KRCB/SignalClient.h"
+#include "KRClient/MailClient/UserContactFactory.h"
+#include "Support/EmulatorFixture.h"
+
+namespace krtest {
+namespace {
+
+namespace M = Kerrow::Server::Mail;
+namespace MB = KRCB::Mailbox;
+using Op = std::string;
+
+constexpr int kWaitMs = 10000;
+
+// What a monitor told, waited for under a bound.
+class Recorder : public MB::MailboxMonitorObserver {
+public:
+    ~Recorder() override { DetachFromSources(); }
+    void MailboxChanged(ZR::Ref<MB::MailboxChange>& change) override {
+        Add([&] { changes.push_back(change); });
+    }
+    void MailboxServerStatusChange(bool online) override {
+        Add([&] { statuses.push_back(online); });
+    }
+    void ContactListChanged(ZR::Ref<const MB::ContactList>&) override {
+        Add([&] { ++contactLists; });
+    }
+    bool WaitFor(const std::function<bool()>& done) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), done);
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<ZR::Ref<MB::MailboxChange>> changes;
+    std::vector<bool> statuses;
+    int contactLists = 0;
+
+private:
+    template <typename F>
+    void Add(F&& f) {
+        std::lock_guard<std::mutex> lock(mutex);
+        f();
+        changed.notify_all();
+    }
+};
+
+// The outcomes of handlers, by name, each once.
+struct Outcomes {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> ended;  // "name:success", "name:failure:<text>", "name:cancel"
+    void Add(const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex);
+        ended.push_back(text);
+        changed.notify_all();
+    }
+    bool WaitForCount(std::size_t n) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs),
+                                [&] { return ended.size() >= n; });
+    }
+};
+
+class Handler : public MB::MailboxEventHandler {
+public:
+    Handler(std::string name, Outcomes& outcomes) : mName(std::move(name)), mOutcomes(outcomes) {}
+    void OnSuccess() override { mOutcomes.Add(mName + ":success"); }
+    void OnCancel() override { mOutcomes.Add(mName + ":cancel"); }
+    void OnFailure(ZR::Ref<MB::MailboxMonitorException>& e) override {
+        mOutcomes.Add(mName + ":failure:" + e->GetMessage().Std());
+    }
+
+private:
+    std::string mName;
+    Outcomes& mOutcomes;
+};
+
+struct Resource : ZR::DependentResource {
+    ~Resource() override { ReleaseDependents(); }
+};
+
+struct MailboxMonitorThreadTest : ::testing::Test {
+    MailboxMonitorThreadTest() {
+        inbox = service->GetMailboxId(kServer, "anna", "Inbox");
+        sent = service->GetMailboxId(kServer, "anna", "Sent");
+        bertInbox = service->GetMailboxId(kServer, "bert", "Inbox");
+        monitor.Attach(recorder);
+    }
+    ~MailboxMonitorThreadTest() override { monitor.Stop(); }
+
+    MB::MailboxEventHandlerTasks Tasks(const std::string& name, int count = 1) {
+        MB::MailboxEventHandlerTasks tasks;
+        for (int i = 0; i < count; ++i)
+            tasks.Add(ZR::Ref<MB::MailboxEventHandlerTask>(new MB::MailboxEventHandlerTask(
+                &resource, new Handler(name + std::to_string(i), outcomes))));
+        return tasks;
+    }
+    M::Mail Mail(const std::string& id, const std::string& to = kBertId) {
+        M::Mail mail{M::MailId(ZR::UniString(id))};
+        mail.SetFrom({M::Address(M::MailboxId(ZR::UniString(kAnnaId), "Sent"), "Anna")});
+        mail.SetTo({M::Address(M::MailboxId(ZR::UniString(to), "Inbox"), "")});
+        mail.SetSent(M::Date(1000));
+        return mail;
+    }
+    bool WaitForChanges(std::size_t n) {
+        return recorder.WaitFor([&] { return recorder.changes.size() >= n; });
+    }
+    bool WaitOnline() {
+        return recorder.WaitFor(
+            [&] { return !recorder.statuses.empty() && recorder.statuses.back(); });
+    }
+    static std::vector<std::string> Ids(const MB::ServerMails& mails) {
+        std::vector<std::string> ids;
+        for (const auto& mail : mails) ids.push_back(mail->GetId().ToString().Std());
+        return ids;
+    }
+
+    EmulatedService service;
+    Resource resource;
+    Outcomes outcomes;
+    Recorder recorder;
+    MB::MailboxMonitor monitor{ProjectLocation(),
+                               ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)};
+    std::string inbox, sent, bertInbox;
+};
+
+TEST_F(MailboxMonitorThreadTest, WholeBoxFromZeroThenIncrementsWithTheirRevisions) {
+    service->AddMail(kServer, inbox, Mail("m1"));
+    service->AddMail(kServer, inbox, Mail("m2"));
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitForChanges(1));
+    ASSERT_TRUE(WaitOnline());
+    EXPECT_TRUE(monitor.IsRunning());
+    // Contacts come before the status: the user's own knows its inbox.
+    M::Address address;
+    ASSERT_TRUE(monitor.GetUserContact()->GetInboxMailboxAddress(address));
+    EXPECT_EQ(address.GetMailboxId().ToString().Std(), inbox);
+    EXPECT_EQ(monitor.GetContactList()->GetSize(), 2u);
+    EXPECT_EQ(recorder.contactLists, 1);
+    auto whole = recorder.changes[0];
+    EXPECT_EQ(Ids(whole->GetInboxCreatedMails()), (std::vector<std::string>{"m1", "m2"}));
+    EXPECT_EQ(whole->GetInboxRevisionFrom(), 0u);
+    EXPECT_EQ(whole->GetInboxRevisionTo(), 2u);
+
+    service->AddMail(kServer, inbox, Mail("m3"));  // pushed to the monitor
+    ASSERT_TRUE(WaitForChanges(2));
+    M::Mail changed = Mail("m1");
+    changed.SetRead(true);
+    service->AddMail(kServer, inbox, changed);
+    ASSERT_TRUE(WaitForChanges(3));
+    service->DeleteMail(kServer, inbox, "m2");
+    ASSERT_TRUE(WaitForChanges(4));
+    struct Step {
+        std::vector<std::string> created, updated, deleted;
+        std::uint64_t from, to;
+    };
+    const Step steps[] = {{{"m3"}, {}, {}, 2, 3}, {{}, {"m1"}, {}, 3, 4}, {{}, {}, {"m2"}, 4, 5}};
+    for (int i = 0; i < 3; ++i) {
+        auto& change = recorder.changes[i + 1];
+        std::vector<std::string> deleted;
+        for (const auto& id : change->GetInboxDeletedMails())
+            deleted.push_back(id.ToString().Std());
+        EXPECT_EQ(Ids(change->GetInboxCreatedMails()), steps[i].created) << i;
+        EXPECT_EQ(Ids(change->GetInboxUpdatedMails()), steps[i].updated) << i;
+        EXPECT_EQ(deleted, steps[i].deleted) << i;
+        EXPECT_EQ(change->GetInboxRevisionFrom(), steps[i].from) << i;
+        EXPECT_EQ(change->GetInboxRevisionTo(), steps[i].to) << i;
+    }
+    EXPECT_EQ(monitor.GetInboxRevision(), 5u);
+
+    // What came and went while the monitor was away is not told at all.
+    monitor.Suspend();
+    ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.back(); }));
+    service->AddMail(kServer, inbox, Mail("brief"));
+    service->DeleteMail(kServer, inbox, "brief");
+    service->DeleteMail(kServer, inbox, "m3");
+    monitor.Continue();
+    ASSERT_TRUE(WaitForChanges(5));
+    auto back = recorder.changes[4];
+    EXPECT_TRUE(back->GetInboxCreatedMails().IsEmpty());
+    ASSERT_EQ(back->GetInboxDeletedMails().GetSize(), 1u);
+    EXPECT_EQ(back->GetInboxDeletedMails()[0].ToString().Std(), "m3");
+    EXPECT_EQ(back->GetInboxRevisionFrom(), 5u);
+    EXPECT_EQ(back->GetInboxRevisionTo(), 8u);
+}
+
+TEST_F(MailboxMonitorThreadTest, AScriptedGapStartsPastTheRevisionAndAWholeBoxStartsAtZero) {
+    service->AddMail(kServer, inbox, Mail("m1"));
+    monitor.InitMailboxRevision(1, 0);  // has m1, and no sent box yet
+    ASSERT_TRUE(WaitForChanges(1));
+    EXPECT_EQ(recorder.changes[0]->GetInboxRevisionTo(), 1u);
+    EXPECT_TRUE(recorder.changes[0]->GetInboxCreatedMails().IsEmpty());
+    EXPECT_EQ(recorder.changes[0]->GetSentRevisionTo(), 0u);  // the whole, empty sent box
+    service->ScriptMailGap(kServer, inbox);                   // revision 2 is lost
+    service->AddMail(kServer, inbox, Mail("m2"));
+    ASSERT_TRUE(WaitForChanges(2));
+    EXPECT_EQ(recorder.changes[1]->GetInboxRevisionFrom(), 2u);
+    EXPECT_EQ(recorder.changes[1]->GetInboxRevisionTo(), 3u);
+
+    service->ScriptWholeMailbox(kServer, inbox);
+    auto tasks = Tasks("update");
+    monitor.UpdateMails(tasks);
+    ASSERT_TRUE(outcomes.WaitForCount(1));
+    ASSERT_EQ(recorder.changes.size(), 3u);  // fetched before the task ends
+    EXPECT_EQ(recorder.changes[2]->GetInboxRevisionFrom(), 0u);
+    EXPECT_EQ(Ids(recorder.changes[2]->GetInboxCreatedMails()),
+              (std::vector<std::string>{"m1", "m2"}));
+}
+
+TEST_F(MailboxMonitorThreadTest, EachRequestEndsInOneOutcomeForAllItsTasksAndIsRecorded) {
+    service->AddMail(kServer, inbox, Mail("in1"));
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitOnline());
+    service->ClearMailRequests();
+    struct Case {
+        Op op;
+        int script;  // 0 none, 1 fail, 2 cancel, 3 fail the fetch after it
+        std::string outcome;
+    };
+    const Case cases[] = {
+        {"SendMails", 0, "success"},         {"SendMails", 1, "failure:Failed to send the mails"},
+        {"SendMails", 2, "cancel"},          {"SetMailsRead", 0, "success"},
+        {"SetMailsRead", 1, "failure"},      {"SetMailsCompleted", 2, "cancel"},
+        {"SetMailsCompleted", 3, "success"}, {"DeleteMails", 1, "failure:Failed to delete"},
+        {"DeleteMails", 0, "success"},       {"UpdateContactList", 0, "success"},
+    };
+    std::size_t ended = 0;
+    for (const Case& c : cases) {
+        if (c.script == 1) service->FailNext(c.op, {Emulator::FaultKind::PortalServerClient, "no"});
+        if (c.script == 2) service->CancelNext(c.op);
+        if (c.script == 3) service->FailNext("GetMailboxChanges", {});
+        auto tasks = Tasks(c.op, 2);
+        MB::MailIdTable ids;
+        ids.Set("in1", true);
+        if (c.op == "SendMails") {
+            MB::ServerMails mails;
+            mails.Add(ZR::Ref<M::Mail>::Make(Mail("out-" + std::to_string(ended))));
+            monitor.SendMails(mails, tasks);
+        } else if (c.op == "SetMailsRead") {
+            monitor.SetMailsRead(ids, "Inbox", tasks);
+        } else if (c.op == "SetMailsCompleted") {
+            monitor.SetMailsCompleted(ids, "Inbox", tasks);
+        } else if (c.op == "DeleteMails") {
+            monitor.DeleteMails({"in1"}, "Inbox", tasks);
+        } else {
+            monitor.UpdateContactList(tasks);
+        }
+        ASSERT_TRUE(outcomes.WaitForCount(ended + 2)) << c.op;
+        for (int t = 0; t < 2; ++t) {
+            const std::string& got = outcomes.ended[ended + t];
+            EXPECT_EQ(got.rfind(c.op + std::to_string(t) + ":" + c.outcome, 0), 0u) << got;
+        }
+        ended += 2;
+    }
+    EXPECT_EQ(outcomes.ended.size(), ended);  // nothing ended twice
+    // The server's mails followed; the record has the arguments.
+    EXPECT_TRUE(service->GetMails(kServer, inbox).empty());
+    ASSERT_EQ(service->GetMails(kServer, bertInbox).size(), 1u);
+    EXPECT_FALSE(service->GetMails(kServer, bertInbox)[0].IsRead());
+    EXPECT_EQ(service->GetMails(kServer, sent).size(), 1u);
+    std::vector<std::string> ops;
+    for (const auto& r : service->GetMailRequests())
+        if (r.op != "GetMailboxChanges")
+            ops.push_back(r.op + " " + r.box + " " + (r.ids.empty() ? "" : r.ids[0]));
+    EXPECT_EQ(ops[0], "SendMails  out-0");
+    EXPECT_EQ(ops[3], "SetMailsRead Inbox in1");
+    EXPECT_EQ(ops[7], "DeleteMails Inbox in1");
+    EXPECT_EQ(service->GetMailRequests().back().user, "anna");
+}
+
+TEST_F(MailboxMonitorThreadTest, StatusFollowsTheServerAndRequestsWhileDownFail) {
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitOnline());
+    service->SetServerDown(kServer, true);
+    ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.back(); }));
+    auto tasks = Tasks("down");
+    monitor.UpdateMails(tasks);
+    ASSERT_TRUE(outcomes.WaitForCount(1));
+    EXPECT_EQ(outcomes.ended[0].rfind("down0:failure:Failed to update the mails", 0), 0u);
+    service->SetServerDown(kServer, false);
+    ASSERT_TRUE(WaitOnline());
+    EXPECT_EQ(recorder.statuses, (std::vector<bool>{true, false, true}));
+    EXPECT_TRUE(monitor.IsOnline());
+
+    monitor.Suspend();  // presence not online: offline until Continue
+    ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.back(); }));
+    monitor.Continue();
+    ASSERT_TRUE(WaitOnline());
+}
+
+TEST_F(MailboxMonitorThreadTest, NoRequestWaitsForTheMonitorsThread) {
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitOnline());
+    auto gate = service->BlockNext("SetMailsRead");
+    MB::MailIdTable ids;
+    ids.Set("x", true);
+    auto first = Tasks("held");
+    monitor.SetMailsRead(ids, "Inbox", first);
+    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
+    // The thread is held at the server: everything below only queues.
+    auto send = Tasks("send", 3), contacts = Tasks("contacts", 3), update = Tasks("update", 3);
+    MB::ServerMails mails;
+    monitor.SendMails(mails, send);
+    monitor.UpdateContactList(contacts);
+    monitor.UpdateMails(update);
+    monitor.ResetConnection();
+    monitor.Suspend();
+    monitor.Continue();
+    EXPECT_TRUE(outcomes.ended.empty());
+    gate->Release();
+    ASSERT_TRUE(outcomes.WaitForCount(1 + 9));
+}
+
+TEST_F(MailboxMonitorThreadTest, StopCancelsWhatIsQueuedAndNothingComesAfterIt) {
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitForChanges(1));
+    auto gate = service->BlockNext("GetMailboxChanges");
+    auto held = Tasks("held");
+    monitor.UpdateMails(held);
+    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
+    auto queued = Tasks("queued", 2);
+    monitor.UpdateContactList(queued);
+    std::thread stopper([&] { monitor.Stop(); });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+    while (monitor.IsRunning() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();  // until the stop has taken the queue
+    EXPECT_FALSE(monitor.IsRunning());
+    gate->Release();
+    stopper.join();
+    ASSERT_TRUE(outcomes.WaitForCount(3));
+    EXPECT_EQ(outcomes.ended[0], "held0:success");
+    EXPECT_EQ(outcomes.ended[1], "queued0:cancel");
+    EXPECT_FALSE(monitor.IsRunning());
+    std::size_t told = recorder.changes.size() + recorder.statuses.size();
+    service->AddMail(kServer, inbox, Mail("late"));  // no monitor listens any more
+    EXPECT_EQ(recorder.changes.size() + recorder.statuses.size(), told);
+}
+
+// Requests from several threads, deliveries, status changes, stops and
+// restarts race; every task ends exactly once and each stop returns, within
+// the bound.
+TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
+    monitor.InitMailboxRevision(0, 0);
+    constexpr int kThreads = 3, kEach = 20;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kEach; ++i) {
+                const std::string name = "t" + std::to_string(t) + "-" + std::to_string(i);
+                auto tasks = Tasks(name);
+                MB::ServerMails mails;
+                mails.Add(ZR::Ref<M::Mail>::Make(Mail(name)));
+                if (i % 3 == 0) {
+                    monitor.SendMails(mails, tasks);
+                } else if (i % 3 == 1) {
+                    monitor.UpdateMails(tasks);
+                } else {
+                    monitor.ResetConnection();
+                    monitor.UpdateContactList(tasks);
+                }
+            }
+        });
+    std::thread server([&] {
+        for (int i = 0; i < 10; ++i) {
+            service->AddMail(kServer, inbox, Mail("s" + std::to_string(i)));
+            service->SetServerDown(kServer, i % 4 == 1);
+        }
+        service->SetServerDown(kServer, false);
+    });
+    for (int i = 0; i < 3; ++i) {
+        monitor.Stop();
+        monitor.Start();
+    }
+    for (auto& thread : threads) thread.join();
+    server.join();
+    monitor.Stop();  // cancels what came in after the last start
+    ASSERT_TRUE(outcomes.WaitForCount(kThreads * kEach));
+    EXPECT_EQ(outcomes.ended.size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+// Holds the thread that calls Enter until Release, within the bound.
+struct Hold {
+    void Enter() {
+        std::unique_lock<std::mutex> lock(mutex);
+        reached = true;
+        changed.notify_all();
+        changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return released; });
+    }
+    bool WaitReached() {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return reached; });
+    }
+    void Release() {
+        std::lock_guard<std::mutex> lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool reached = false, released = false;
+};
+
+class SignalHolder : public KRCB::SignalObserver {
+public:
+    ~SignalHolder() override { DetachFromSources(); }
+    void SignalReceived(KRCB::SignalClient*, const KRCB::Signal& signal) override {
+        if (signal.GetText() == ZR::UniString("hold")) hold.Enter();
+        ++heard;
+    }
+    Hold hold;
+    std::atomic<int> heard{0};
+};
+
+class MailHolder : public MB::MailboxMonitorObserver {
+public:
+    ~MailHolder() override { DetachFromSources(); }
+    void MailboxChanged(ZR::Ref<MB::MailboxChange>&) override { hold.Enter(); }
+    Hold hold;
+};
+
+// Mail deliveries and signals go on threads of their own: neither waits
+// behind the other.
+TEST_F(MailboxMonitorThreadTest, MailDeliveriesAndSignalsDoNotWaitForEachOther) {
+    KRCB::SignalClient signals(kServer, "anna", "rt-anna");
+    signals.JoinProject(kProjectId);
+    SignalHolder signalHolder;
+    signals.Attach(signalHolder);
+    monitor.InitMailboxRevision(0, 0);
+    ASSERT_TRUE(WaitForChanges(1));
+
+    service->SendSignal(kServer, kProjectPath, 7, "hold");
+    ASSERT_TRUE(signalHolder.hold.WaitReached());  // the signal thread is held
+    service->AddMail(kServer, inbox, Mail("while-signals-wait"));
+    EXPECT_TRUE(WaitForChanges(2));
+    signalHolder.hold.Release();
+    ASSERT_TRUE(service->WaitForPushes(kWaitMs));
+
+    MailHolder mailHolder;
+    monitor.Attach(mailHolder);
+    service->AddMail(kServer, inbox, Mail("held"));
+    ASSERT_TRUE(mailHolder.hold.WaitReached());  // the monitor's thread is held
+    service->SendSignal(kServer, kProjectPath, 7, "pass");
+    EXPECT_TRUE(service->WaitForPushes(kWaitMs));
+    EXPECT_EQ(signalHolder.heard, 2);
+    mailHolder.hold.Release();
+    EXPECT_TRUE(WaitForChanges(3));
+    monitor.Stop();
+}
+
+TEST(MailboxManagerThreadTest, TheManagerMakesOwnsAndStopsTheMonitor) {
+    EmulatedService service;
+    auto factory = ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory);
+    KRCB::ProjectConnectionManager secondary(ProjectLocation(), true);
+    secondary.CreateMailboxMonitor(factory);
+    EXPECT_EQ(secondary.GetMailboxMonitor(), nullptr);
+    EXPECT_TRUE(secondary.GetCacheFolderLocation().IsEmpty());
+
+    Recorder recorder;
+    {
+        KRCB::ProjectConnectionManager manager(ProjectLocation(), false);
+        EXPECT_EQ(manager.GetMailboxMonitor(), nullptr);
+        manager.CreateMailboxMonitor(factory);
+        MB::MailboxMonitor* monitor = manager.GetMailboxMonitor();
+        ASSERT_NE(monitor, nullptr);
+        manager.CreateMailboxMonitor(factory);
+        EXPECT_EQ(manager.GetMailboxMonitor(), monitor);
+        monitor->Attach(recorder);
+        manager.StartMailboxMonitor();
+        ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.empty(); }));
+        // The next login takes the manager's new token, which this server refuses.
+        manager.PasswordChanged(ProjectLocation("anna", "rt-revoked"));
+        monitor->ResetConnection();
+        ASSERT_TRUE(recorder.WaitFor([&] { return recorder.statuses.size() == 2; }));
+    }  // the manager stops the monitor, which leaves the observer
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    EXPECT_EQ(recorder.statuses, (std::vector<bool>{true, false}));
+}
+
+}  // namespace
+}  // namespace krtest
