@@ -41,7 +41,16 @@
     X(IsOnline, Signals)              \
     X(IsForcedOffline, Signals)       \
     X(SetForcedOffline, Signals)      \
-    X(GetOnlineUsers, Signals)
+    X(GetOnlineUsers, Signals)              \
+    X(OpenClient, Browsing)                 \
+    X(GetPartialFolderTree, Browsing)       \
+    X(GetFolderWithChildFolders, Browsing)  \
+    X(GetFolderWithChildResources, Browsing) \
+    X(CreateProjectFolder, Browsing)        \
+    X(RenameProject, Browsing)              \
+    X(GetLibraries, Browsing)               \
+    X(GetProjectByPath, Browsing)           \
+    X(GetProjectById, Browsing)
 
 /// X(kind): the kinds of refusal; the transport throws the matching exception.
 #define KRCB_FAULT_KINDS(X)            \
@@ -64,7 +73,10 @@
     X(InternalError)                   \
     X(ForcedOffline)                   \
     X(ClientConnection)                \
-    X(ProjectManagerClient)
+    X(ProjectManagerClient)            \
+    X(AccessDenied)                    \
+    X(EntityExists)                    \
+    X(EntityValidation)
 
 namespace KRCB::Internal {
 
@@ -77,7 +89,7 @@ KRCB_OPERATIONS(KRCB_OPERATION_NAME)
 
 /// The areas operations are grouped in. Logins need no login; the signal
 /// channel's operations run under the user a signal client names.
-enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals };
+enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals, Browsing };
 
 struct OperationInfo {
     std::string_view name;

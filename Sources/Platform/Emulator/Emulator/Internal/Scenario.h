@@ -71,6 +71,9 @@ void ReadServer(State& state, const Value& value, const std::string& path);
 void ReadUsers(State& state, Server& server, const Value& list, const std::string& path);
 void ReadProjects(State& state, Server& server, const Value& list, const std::string& path);
 void ReadStateLogins(State& state, Server& server, const Value& list, const std::string& path);
+void ReadFolders(State& state, Server& server, const Value& list, const std::string& path);
+void ReadRootFolder(State& state, Server& server, const Value& value, const std::string& path);
+void ReadLibraries(State& state, Server& server, const Value& list, const std::string& path);
 
 /// withSecrets: passwords, tokens and picture bytes; without them a picture
 /// is "hasPicture": true.
@@ -78,6 +81,10 @@ Data WriteServer(const Server& server, bool withSecrets);
 Data WriteUsers(const Server& server, bool withSecrets);
 Data WriteProjects(const Server& server);
 Data WriteStateLogins(const Server& server, bool withSecrets);
+Data WriteFolders(const Server& server);
+/// The root folder's settings; an empty object if it has none.
+Data WriteRootFolder(const Server& server);
+Data WriteLibraries(const Server& server);
 
 /// Appends a member known to be new: the ordered object's own insert
 /// compares the key with every member first.

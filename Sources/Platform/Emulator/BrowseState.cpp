@@ -1,0 +1,175 @@
+// The folder tree of a server: folders with ids that survive a move, the
+// projects and libraries in each, and the indexes that find them.
+#include <algorithm>
+#include <stdexcept>
+
+#include "Emulator/Internal/State.h"
+#include "KRCB/Paths.h"
+#include "ZR/UniString.h"
+
+namespace Emulator::Internal {
+
+namespace {
+
+std::string ParentPath(const std::string& path) {
+    return KRCB::GetParentFolderPath(ZR::UniString(path)).Std();
+}
+
+void CheckFolderPath(const std::string& path) {
+    if (path.size() < 2 || path[0] != '/' || path.back() == '/' ||
+        path.find("//") != std::string::npos)
+        throw std::invalid_argument("folder path \"" + path +
+                                    "\" must start with \"/\" and name something");
+}
+
+bool Under(const std::string& path, const std::string& folder) {
+    return path.size() > folder.size() && path[folder.size()] == '/' &&
+           SameText(path.substr(0, folder.size()), folder);
+}
+
+}  // namespace
+
+void State::MakeRootFolder(Server& server) {
+    Folder root;
+    root.id = kRootFolderId;
+    server.folders.push_back(root);
+    server.folderByPath.emplace("", 0);
+    server.folderById.emplace(root.id, 0);
+}
+
+Folder* State::FindFolderByPath(Server& server, const std::string& path) {
+    auto it = server.folderByPath.find(FoldKey(path));
+    return it == server.folderByPath.end() ? nullptr : &server.folders[it->second];
+}
+
+Folder* State::FindFolderById(Server& server, const std::string& id) {
+    auto it = server.folderById.find(id);
+    return it == server.folderById.end() ? nullptr : &server.folders[it->second];
+}
+
+Folder& State::EnsureFolder(Server& server, const std::string& path) {
+    // Walk down from the root: the first missing ancestor and all below it
+    // are made, without recursion.
+    std::vector<std::string> missing;
+    for (std::string at = path; !FindFolderByPath(server, at); at = ParentPath(at))
+        missing.push_back(at);
+    for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+        CheckFolderPath(*it);
+        if (FindProjectByPath(server, *it))
+            throw std::invalid_argument("a project stands at " + *it);
+        Folder folder;
+        folder.path = *it;
+        folder.id = FolderId(*it);
+        // A folder that moved away keeps the id its old path gave it.
+        if (server.folderById.count(folder.id)) folder.id = NewId("folder");
+        folder.parentId = FindFolderByPath(server, ParentPath(*it))->id;
+        folder.implicit = true;
+        const std::size_t place = server.folders.size();
+        server.subFolders[folder.parentId].push_back(place);
+        server.folderByPath.emplace(FoldKey(folder.path), place);
+        server.folderById.emplace(folder.id, place);
+        server.folders.push_back(std::move(folder));
+    }
+    return *FindFolderByPath(server, path);
+}
+
+std::string State::AddFolder(Server& server, const FolderSpec& spec) {
+    for (const auto& [login, texts] : spec.permissions) {
+        if (!FindUser(server, login)) throw std::invalid_argument("no user " + login);
+        CheckPermissionTexts(texts);
+    }
+    if (!spec.defaultModelServer.empty() && !FindModelServer(server, spec.defaultModelServer))
+        throw std::invalid_argument("no model server " + spec.defaultModelServer);
+    Folder* folder = FindFolderByPath(server, spec.path);
+    if (folder && !folder->implicit && !spec.path.empty())
+        throw std::invalid_argument("folder " + spec.path + " exists");
+    if (!folder) {
+        CheckFolderPath(spec.path);
+        if (!spec.id.empty() && server.folderById.count(spec.id))
+            throw std::invalid_argument("folder id " + spec.id + " is taken");
+        EnsureFolder(server, ParentPath(spec.path));
+        folder = &EnsureFolder(server, spec.path);
+        if (!spec.id.empty() && spec.id != folder->id) {
+            server.folderById.erase(folder->id);
+            folder->id = spec.id;
+            server.folderById.emplace(folder->id, static_cast<std::size_t>(folder - server.folders.data()));
+        }
+    } else if (!spec.id.empty() && spec.id != folder->id) {
+        throw std::invalid_argument("folder " + spec.path + " has the id " + folder->id);
+    }
+    folder->implicit = false;
+    folder->defaultModelServer = spec.defaultModelServer;
+    folder->locked = spec.locked;
+    folder->permissions = spec.permissions;
+    return folder->id;
+}
+
+void State::MoveFolder(Server& server, const std::string& oldPath, const std::string& newPath) {
+    Folder* folder = FindFolderByPath(server, oldPath);
+    if (!folder || folder->path.empty()) throw std::invalid_argument("no folder " + oldPath);
+    CheckFolderPath(newPath);
+    if (FindFolderByPath(server, newPath) || FindProjectByPath(server, newPath))
+        throw std::invalid_argument(newPath + " is taken");
+    if (SameText(newPath, oldPath) || Under(newPath, oldPath))
+        throw std::invalid_argument("a folder can't move into itself");
+    Folder* parent = FindFolderByPath(server, ParentPath(newPath));
+    if (!parent) throw std::invalid_argument("no folder " + ParentPath(newPath));
+    const std::string old = folder->path;
+    folder->parentId = parent->id;
+    auto rebase = [&](std::string& path) {
+        if (SameText(path, old) || Under(path, old)) path = newPath + path.substr(old.size());
+    };
+    for (Folder& f : server.folders) rebase(f.path);
+    for (Library& l : server.libraries) rebase(l.path);
+    for (Project& p : server.projects) rebase(p.path);
+    // A moved folder stands after its new parent, so parents keep coming first.
+    std::stable_partition(server.folders.begin(), server.folders.end(), [&](const Folder& f) {
+        return !(SameText(f.path, newPath) || Under(f.path, newPath));
+    });
+    ReindexProjects(server);
+    ReindexBrowsing(server);
+}
+
+std::string State::AddLibrary(Server& server, const LibrarySpec& spec) {
+    CheckFolderPath(spec.path);
+    for (const auto& [login, texts] : spec.permissions) {
+        if (!FindUser(server, login)) throw std::invalid_argument("no user " + login);
+        CheckPermissionTexts(texts);
+    }
+    Library library;
+    library.id = spec.id.empty() ? NewId("library") : spec.id;
+    if (server.libraryById.count(library.id))
+        throw std::invalid_argument("library id " + library.id + " is taken");
+    library.path = spec.path;
+    library.permissions = spec.permissions;
+    const std::string folderId = EnsureFolder(server, ParentPath(spec.path)).id;
+    server.libraries.push_back(std::move(library));
+    server.libraryById.emplace(server.libraries.back().id, server.libraries.size() - 1);
+    server.folderLibraries[folderId].push_back(server.libraries.size() - 1);
+    return server.libraries.back().id;
+}
+
+void State::ReindexBrowsing(Server& server) {
+    server.folderByPath.clear();
+    server.folderById.clear();
+    server.subFolders.clear();
+    server.folderProjects.clear();
+    server.folderLibraries.clear();
+    server.libraryById.clear();
+    for (std::size_t i = 0; i < server.folders.size(); ++i) {
+        const Folder& f = server.folders[i];
+        server.folderByPath.emplace(FoldKey(f.path), i);
+        server.folderById.emplace(f.id, i);
+        if (!f.path.empty()) server.subFolders[f.parentId].push_back(i);
+    }
+    for (std::size_t i = 0; i < server.projects.size(); ++i)
+        if (Folder* f = FindFolderByPath(server, ParentPath(server.projects[i].path)))
+            server.folderProjects[f->id].push_back(i);
+    for (std::size_t i = 0; i < server.libraries.size(); ++i) {
+        server.libraryById.emplace(server.libraries[i].id, i);
+        if (Folder* f = FindFolderByPath(server, ParentPath(server.libraries[i].path)))
+            server.folderLibraries[f->id].push_back(i);
+    }
+}
+
+}  // namespace Emulator::Internal
