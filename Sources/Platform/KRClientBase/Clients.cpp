@@ -276,6 +276,12 @@ PortalServerNonTransactionalQueryGuard::PortalServerNonTransactionalQueryGuard(
 }
 
 PortalServerNonTransactionalQueryGuard::~PortalServerNonTransactionalQueryGuard() {
+    EndQuery();
+}
+
+void PortalServerNonTransactionalQueryGuard::EndQuery() {
+    if (mEnded) return;
+    mEnded = true;
     --mClient.mSession->guardDepth;
 }
 
