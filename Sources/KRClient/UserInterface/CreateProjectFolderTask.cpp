@@ -30,9 +30,8 @@ ICreateProjectFolderTaskEventObserver::~ICreateProjectFolderTaskEventObserver() 
 }
 
 CreateProjectFolderTask::CreateProjectFolderTask(
-    const ZR::UniString& serverUrl_, const ZR::UniString& userName_,
-    const ZR::UniString& password_, ZR::Ref<ProjectFolder> parentFolder_,
-    const ZR::UniString& folderName, unsigned int taskId_,
+    const ZR::UniString& serverUrl_, const ZR::UniString& userName_, const ZR::UniString& password_,
+    ZR::Ref<ProjectFolder> parentFolder_, const ZR::UniString& folderName, unsigned int taskId_,
     ICreateProjectFolderTaskEventObserver* observer_, bool f1, bool f2, bool f3, bool f4, bool f5,
     bool f6)
     : serverUrl(serverUrl_),
@@ -50,11 +49,10 @@ CreateProjectFolderTask::CreateProjectFolderTask(
       treeFlag6(f6) {}
 
 CreateProjectFolderTask::CreateProjectFolderTask(
-    const ZR::UniString& serverUrl_, const ZR::UniString& userName_,
-    const ZR::UniString& password_, ZR::Ref<ProjectFolder> parentFolder_,
-    const ZR::Array<ZR::UniString>& folderNames_, unsigned int taskId_,
-    ICreateProjectFolderTaskEventObserver* observer_, bool f1, bool f2, bool f3, bool f4, bool f5,
-    bool f6)
+    const ZR::UniString& serverUrl_, const ZR::UniString& userName_, const ZR::UniString& password_,
+    ZR::Ref<ProjectFolder> parentFolder_, const ZR::Array<ZR::UniString>& folderNames_,
+    unsigned int taskId_, ICreateProjectFolderTaskEventObserver* observer_, bool f1, bool f2,
+    bool f3, bool f4, bool f5, bool f6)
     : serverUrl(serverUrl_),
       userName(userName_),
       password(password_),
@@ -87,9 +85,8 @@ void CreateProjectFolderTask::Run() {
     ZR::Ref<AuthenticatedClientConnection> connection;
     ZR::Ref<ResourceManagerClient> client;
     try {
-        connection =
-            AuthenticatedClientConnectionFactory::Create(serverUrl, userName, password, false,
-                                                         false, 0);
+        connection = AuthenticatedClientConnectionFactory::Create(serverUrl, userName, password,
+                                                                  false, false, 0);
         client = ResourceManagerClientFactory::Create(connection);
     } catch (const ZR::InterruptedIOException&) {
         OnProjectFolderCreationInterrupted();

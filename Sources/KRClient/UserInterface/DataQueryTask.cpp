@@ -22,9 +22,9 @@ IDataQueryEventObserver::~IDataQueryEventObserver() {
     ReleaseDependents();
 }
 
-DataQueryTask::DataQueryTask(
-    ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection_, unsigned int taskId_,
-    IDataQueryEventObserver* observer_, ZR::Ref<KRCB::DataQuery::DataQueryResult> result_)
+DataQueryTask::DataQueryTask(ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection_,
+                             unsigned int taskId_, IDataQueryEventObserver* observer_,
+                             ZR::Ref<KRCB::DataQuery::DataQueryResult> result_)
     : connection(connection_), taskId(taskId_), observer(observer_), result(std::move(result_)) {}
 
 DataQueryTask::~DataQueryTask() = default;
@@ -64,9 +64,8 @@ void DataQueryTask::Run() {
 
 void DataQueryTask::OnDataQuerySucceeded(ZR::Ref<KRCB::DataQuery::DataQueryResult>& delivered) {
     // DataQuerySuccessfulNotifier: holds its own reference to the result.
-    Internal::PostOutcome<Observer>(observer, taskId, [delivered](Observer& o) mutable {
-        o.OnDataQuerySucceeded(delivered);
-    });
+    Internal::PostOutcome<Observer>(
+        observer, taskId, [delivered](Observer& o) mutable { o.OnDataQuerySucceeded(delivered); });
 }
 
 void DataQueryTask::OnDataQueryFailed() {

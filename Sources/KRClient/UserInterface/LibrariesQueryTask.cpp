@@ -66,8 +66,8 @@ void LibrariesQueryTask::OnLibrariesQuerySucceeded(
 }
 
 void LibrariesQueryTask::OnLibrariesQueryFailed(Observer::ErrorCode errorCode) {
-    Internal::PostOutcome<Observer>(observer, taskId,
-                                    [errorCode](Observer& o) { o.OnLibrariesQueryFailed(errorCode); });
+    Internal::PostOutcome<Observer>(
+        observer, taskId, [errorCode](Observer& o) { o.OnLibrariesQueryFailed(errorCode); });
 }
 
 void LibrariesQueryTask::OnLibrariesQueryInterrupted() {

@@ -29,8 +29,7 @@ IRenameProjectTaskEventObserver::~IRenameProjectTaskEventObserver() {
 }
 
 RenameProjectTask::RenameProjectTask(const ZR::UniString& serverUrl_,
-                                     const ZR::UniString& userName_,
-                                     const ZR::UniString& password_,
+                                     const ZR::UniString& userName_, const ZR::UniString& password_,
                                      const ZR::Ref<Project>& project_,
                                      const ZR::UniString& newName_, unsigned int taskId_,
                                      IRenameProjectTaskEventObserver* observer_)
@@ -61,8 +60,8 @@ void RenameProjectTask::Run() {
     try {
         // Unlike the folder creation, with the user's details.
         ZR::Ref<AuthenticatedClientConnection> connection =
-            AuthenticatedClientConnectionFactory::Create(serverUrl, userName, password, true,
-                                                         false, 0);
+            AuthenticatedClientConnectionFactory::Create(serverUrl, userName, password, true, false,
+                                                         0);
         client = ResourceManagerClientFactory::Create(connection);
     } catch (const ZR::InterruptedIOException&) {
         OnRenameProjectInterrupted();

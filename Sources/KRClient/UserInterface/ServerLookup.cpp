@@ -17,8 +17,8 @@ bool GetServerUrl(const ZR::UniString& input, ZR::UniString& url) {
         if (text.Std().find("://") == std::string::npos) text = ZR::UniString("http://") + text;
         IO::URI::URI uri(text);
         const ZR::UniString& host = uri.GetHost();
-        const bool local = host.IsEqual("localhost", ZR::kIgnoreCase) || host == "127.0.0.1" ||
-                           host == "::1";
+        const bool local =
+            host.IsEqual("localhost", ZR::kIgnoreCase) || host == "127.0.0.1" || host == "::1";
         if (local) {
             ZR::UniString name = Network::Socket::InternetAddress::GetLocalHostName();
             if (!name.IsEmpty()) uri.SetHost(name);

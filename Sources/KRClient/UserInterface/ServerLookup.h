@@ -39,19 +39,17 @@ KRCLIENT_EXPORT bool GetServerLocation(const ZR::UniString& serverUrl, IO::Locat
 /// Whether the name is known.
 KRCLIENT_EXPORT bool GetServerFriendlyName(const ZR::UniString& serverUrl, ZR::UniString& name);
 KRCLIENT_EXPORT bool GetServerFriendlyName(const IO::Location& location, ZR::UniString& name);
-KRCLIENT_EXPORT bool GetUserFullName(const ZR::UniString& serverUrl,
-                                     const ZR::UniString& userName, ZR::UniString& fullName);
+KRCLIENT_EXPORT bool GetUserFullName(const ZR::UniString& serverUrl, const ZR::UniString& userName,
+                                     ZR::UniString& fullName);
 KRCLIENT_EXPORT bool GetUserFullName(const IO::Location& location, ZR::UniString& fullName);
 KRCLIENT_EXPORT UserStatus GetUserStatus(const KRCB::SignalClient* signalClient,
                                          const Mailbox::UserContact* contact);
 /// 2001, 2002, 2005 and 2006 all in the set; false for null.
-KRCLIENT_EXPORT bool HasLibraryDeletePermission(
-    const ZR::HashSet<KRCB::PermissionID>* permissions);
+KRCLIENT_EXPORT bool HasLibraryDeletePermission(const ZR::HashSet<KRCB::PermissionID>* permissions);
 KRCLIENT_EXPORT bool HasLibraryDeleteFromFolderPermission(
     const ZR::HashSet<KRCB::PermissionID>* permissions);
 /// 2001, 2002 and 2005 all in the set; false for null.
-KRCLIENT_EXPORT bool HasLibraryModifyPermission(
-    const ZR::HashSet<KRCB::PermissionID>* permissions);
+KRCLIENT_EXPORT bool HasLibraryModifyPermission(const ZR::HashSet<KRCB::PermissionID>* permissions);
 KRCLIENT_EXPORT bool HasLibraryModifyInFolderPermission(
     const ZR::HashSet<KRCB::PermissionID>* permissions);
 KRCLIENT_EXPORT bool HasLibraryUploadToFolderPermission(

@@ -92,7 +92,8 @@ std::string State::AddFolder(Server& server, const FolderSpec& spec) {
         if (!spec.id.empty() && spec.id != folder->id) {
             server.folderById.erase(folder->id);
             folder->id = spec.id;
-            server.folderById.emplace(folder->id, static_cast<std::size_t>(folder - server.folders.data()));
+            server.folderById.emplace(folder->id,
+                                      static_cast<std::size_t>(folder - server.folders.data()));
         }
     } else if (!spec.id.empty() && spec.id != folder->id) {
         throw std::invalid_argument("folder " + spec.path + " has the id " + folder->id);

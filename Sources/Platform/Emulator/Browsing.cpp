@@ -63,9 +63,8 @@ struct Gather {
             for (std::size_t place : PlacesOf(call.server.folderProjects, f.id)) {
                 const Project& p = call.server.projects[place];
                 projects.push_back(ProjectData(call, p, f.id));
-                if (!p.modelServer.empty() &&
-                    std::find(modelServers.begin(), modelServers.end(), p.modelServer) ==
-                        modelServers.end())
+                if (!p.modelServer.empty() && std::find(modelServers.begin(), modelServers.end(),
+                                                        p.modelServer) == modelServers.end())
                     modelServers.push_back(p.modelServer);
             }
         if (withLibraries)
@@ -229,10 +228,12 @@ Answer HandleRenameProject(CallContext& call) {
     const std::string name = call.Text("name");
     if (!KRCB::Management::IsResourceNameValid(ZR::UniString(name)))
         return Refuse(FK::EntityValidation, "A project can't be named so");
-    const std::vector<std::string> rights = call.state.PermissionsOf(project, call.user->spec.login);
+    const std::vector<std::string> rights =
+        call.state.PermissionsOf(project, call.user->spec.login);
     if (std::find(rights.begin(), rights.end(), "AdministerProject") == rights.end())
         return Refuse(FK::AccessDenied, "Only an administrator renames " + project.path);
-    const std::string path = KRCB::GetParentFolderPath(ZR::UniString(project.path)).Std() + "/" + name;
+    const std::string path =
+        KRCB::GetParentFolderPath(ZR::UniString(project.path)).Std() + "/" + name;
     if (NameTaken(call, path, &project)) return Refuse(FK::EntityExists, path + " exists");
     call.state.MoveProject(call.server, project, path);
     return Ok();

@@ -52,8 +52,8 @@ void ReadFolders(State& state, Server& server, const Value& list, const std::str
         if (list[i].is_string()) {
             spec.path = list[i].get<std::string>();
         } else {
-            const Value& folder = Object(
-                list[i], at, {"path", "id", "defaultModelServer", "locked", "permissions"});
+            const Value& folder =
+                Object(list[i], at, {"path", "id", "defaultModelServer", "locked", "permissions"});
             spec.path = Text(folder, at, "path", true);
             spec.id = Text(folder, at, "id");
             ReadFolderSettings(folder, at, &spec);

@@ -57,11 +57,10 @@ void ReadUsers(State& state, Server& server, const Value& list, const std::strin
 }
 
 void ReadServer(State& state, const Value& value, const std::string& path) {
-    const Value& server =
-        Object(value, path,
-               {"url", "friendlyName", "version", "down", "users", "modelServers", "folders",
-                "projects", "answeredUrl", "ssl", "sslVerifyResult", "stateLogins",
-                "rootFolder", "libraries"});
+    const Value& server = Object(
+        value, path,
+        {"url", "friendlyName", "version", "down", "users", "modelServers", "folders", "projects",
+         "answeredUrl", "ssl", "sslVerifyResult", "stateLogins", "rootFolder", "libraries"});
     ServerSpec spec;
     spec.url = Text(server, path, "url", true);
     spec.friendlyName = Text(server, path, "friendlyName");
@@ -128,7 +127,8 @@ Data WriteServer(const Server& server, bool withSecrets) {
     s["users"] = WriteUsers(server, withSecrets);
     Data modelServers = Data::array();
     for (const ModelServerSpec& ms : server.modelServers) {
-        Data entry{{"id", ms.id}, {"path", ms.path}, {"version", Data::array({ms.major, ms.minor})}};
+        Data entry{
+            {"id", ms.id}, {"path", ms.path}, {"version", Data::array({ms.major, ms.minor})}};
         if (!ms.visible) entry["visible"] = false;
         modelServers.push_back(std::move(entry));
     }

@@ -13,8 +13,7 @@ std::string Service::AddFolder(const std::string& serverUrl, const FolderSpec& f
 
 std::string Service::GetFolderId(const std::string& serverUrl, const std::string& path) const {
     std::lock_guard<std::mutex> lock(mState->mutex);
-    Internal::Folder* folder =
-        mState->FindFolderByPath(mState->RequireServer(serverUrl), path);
+    Internal::Folder* folder = mState->FindFolderByPath(mState->RequireServer(serverUrl), path);
     return folder ? folder->id : std::string();
 }
 

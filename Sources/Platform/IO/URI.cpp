@@ -22,7 +22,8 @@ URI::URI(const ZR::UniString& text) {
         rest = at + 3;
     }
     std::size_t slash = s.find('/', rest);
-    std::string authority = s.substr(rest, slash == std::string::npos ? std::string::npos : slash - rest);
+    std::string authority =
+        s.substr(rest, slash == std::string::npos ? std::string::npos : slash - rest);
     if (slash != std::string::npos) mPath = ZR::UniString(s.substr(slash));
     if (std::size_t user = authority.rfind('@'); user != std::string::npos) {
         mUserInfo = ZR::UniString(authority.substr(0, user));

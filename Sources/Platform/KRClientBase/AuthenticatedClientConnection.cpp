@@ -162,7 +162,8 @@ AuthenticatedClientConnection::~AuthenticatedClientConnection() = default;
 
 namespace KRCB::Internal {
 
-std::shared_ptr<ClientSession> SessionOf(const Management::AuthenticatedClientConnection& connection) {
+std::shared_ptr<ClientSession> SessionOf(
+    const Management::AuthenticatedClientConnection& connection) {
     auto login = connection.mClient->GetLogin();
     if (!login)
         throw Kerrow::PortalServer::Client::SessionRequiredException(

@@ -195,9 +195,8 @@ ZR::Ref<Entities::Resource> PortalServerClient::GetResourceById(const ZR::UniStr
     // The class tells what it is: a caller tests for a Project at run time.
     switch (Internal::Number(result, "type")) {
         case 1:
-            return ZR::Ref<Entities::Resource>(
-                ZR::Ref<Entities::Project>::Make(std::move(fields), ZR::UniString(),
-                                                 ZR::HashSet<ZR::UniString>()));
+            return ZR::Ref<Entities::Resource>(ZR::Ref<Entities::Project>::Make(
+                std::move(fields), ZR::UniString(), ZR::HashSet<ZR::UniString>()));
         case 2:
             return ZR::Ref<Entities::Resource>(ZR::Ref<Entities::Library>::Make(std::move(fields)));
         default:

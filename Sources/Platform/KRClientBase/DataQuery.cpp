@@ -97,9 +97,8 @@ private:
         ReadPermissions(answer, "foldersPermissions", op, taken.folders);
         ReadPermissions(answer, "librariesPermissions", op, taken.libraries);
         if (auto info = answer.find("serverInfo"); info != answer.end() && info->is_object())
-            taken.serverInfo =
-                ZR::Ref<Kerrow::PortalServer::Client::Management::ServerInfo>::Make(
-                    ServerInfoFromData(*info));
+            taken.serverInfo = ZR::Ref<Kerrow::PortalServer::Client::Management::ServerInfo>::Make(
+                ServerInfoFromData(*info));
     }
 
     static void ReadModelServers(const Data& answer, const char* key, const char* op,
@@ -153,13 +152,10 @@ DataQueryResult::Options TreeOptions(bool projects, bool libraries, bool folders
 
 }  // namespace
 
-PartialFolderTreeResult::PartialFolderTreeResult(const ZR::UniString& fullPath, bool projects,
-                                                 bool libraries, bool foldersPermissions,
-                                                 Management::PartialFolderTreeQueryType queryType,
-                                                 bool librariesPermissions,
-                                                 bool visibleModelServers,
-                                                 bool resourceModelServers, bool subFolders,
-                                                 bool serverInfo)
+PartialFolderTreeResult::PartialFolderTreeResult(
+    const ZR::UniString& fullPath, bool projects, bool libraries, bool foldersPermissions,
+    Management::PartialFolderTreeQueryType queryType, bool librariesPermissions,
+    bool visibleModelServers, bool resourceModelServers, bool subFolders, bool serverInfo)
     : DataQueryResult(TreeOptions(projects, libraries, foldersPermissions, librariesPermissions,
                                   visibleModelServers, resourceModelServers, serverInfo)),
       mFullPath(fullPath),
@@ -168,17 +164,17 @@ PartialFolderTreeResult::PartialFolderTreeResult(const ZR::UniString& fullPath, 
 
 void PartialFolderTreeResult::Collect(
     const ZR::Ref<Management::AuthenticatedClientConnection>& connection) {
-    Internal::DataQueryReader::Collect(
-        *this, connection, Internal::Op::kGetPartialFolderTree,
-        {{"path", mFullPath.Std()}, {"queryType", static_cast<int>(mQueryType)},
-         {"subFolders", mSubFolders}});
+    Internal::DataQueryReader::Collect(*this, connection, Internal::Op::kGetPartialFolderTree,
+                                       {{"path", mFullPath.Std()},
+                                        {"queryType", static_cast<int>(mQueryType)},
+                                        {"subFolders", mSubFolders}});
 }
 
 FolderWithChildFoldersResult::FolderWithChildFoldersResult(const ZR::UniString& folderId,
                                                            bool foldersPermissions,
                                                            bool visibleModelServers)
-    : DataQueryResult(TreeOptions(false, false, foldersPermissions, false, visibleModelServers,
-                                  false, true)),
+    : DataQueryResult(
+          TreeOptions(false, false, foldersPermissions, false, visibleModelServers, false, true)),
       mFolderId(folderId) {}
 
 void FolderWithChildFoldersResult::Collect(

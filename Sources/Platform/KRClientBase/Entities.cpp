@@ -236,7 +236,8 @@ unsigned int ProjectFolder::GetSubFolderCount() const {
     return static_cast<unsigned int>(mSubFolders.GetSize());
 }
 
-unsigned int ProjectFolder::GetSubFolders(ZR::PagedArray<ZR::Ref<ProjectFolder>, 8>& folders) const {
+unsigned int ProjectFolder::GetSubFolders(
+    ZR::PagedArray<ZR::Ref<ProjectFolder>, 8>& folders) const {
     return AppendAll(mSubFolders, folders);
 }
 

@@ -65,10 +65,9 @@ ZR::Ref<ProjectFolder> FolderFromData(const Data& data, const char* op) {
 ZR::Ref<ModelServer> ModelServerFromData(const Data& data, const char* op) {
     if (!data.is_object() || Text(data, "id").empty())
         BadAnswer(op, "a model server without an id");
-    return ZR::Ref<ModelServer>::Make(ZR::UniString(Text(data, "id")),
-                                      ZR::UniString(Text(data, "name")),
-                                      ZR::UniString(Text(data, "path")), Number(data, "major"),
-                                      Number(data, "minor"));
+    return ZR::Ref<ModelServer>::Make(
+        ZR::UniString(Text(data, "id")), ZR::UniString(Text(data, "name")),
+        ZR::UniString(Text(data, "path")), Number(data, "major"), Number(data, "minor"));
 }
 
 Kerrow::PortalServer::Client::Management::ServerInfo ServerInfoFromData(const Data& data) {

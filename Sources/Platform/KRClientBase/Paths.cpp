@@ -235,8 +235,8 @@ bool IsResourceNameValid(const ZR::UniString& name) {
     if (s.empty() || s.size() > 255 || s == "." || s == "..") return false;
     if (s.front() == ' ' || s.back() == ' ') return false;
     for (unsigned char c : s)
-        if (c < 0x20 || c == 0x7F || std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) !=
-                                         std::string_view::npos)
+        if (c < 0x20 || c == 0x7F ||
+            std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) != std::string_view::npos)
             return false;
     return true;
 }

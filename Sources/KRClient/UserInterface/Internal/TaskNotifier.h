@@ -16,7 +16,8 @@ namespace KRC::UI::Internal {
 template <typename Observer>
 class TaskDependentTask : public ZR::DependentTask {
 public:
-    TaskDependentTask(Observer* observer, unsigned int id) : ZR::DependentTask(observer), taskId(id) {}
+    TaskDependentTask(Observer* observer, unsigned int id)
+        : ZR::DependentTask(observer), taskId(id) {}
     void Execute(ZR::DependentResource* resource) override {
         if (auto* observer = dynamic_cast<Observer*>(resource)) NotifyObserver(*observer);
     }

@@ -24,7 +24,8 @@ namespace KRCB::Internal {
 struct ClientSession;
 /// The login of a connection, which clients made from it share. Throws
 /// SessionRequiredException while no session stands on it.
-std::shared_ptr<ClientSession> SessionOf(const Management::AuthenticatedClientConnection& connection);
+std::shared_ptr<ClientSession> SessionOf(
+    const Management::AuthenticatedClientConnection& connection);
 }  // namespace KRCB::Internal
 
 namespace Communication {

@@ -89,7 +89,8 @@ public:
     /// parent's id as its parent id. Throws EntityExistsException,
     /// EntityValidationException, AccessDeniedException.
     void CreateProjectFolder(const ZR::Ref<Entities::ProjectFolder>& parent,
-                             const ZR::UniString& name, ZR::Ref<Entities::ProjectFolder>& newFolder);
+                             const ZR::UniString& name,
+                             ZR::Ref<Entities::ProjectFolder>& newFolder);
     /// The project keeps its id; its path takes the new last element. Throws
     /// as CreateProjectFolder does.
     void RenameProject(const ZR::UniString& projectId, const ZR::UniString& newName);

@@ -185,7 +185,11 @@ private:
 class KRCB_EXPORT ProjectFolder {
 public:
     /// Type of the folder into which libraries are uploaded by default.
-    enum DefaultLibraryUploadFolderType { UploadToOwnFolder = 0, UploadToFolder = 1, UploadNone = 2 };
+    enum DefaultLibraryUploadFolderType {
+        UploadToOwnFolder = 0,
+        UploadToFolder = 1,
+        UploadNone = 2
+    };
 
     struct Fields {
         ZR::UniString id;
@@ -219,7 +223,8 @@ public:
     virtual unsigned int GetResourceCount() const;
     virtual unsigned int GetResources(ZR::PagedArray<ZR::Ref<Resource>, 8>& resources) const;
     virtual unsigned int GetAllChildResourceCount() const;
-    virtual unsigned int GetAllChildResources(ZR::PagedArray<ZR::Ref<Resource>, 8>& resources) const;
+    virtual unsigned int GetAllChildResources(
+        ZR::PagedArray<ZR::Ref<Resource>, 8>& resources) const;
     virtual unsigned int GetProjectCount() const;
     virtual unsigned int GetProjects(ZR::PagedArray<ZR::Ref<Project>, 8>& projects) const;
     virtual unsigned int GetAllChildProjectCount() const;

@@ -12,44 +12,44 @@
 
 /// X(name, area): the operation's name is its text; its area groups it
 /// with its handlers.
-#define KRCB_OPERATIONS(X)            \
-    X(Login, Logins)                  \
-    X(CreateSessionWithState, Logins) \
-    X(IsAuthorizationPending, Logins) \
-    X(Query, Users)                   \
-    X(GetCurrentUserId, Users)        \
-    X(GetUser, Users)                 \
-    X(GetUserImage, Users)            \
-    X(GetUsersByIds, Users)           \
-    X(GetProjectIdByPath, Projects)   \
-    X(GetResourceById, Projects)      \
-    X(OpenProjectClient, Projects)    \
-    X(GetProjectState, Projects)      \
-    X(GetUserPermissions, Projects)   \
-    X(GetSessions, Sessions)          \
-    X(CreateSession, Sessions)        \
-    X(GetSessionAttribute, Sessions)  \
-    X(SetSessionAttribute, Sessions)  \
-    X(GetProjectMembers, Members)     \
-    X(SignalConnect, Signals)         \
-    X(SignalDisconnect, Signals)      \
-    X(SignalJoinProject, Signals)     \
-    X(SendInternalSignal, Signals)    \
-    X(SendSignal, Signals)            \
-    X(GetPresenceState, Signals)      \
-    X(SetPresenceState, Signals)      \
-    X(IsOnline, Signals)              \
-    X(IsForcedOffline, Signals)       \
-    X(SetForcedOffline, Signals)      \
-    X(GetOnlineUsers, Signals)              \
-    X(OpenClient, Browsing)                 \
-    X(GetPartialFolderTree, Browsing)       \
-    X(GetFolderWithChildFolders, Browsing)  \
+#define KRCB_OPERATIONS(X)                   \
+    X(Login, Logins)                         \
+    X(CreateSessionWithState, Logins)        \
+    X(IsAuthorizationPending, Logins)        \
+    X(Query, Users)                          \
+    X(GetCurrentUserId, Users)               \
+    X(GetUser, Users)                        \
+    X(GetUserImage, Users)                   \
+    X(GetUsersByIds, Users)                  \
+    X(GetProjectIdByPath, Projects)          \
+    X(GetResourceById, Projects)             \
+    X(OpenProjectClient, Projects)           \
+    X(GetProjectState, Projects)             \
+    X(GetUserPermissions, Projects)          \
+    X(GetSessions, Sessions)                 \
+    X(CreateSession, Sessions)               \
+    X(GetSessionAttribute, Sessions)         \
+    X(SetSessionAttribute, Sessions)         \
+    X(GetProjectMembers, Members)            \
+    X(SignalConnect, Signals)                \
+    X(SignalDisconnect, Signals)             \
+    X(SignalJoinProject, Signals)            \
+    X(SendInternalSignal, Signals)           \
+    X(SendSignal, Signals)                   \
+    X(GetPresenceState, Signals)             \
+    X(SetPresenceState, Signals)             \
+    X(IsOnline, Signals)                     \
+    X(IsForcedOffline, Signals)              \
+    X(SetForcedOffline, Signals)             \
+    X(GetOnlineUsers, Signals)               \
+    X(OpenClient, Browsing)                  \
+    X(GetPartialFolderTree, Browsing)        \
+    X(GetFolderWithChildFolders, Browsing)   \
     X(GetFolderWithChildResources, Browsing) \
-    X(CreateProjectFolder, Browsing)        \
-    X(RenameProject, Browsing)              \
-    X(GetLibraries, Browsing)               \
-    X(GetProjectByPath, Browsing)           \
+    X(CreateProjectFolder, Browsing)         \
+    X(RenameProject, Browsing)               \
+    X(GetLibraries, Browsing)                \
+    X(GetProjectByPath, Browsing)            \
     X(GetProjectById, Browsing)
 
 /// X(kind): the kinds of refusal; the transport throws the matching exception.
