@@ -14,7 +14,7 @@ namespace {
 using Observer = IDataQueryEventObserver;
 using DataQueryDependentTask = Internal::TaskDependentTask<Observer>;
 
-const ZR::ErrorLogLine kFailed("DataQueryTask failed: %");
+const ZR::ErrorLogLine kFailed("DataQueryTask failed: %", "KRClient");
 
 }  // namespace
 

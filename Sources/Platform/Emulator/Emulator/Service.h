@@ -121,8 +121,8 @@ struct FolderSpec {
 /// A library stored in a folder.
 struct LibrarySpec {
     std::string path;  ///< "/Folder/Library"
-    std::string id;    ///< generated if empty
-    std::map<std::string, std::vector<std::string>> permissions;
+    std::string id{};  ///< generated if empty
+    std::map<std::string, std::vector<std::string>> permissions{};
 };
 
 /// A look-up of a project by path or id, as the server saw it.
