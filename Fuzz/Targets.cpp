@@ -209,6 +209,7 @@ const Target* FindTarget(std::string_view name) {
         {"data_options", &FuzzDataOptions}, {"login_data", &FuzzLoginData},
         {"location", &FuzzLocation},        {"contact_list", &FuzzContactList},
         {"native_image", &FuzzNativeImage}, {"scenario", &FuzzScenario},
+        {"data_query", &FuzzDataQuery},
     };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
@@ -217,7 +218,7 @@ const Target* FindTarget(std::string_view name) {
 
 const char* TargetNames() {
     return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image, scenario";
+           "native_image, scenario, data_query";
 }
 
 }  // namespace krfuzz

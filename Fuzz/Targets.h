@@ -26,6 +26,7 @@ int FuzzLocation(const std::uint8_t* data, std::size_t size);
 int FuzzContactList(const std::uint8_t* data, std::size_t size);
 int FuzzNativeImage(const std::uint8_t* data, std::size_t size);
 int FuzzScenario(const std::uint8_t* data, std::size_t size);
+int FuzzDataQuery(const std::uint8_t* data, std::size_t size);
 
 // Null for an unknown name.
 const Target* FindTarget(std::string_view name);

@@ -201,6 +201,7 @@ TEST_F(BrowseTaskThreadTest, FolderCreationChecksNamesFirstAndReadsTheChainBack)
         {{"A", "B", "C"}, {true, false, false, false, false, true}, nullptr, {}, "ok", 1, 3, 1},
         {{"A"}, {}, nullptr, {}, "failed 1 A", 1, 1, 0},  // A stands since the row above
         {{"X"}, {false, false, false, true, false, false}, nullptr, {}, "ok", 1, 1, 1},
+        {{"X5"}, {false, false, false, false, true, false}, nullptr, {}, "ok", 1, 1, 1},
         {{"Y"}, {}, nullptr, {}, "ok", 1, 1, 0},
         {{"Z"}, {}, Op::kLogin, FaultKind::ConnectionFailed, "failed 0 ", 1, 0, 0},
         {{"Z"}, {}, Op::kOpenClient, FaultKind::InterruptedIO, "interrupted", 1, 0, 0},
@@ -244,8 +245,13 @@ TEST_F(BrowseTaskThreadTest, FolderCreationChecksNamesFirstAndReadsTheChainBack)
                 observer.result->treeResult.Get());
             ASSERT_TRUE(tree);
             EXPECT_EQ(tree->GetFullPathQueried(), "/Projects/A/B/C");
-        } else if (observer.result && f[3]) {
-            EXPECT_TRUE(observer.result->treeResult);
+        } else if (observer.result && (f[3] || f[4])) {
+            // The fifth flag goes on sixth, the fourth to nobody.
+            ASSERT_TRUE(observer.result->treeResult);
+            const auto& options = observer.result->treeResult->GetOptions();
+            EXPECT_EQ(options.visibleModelServers, f[4]);
+            EXPECT_FALSE(options.librariesPermissions || options.projects || options.libraries ||
+                         options.foldersPermissions);
         } else if (observer.result) {
             EXPECT_FALSE(observer.result->treeResult);
         }
