@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "KRCB/LoginDataStore.h"
 #include "KRClient/UserInterface/ServerLookup.h"
 #include "Network/Network.h"
+#include "Support/LibraryTest.h"
 
 namespace {
 
@@ -50,6 +52,42 @@ TEST(ServerLookup, LibraryPermissionsNeedEveryIdOfTheirSet) {
     EXPECT_EQ(KRC::GetRoamingProfileFolderLocation().ToPath().Std().substr(
                   KRC::GetRoamingProfileFolderLocation().ToPath().Std().size() - 7),
               "/ZARVEL");
+}
+
+}  // namespace
+
+namespace {
+
+class ServerLookupData : public krtest::LibraryTest {};
+
+TEST_F(ServerLookupData, ALocationComesOnlyForTheActiveUserOfAKnownServer) {
+    using namespace KRCB::LoginDataStore;
+    auto& cache = LoginDataStoreCache::GetInstance();
+    ZR::Ref<LoginDataStore> store = cache.GetLoginDataStore(OpenForWriting);
+    store->StoreServer({"https://a.test", "Site A", 3, 2}, "https://a.test", "");
+    store->AddUser("https://a.test", User("anna", "rt-anna", "Anna Berg"));
+    store->StoreServer({"https://b.test", "", 3, 2}, "https://b.test", "");
+    ASSERT_TRUE(cache.SaveToFile(*store));
+
+    IO::Location location(ZR::UniString("/untouched"));
+    EXPECT_FALSE(KRC::GetServerLocation("https://b.test", location));
+    EXPECT_FALSE(KRC::GetServerLocation("https://c.test", location));
+    EXPECT_FALSE(KRC::GetServerLocation("https://a.test", location));  // no active user yet
+    EXPECT_EQ(location.ToPath(), "/untouched");
+    store = cache.GetLoginDataStore(OpenForWriting);
+    store->SetActiveUser("https://a.test", "anna");
+    ASSERT_TRUE(cache.SaveToFile(*store));
+    ASSERT_TRUE(KRC::GetServerLocation("https://a.test", location));
+    EXPECT_EQ(location.GetUserName(), "anna");
+    EXPECT_EQ(location.GetPassword(), "rt-anna");
+
+    ZR::UniString name, fullName;
+    EXPECT_TRUE(KRC::GetServerFriendlyName(location, name));
+    EXPECT_EQ(name, "Site A");
+    EXPECT_FALSE(KRC::GetServerFriendlyName("https://b.test", name));
+    EXPECT_TRUE(KRC::GetUserFullName(location, fullName));
+    EXPECT_EQ(fullName, "Anna Berg");
+    EXPECT_FALSE(KRC::GetUserFullName("https://a.test", "bert", fullName));
 }
 
 }  // namespace
