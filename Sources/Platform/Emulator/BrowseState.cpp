@@ -4,15 +4,17 @@
 #include <stdexcept>
 
 #include "Emulator/Internal/State.h"
-#include "KRCB/Paths.h"
 #include "ZR/UniString.h"
 
 namespace Emulator::Internal {
 
 namespace {
 
+// The checked paths of the tables have no empty element: the parent is
+// what stands before the last "/".
 std::string ParentPath(const std::string& path) {
-    return KRCB::GetParentFolderPath(ZR::UniString(path)).Std();
+    std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
 void CheckFolderPath(const std::string& path) {
@@ -50,27 +52,37 @@ Folder* State::FindFolderById(Server& server, const std::string& id) {
 Folder& State::EnsureFolder(Server& server, const std::string& path) {
     // Walk down from the root: the first missing ancestor and all below it
     // are made, without recursion.
-    std::vector<std::string> missing;
-    for (std::string at = path; !FindFolderByPath(server, at); at = ParentPath(at))
-        missing.push_back(at);
+    std::vector<std::pair<std::string, std::string>> missing;  // path and its key
+    std::size_t parent = 0;
+    for (std::string at = path;;) {
+        std::string key = FoldKey(at);
+        auto found = server.folderByPath.find(key);
+        if (found != server.folderByPath.end()) {
+            parent = found->second;
+            break;
+        }
+        std::string up = ParentPath(at);
+        missing.emplace_back(std::move(at), std::move(key));
+        at = std::move(up);
+    }
     for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
-        CheckFolderPath(*it);
-        if (FindProjectByPath(server, *it))
-            throw std::invalid_argument("a project stands at " + *it);
+        CheckFolderPath(it->first);
+        if (server.projectByPath.count(it->second))
+            throw std::invalid_argument("a project stands at " + it->first);
         Folder folder;
-        folder.path = *it;
-        folder.id = FolderId(*it);
+        folder.path = it->first;
+        folder.id = FolderId(it->first);
         // A folder that moved away keeps the id its old path gave it.
         if (server.folderById.count(folder.id)) folder.id = NewId("folder");
-        folder.parentId = FindFolderByPath(server, ParentPath(*it))->id;
+        folder.parentId = server.folders[parent].id;
         folder.implicit = true;
-        const std::size_t place = server.folders.size();
-        server.subFolders[folder.parentId].push_back(place);
-        server.folderByPath.emplace(FoldKey(folder.path), place);
-        server.folderById.emplace(folder.id, place);
+        parent = server.folders.size();
+        server.subFolders[folder.parentId].push_back(parent);
+        server.folderByPath.emplace(std::move(it->second), parent);
+        server.folderById.emplace(folder.id, parent);
         server.folders.push_back(std::move(folder));
     }
-    return *FindFolderByPath(server, path);
+    return server.folders[parent];
 }
 
 std::string State::AddFolder(Server& server, const FolderSpec& spec) {
@@ -87,7 +99,6 @@ std::string State::AddFolder(Server& server, const FolderSpec& spec) {
         CheckFolderPath(spec.path);
         if (!spec.id.empty() && server.folderById.count(spec.id))
             throw std::invalid_argument("folder id " + spec.id + " is taken");
-        EnsureFolder(server, ParentPath(spec.path));
         folder = &EnsureFolder(server, spec.path);
         if (!spec.id.empty() && spec.id != folder->id) {
             server.folderById.erase(folder->id);
