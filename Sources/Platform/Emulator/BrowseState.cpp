@@ -1,6 +1,5 @@
 // The folder tree of a server: folders with ids that survive a move, the
 // projects and libraries in each, and the indexes that find them.
-#include <algorithm>
 #include <stdexcept>
 
 #include "Emulator/Internal/State.h"
@@ -135,9 +134,13 @@ void State::MoveFolder(Server& server, const std::string& oldPath, const std::st
     for (Library& l : server.libraries) rebase(l.path);
     for (Project& p : server.projects) rebase(p.path);
     // A moved folder stands after its new parent, so parents keep coming first.
-    std::stable_partition(server.folders.begin(), server.folders.end(), [&](const Folder& f) {
-        return !(SameText(f.path, newPath) || Under(f.path, newPath));
-    });
+    std::vector<Folder> ordered, moved;
+    ordered.reserve(server.folders.size());
+    for (Folder& f : server.folders)
+        (SameText(f.path, newPath) || Under(f.path, newPath) ? moved : ordered)
+            .push_back(std::move(f));
+    for (Folder& f : moved) ordered.push_back(std::move(f));
+    server.folders = std::move(ordered);
     ReindexProjects(server);
     ReindexBrowsing(server);
 }
