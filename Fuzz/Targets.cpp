@@ -299,6 +299,7 @@ const Target* FindTarget(std::string_view name) {
         {"outbox", &FuzzOutbox},
         {"attachment_json", &FuzzAttachmentJson},
         {"json", &FuzzJson},
+        {"data_query", &FuzzDataQuery},
     };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
@@ -307,7 +308,7 @@ const Target* FindTarget(std::string_view name) {
 
 const char* TargetNames() {
     return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image, scenario, client_mail, outbox, attachment_json, json";
+           "native_image, scenario, client_mail, outbox, attachment_json, json, data_query";
 }
 
 }  // namespace krfuzz

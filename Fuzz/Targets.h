@@ -30,6 +30,7 @@ int FuzzClientMail(const std::uint8_t* data, std::size_t size);
 int FuzzOutbox(const std::uint8_t* data, std::size_t size);
 int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size);
 int FuzzJson(const std::uint8_t* data, std::size_t size);
+int FuzzDataQuery(const std::uint8_t* data, std::size_t size);
 
 // Null for an unknown name.
 const Target* FindTarget(std::string_view name);

@@ -34,7 +34,7 @@ const char* const kScenario = R"({
        "refreshToken": "rt-carla-0001", "color": "#cc6633ff"}
     ],
     "modelServers": [{"id": "ms-1", "path": "/modelservers/ms-1", "version": [1, 2]}],
-    "folders": ["/Housing"],
+    "folders": ["/Housing", "/Housing/Archive", "/Public"],
     "projects": [{
       "path": "/Housing/Tower B", "id": "p-tower-b", "modelServer": "ms-1", "state": 0,
       "permissions": {"anna": ["ReadProject", "WriteProject", "AdministerProject"],
@@ -79,6 +79,7 @@ IO::Location AnnaOnTowerB(const ZR::UniString& token) {
 ZR::UniString RunLoginDemo(const char* server, const char* user, const char* password);
 void RunMembersDemo(Emulator::Service& service, KRC::ClientProjectConnectionManager& manager,
                     const char* server, const char* path);
+void RunBrowseDemo(const char* server, const char* user, const char* password);
 
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
@@ -131,6 +132,9 @@ void RunConnectionDemo(const std::string& root) {
     std::printf("     %s\n", KRC::ProjectConnectionBase::GetCheckResultName(
                                  KRC::ProjectConnectionBase::Check(&desk, true, false)));
     ShowSignals(*service);
+
+    std::printf("\n12. Anna's browse dialog: folders, a new folder chain, a rename.\n");
+    RunBrowseDemo(kServer, "anna", "anna-secret");
 
     service->SaveScenarioFile(scenario);
     service->Uninstall();

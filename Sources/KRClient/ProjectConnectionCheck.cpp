@@ -49,7 +49,6 @@ using KRCB::kSignalProjectStateRefused;
 // Project states of the server.
 constexpr std::int32_t kProjectReadOnly = 2;
 constexpr std::int32_t kProjectRefused = 3;
-constexpr std::int32_t kResourceTypeProject = 1;
 
 // Time stamps of the steps: stamp 0 before the first, stamp n after step n.
 struct StepClock {
@@ -263,7 +262,7 @@ bool ProjectConnectionBase::CheckProjectPathChanged() {
             connectionInfo->GetServerUrl(), connectionInfo->GetUserName(),
             connectionInfo->GetRefreshToken(), true, false);
         auto resource = client->GetResourceById(record->GetProjectId());
-        if (resource->GetType() != kResourceTypeProject) return false;
+        if (!dynamic_cast<const KRCB::Management::Entities::Project*>(resource.Get())) return false;
         const ZR::UniString oldPath = manager->GetProjectPath();
         if (resource->GetPath().IsEqual(oldPath, ZR::kIgnoreCase)) return false;
         Internal::WriteLog(kPathChanged, record->GetProjectId(), oldPath, resource->GetPath());

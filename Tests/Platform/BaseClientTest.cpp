@@ -100,7 +100,7 @@ TEST(BaseClientProjects, PathsIdsResourcesAndStatesFollowTheServer) {
     EXPECT_THROW(client->GetProjectIdByPath("/Projects/Barn"), EntityNotFoundException);
 
     auto resource = client->GetResourceById(kProjectId);
-    EXPECT_EQ(resource->GetType(), 1);
+    EXPECT_NE(dynamic_cast<const KRCB::Management::Entities::Project*>(resource.Get()), nullptr);
     EXPECT_EQ(resource->GetPath(), kProjectPath);
     EXPECT_EQ(resource->GetModelServerPath(), "/ms/one");
     EXPECT_THROW(client->GetResourceById("prj-none"), EntityNotFoundException);

@@ -52,6 +52,10 @@ void AddEmulateLoginCommand(CLI::App* emulate, const GlobalOptions& options, Act
 // fetches them (EmulateMembers.cpp).
 void AddEmulateMembersCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
                               const std::string& scenario, const bool& update);
+// emulate SCENARIO browse tree|mkdir|rename|libraries: the browsing tasks
+// (EmulateBrowse.cpp).
+void AddEmulateBrowseCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
+                             const std::string& scenario, const bool& update);
 
 // emulate SCENARIO mailbox: a user's boxes on the mail server (EmulateMailbox.cpp).
 void AddEmulateMailboxCommand(CLI::App* emulate, GlobalOptions& options, Action* action,

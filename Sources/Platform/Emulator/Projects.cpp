@@ -23,7 +23,7 @@ Answer HandleGetResourceById(CallContext& call) {
     if (auto folder = call.server.folderById.find(id); folder != call.server.folderById.end())
         return Ok(Data{{"type", 0},
                        {"id", id},
-                       {"path", call.server.folders[folder->second]},
+                       {"path", call.server.folders[folder->second].path},
                        {"modelServerPath", ""}});
     return Refuse(FK::EntityNotFound, "No resource of id " + id);
 }

@@ -33,24 +33,14 @@ UserSpec ReadUser(const Value& value, const std::string& path) {
 void ReadModelServers(State& state, Server& server, const Value& list, const std::string& path) {
     for (std::size_t i = 0; i < list.size(); ++i) {
         std::string at = Index(path, i);
-        const Value& ms = Object(list[i], at, {"id", "path", "version"});
+        const Value& ms = Object(list[i], at, {"id", "path", "version", "visible"});
         ModelServerSpec spec;
         spec.id = Text(ms, at, "id", true);
         spec.path = Text(ms, at, "path");
+        if (Member(ms, "visible")) spec.visible = Boolean(ms, at, "visible");
         Version(ms, at, &spec.major, &spec.minor);
         At(at, [&] {
             state.AddModelServer(server, spec);
-            return 0;
-        });
-    }
-}
-
-void ReadFolders(State& state, Server& server, const Value& list, const std::string& path) {
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        std::string at = Index(path, i);
-        if (!list[i].is_string()) Fail(at, "expected a path");
-        At(at, [&] {
-            state.AddFolder(server, list[i].get<std::string>());
             return 0;
         });
     }
@@ -67,10 +57,10 @@ void ReadUsers(State& state, Server& server, const Value& list, const std::strin
 }
 
 void ReadServer(State& state, const Value& value, const std::string& path) {
-    const Value& server =
-        Object(value, path,
-               {"url", "friendlyName", "version", "down", "users", "modelServers", "folders",
-                "projects", "answeredUrl", "ssl", "sslVerifyResult", "stateLogins", "mailboxes"});
+    const Value& server = Object(value, path,
+                                 {"url", "friendlyName", "version", "down", "users", "modelServers",
+                                  "folders", "projects", "answeredUrl", "ssl", "sslVerifyResult",
+                                  "stateLogins", "mailboxes", "rootFolder", "libraries"});
     ServerSpec spec;
     spec.url = Text(server, path, "url", true);
     spec.friendlyName = Text(server, path, "friendlyName");
@@ -93,6 +83,10 @@ void ReadServer(State& state, const Value& value, const std::string& path) {
         ReadModelServers(state, added, *modelServers, Child(path, "modelServers"));
     if (const Value* folders = List(server, path, "folders"))
         ReadFolders(state, added, *folders, Child(path, "folders"));
+    if (const Value* root = Member(server, "rootFolder"))
+        ReadRootFolder(state, added, *root, Child(path, "rootFolder"));
+    if (const Value* libraries = List(server, path, "libraries"))
+        ReadLibraries(state, added, *libraries, Child(path, "libraries"));
     if (const Value* projects = List(server, path, "projects"))
         ReadProjects(state, added, *projects, Child(path, "projects"));
     if (const Value* logins = List(server, path, "stateLogins"))
@@ -134,11 +128,16 @@ Data WriteServer(const Server& server, bool withSecrets) {
     if (server.spec.sslVerifyResult != 0) s["sslVerifyResult"] = server.spec.sslVerifyResult;
     s["users"] = WriteUsers(server, withSecrets);
     Data modelServers = Data::array();
-    for (const ModelServerSpec& ms : server.modelServers)
-        modelServers.push_back(
-            {{"id", ms.id}, {"path", ms.path}, {"version", Data::array({ms.major, ms.minor})}});
+    for (const ModelServerSpec& ms : server.modelServers) {
+        Data entry{
+            {"id", ms.id}, {"path", ms.path}, {"version", Data::array({ms.major, ms.minor})}};
+        if (!ms.visible) entry["visible"] = false;
+        modelServers.push_back(std::move(entry));
+    }
     s["modelServers"] = std::move(modelServers);
-    s["folders"] = server.folders;
+    s["folders"] = WriteFolders(server);
+    if (Data root = WriteRootFolder(server); !root.empty()) s["rootFolder"] = std::move(root);
+    if (!server.libraries.empty()) s["libraries"] = WriteLibraries(server);
     s["projects"] = WriteProjects(server);
     if (!server.spec.stateLogins.empty()) s["stateLogins"] = WriteStateLogins(server, withSecrets);
     if (Data mailboxes = WriteMailboxes(server); !mailboxes.empty())

@@ -196,6 +196,8 @@ void State::MoveProject(Server& server, Project& project, const std::string& new
     server.projectByPath.erase(FoldKey(project.path));
     project.path = newPath;
     server.projectByPath[FoldKey(newPath)] = place;
+    EnsureFolder(server, KRCB::GetParentFolderPath(ZR::UniString(newPath)).Std());
+    ReindexBrowsing(server);
 }
 
 void State::ChangeProjectId(Server& server, Project& project, const std::string& newId) {
@@ -212,6 +214,7 @@ void State::RemoveProject(Server& server, Project& project) {
     for (const Session& session : project.sessions) server.sessionProject.erase(session.id);
     server.projects.erase(server.projects.begin() + (&project - server.projects.data()));
     ReindexProjects(server);
+    ReindexBrowsing(server);
 }
 
 void State::RemoveSession(Server& server, Project& project, const std::string& sessionId) {
@@ -258,6 +261,7 @@ void State::AddServer(const ServerSpec& spec) {
     if (serverByUrl.count(key)) throw std::invalid_argument("server " + spec.url + " exists");
     Server server;
     server.spec = spec;
+    MakeRootFolder(server);
     servers.push_back(std::move(server));
     serverByUrl.emplace(std::move(key), servers.size() - 1);
 }
@@ -297,10 +301,9 @@ void State::AddModelServer(Server& server, const ModelServerSpec& spec) {
 
 void State::AddFolder(Server& server, const std::string& path) {
     CheckPath(path, "folder");
-    if (!server.folderPaths.insert(FoldKey(path)).second)
-        throw std::invalid_argument("folder " + path + " exists");
-    server.folders.push_back(path);
-    server.folderById.emplace(FolderId(path), server.folders.size() - 1);
+    FolderSpec spec;
+    spec.path = path;
+    AddFolder(server, spec);
 }
 
 void State::CheckPermissionTexts(const std::vector<std::string>& texts) {
@@ -340,10 +343,13 @@ std::string State::AddProject(Server& server, const ProjectSpec& spec) {
             throw std::invalid_argument(member.user + " is a member already");
         EnsureMember(project, user->spec.login, member.userId);
     }
+    const std::string folderId =
+        EnsureFolder(server, KRCB::GetParentFolderPath(ZR::UniString(spec.path)).Std()).id;
     server.projects.push_back(std::move(project));
     Project& added = server.projects.back();
     server.projectByPath.emplace(FoldKey(added.path), server.projects.size() - 1);
     server.projectById.emplace(added.id, server.projects.size() - 1);
+    server.folderProjects[folderId].push_back(server.projects.size() - 1);
     try {
         for (const SessionSpec& session : spec.sessions) AddSession(server, added, session);
     } catch (...) {
@@ -351,6 +357,7 @@ std::string State::AddProject(Server& server, const ProjectSpec& spec) {
         for (const Session& session : added.sessions) server.sessionProject.erase(session.id);
         server.projectByPath.erase(FoldKey(added.path));
         server.projectById.erase(added.id);
+        server.folderProjects[folderId].pop_back();
         server.projects.pop_back();
         throw;
     }

@@ -105,6 +105,13 @@ int FileSystem::GetSpecialLocation(int which, Location* location) const {
                 if (!home.empty()) path = home + "/.local/share";
             }
             break;
+        case kRoamingProfileFolder:
+            path = EnvironmentPath("XDG_CONFIG_HOME");
+            if (path.empty()) {
+                std::string home = HomePath();
+                if (!home.empty()) path = home + "/.config";
+            }
+            break;
         default:
             return kErrBadLocation;
     }

@@ -158,6 +158,23 @@ AuthenticatedClientConnection::AuthenticatedClientConnection(ZR::Ref<PortalServe
 
 AuthenticatedClientConnection::~AuthenticatedClientConnection() = default;
 
+}  // namespace KRCB::Management
+
+namespace KRCB::Internal {
+
+std::shared_ptr<ClientSession> SessionOf(
+    const Management::AuthenticatedClientConnection& connection) {
+    auto login = connection.mClient->GetLogin();
+    if (!login)
+        throw Kerrow::PortalServer::Client::SessionRequiredException(
+            "The connection has no session yet", ZR_HERE);
+    return login->session;
+}
+
+}  // namespace KRCB::Internal
+
+namespace KRCB::Management {
+
 ZR::Ref<Entities::User> AuthenticatedClientConnection::GetUserDetails() const {
     auto login = mClient->GetLogin();
     return login ? login->session->details : ZR::Ref<Entities::User>();

@@ -188,10 +188,20 @@ ZR::Ref<Entities::Resource> PortalServerClient::GetResourceById(const ZR::UniStr
     Data result = mSession->Call(Op::kGetResourceById, {{"id", id.Std()}});
     if (result.is_null()) return {};
     if (!result.is_object()) Internal::BadReply(Op::kGetResourceById);
-    return ZR::Ref<Entities::Resource>::Make(
-        Internal::Number(result, "type"), ZR::UniString(Internal::Text(result, "id")),
-        ZR::UniString(Internal::Text(result, "path")),
-        ZR::UniString(Internal::Text(result, "modelServerPath")));
+    Entities::Resource::Fields fields;
+    fields.id = ZR::UniString(Internal::Text(result, "id"));
+    fields.path = ZR::UniString(Internal::Text(result, "path"));
+    fields.modelServerPath = ZR::UniString(Internal::Text(result, "modelServerPath"));
+    // The class tells what it is: a caller tests for a Project at run time.
+    switch (Internal::Number(result, "type")) {
+        case 1:
+            return ZR::Ref<Entities::Resource>(ZR::Ref<Entities::Project>::Make(
+                std::move(fields), ZR::UniString(), ZR::HashSet<ZR::UniString>()));
+        case 2:
+            return ZR::Ref<Entities::Resource>(ZR::Ref<Entities::Library>::Make(std::move(fields)));
+        default:
+            return ZR::Ref<Entities::Resource>::Make(std::move(fields));
+    }
 }
 
 std::int32_t PortalServerClient::GetProjectState(const ZR::UniString& projectId) {
@@ -265,6 +275,12 @@ PortalServerNonTransactionalQueryGuard::PortalServerNonTransactionalQueryGuard(
 }
 
 PortalServerNonTransactionalQueryGuard::~PortalServerNonTransactionalQueryGuard() {
+    EndQuery();
+}
+
+void PortalServerNonTransactionalQueryGuard::EndQuery() {
+    if (mEnded) return;
+    mEnded = true;
     --mClient.mSession->guardDepth;
 }
 

@@ -1,6 +1,7 @@
 #include "KRCB/Paths.h"
 
 #include <cstdio>
+#include <string_view>
 
 #include "ZR/Exceptions.h"
 
@@ -210,7 +211,7 @@ ZR::UniString GetParentFolderPath(const ZR::UniString& path) {
     GetProjectPathElements(path, elements);
     std::string out;
     for (std::size_t i = 0; i + 1 < elements.GetSize(); ++i) out += "/" + elements[i].Std();
-    return ZR::UniString(out.empty() ? std::string("/") : out);
+    return ZR::UniString(out);
 }
 
 namespace Management {
@@ -227,6 +228,17 @@ void AppendToResourcePath(const ZR::UniString& name, ZR::UniString& path) {
     std::string p = path.Std();
     while (!p.empty() && p.back() == '/') p.pop_back();
     path = ZR::UniString(p + "/" + n.substr(first));
+}
+
+bool IsResourceNameValid(const ZR::UniString& name) {
+    const std::string& s = name.Std();
+    if (s.empty() || s.size() > 255 || s == "." || s == "..") return false;
+    if (s.front() == ' ' || s.back() == ' ') return false;
+    for (unsigned char c : s)
+        if (c < 0x20 || c == 0x7F ||
+            std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) != std::string_view::npos)
+            return false;
+    return true;
 }
 }  // namespace Management
 

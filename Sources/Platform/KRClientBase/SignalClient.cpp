@@ -305,4 +305,12 @@ void SignalClient::GetOnlineUsers(ZR::Array<ZR::UniString>& users) const {
         if (user.is_string()) users.Add(ZR::UniString(user.get<std::string>()));
 }
 
+bool SignalClient::IsOnline(const ZR::UniString& userName) const {
+    ZR::Array<ZR::UniString> users;
+    GetOnlineUsers(users);
+    for (const ZR::UniString& user : users)
+        if (user.IsEqual(userName, ZR::kIgnoreCase)) return true;
+    return false;
+}
+
 }  // namespace KRCB

@@ -92,6 +92,12 @@ void ThrowFault(const Fault& fault) {
             throw Communication::Client::ClientConnectionException(message, ZR_HERE);
         case FaultKind::ProjectManagerClient:
             throw Kerrow::Server::Project::Client::ProjectManagerClientException(message, ZR_HERE);
+        case FaultKind::AccessDenied:
+            throw AccessDeniedException(message, ZR_HERE);
+        case FaultKind::EntityExists:
+            throw EntityExistsException(message, ZR_HERE);
+        case FaultKind::EntityValidation:
+            throw EntityValidationException(message, ZR_HERE);
     }
     throw ZR::ZRException(message, ZR_HERE);
 }

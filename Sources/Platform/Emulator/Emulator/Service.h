@@ -100,6 +100,38 @@ struct ModelServerSpec {
     std::string path;
     int major = 1;
     int minor = 0;
+    /// Whether browsing answers list it among the visible model servers.
+    bool visible = true;
+};
+
+/// A folder of the server's tree. Its id stays when it moves. The path ""
+/// stands for the root folder, whose id is "projectRoot": AddFolder then
+/// changes the root's settings.
+struct FolderSpec {
+    std::string path;  ///< "/a/b"; missing ancestors are made too
+    std::string id;    ///< made from the path if empty
+    /// The model server that new projects in it default to.
+    std::string defaultModelServer;
+    /// Nobody may create a folder in a locked folder (AccessDenied).
+    bool locked = false;
+    /// Login name to permission texts of the folder (the marks 2001 and
+    /// above: LibraryView, LibraryRead, LibraryModify, LibraryDelete).
+    std::map<std::string, std::vector<std::string>> permissions;
+};
+
+/// A library stored in a folder.
+struct LibrarySpec {
+    std::string path;  ///< "/Folder/Library"
+    std::string id{};  ///< generated if empty
+    std::map<std::string, std::vector<std::string>> permissions{};
+};
+
+/// A look-up of a project by path or id, as the server saw it.
+struct LookupRecord {
+    std::string serverUrl;
+    std::string user;
+    std::string op;   ///< GetProjectByPath or GetProjectById
+    std::string key;  ///< the path or id asked for
 };
 
 struct SessionSpec {
@@ -213,6 +245,24 @@ public:
     std::string AddUser(const std::string& serverUrl, const UserSpec& user);
     void AddModelServer(const std::string& serverUrl, const ModelServerSpec& modelServer);
     void AddFolder(const std::string& serverUrl, const std::string& path);
+
+    // Browsing: the folder tree, libraries and look-ups.
+    /// Answers the folder's id.
+    std::string AddFolder(const std::string& serverUrl, const FolderSpec& folder);
+    /// Empty if no folder stands at that path; "projectRoot" for "".
+    std::string GetFolderId(const std::string& serverUrl, const std::string& path) const;
+    /// The folder with everything under it goes to newPath; ids stay. The
+    /// new parent must exist and newPath must be free.
+    void MoveFolder(const std::string& serverUrl, const std::string& oldPath,
+                    const std::string& newPath);
+    /// Paths of the folders under path (all levels), in creation order.
+    std::vector<std::string> GetFolders(const std::string& serverUrl,
+                                        const std::string& path = "") const;
+    /// Answers the library's id.
+    std::string AddLibrary(const std::string& serverUrl, const LibrarySpec& library);
+    /// Project look-ups by path and id since the start or ClearLookups.
+    std::vector<LookupRecord> GetLookups() const;
+    void ClearLookups();
     /// Answers the project's id. The sessions and members it lists are added too.
     std::string AddProject(const std::string& serverUrl, const ProjectSpec& project);
     std::optional<UserSpec> FindUser(const std::string& serverUrl, const std::string& login) const;

@@ -103,7 +103,13 @@ private:
     int mStatus = kOk;
 };
 
-enum SpecialLocation : int { kTemporaryFolder = 0, kHomeFolder = 1, kUserDataFolder = 2 };
+enum SpecialLocation : int {
+    kTemporaryFolder = 0,
+    kHomeFolder = 1,
+    kUserDataFolder = 2,
+    /// Settings that follow the user: $XDG_CONFIG_HOME or ~/.config.
+    kRoamingProfileFolder = 9,
+};
 
 class IO_EXPORT FileSystem {
 public:
@@ -119,7 +125,8 @@ public:
     /// Deletes a file or link where one is expected: a folder answers
     /// kErrIsAFolder and stays, with all it holds. A held file answers kErrInUse.
     int DeleteFile(const Location& location) const;
-    /// Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or ~/.local/share).
+    /// Temporary folder ($TMPDIR or /tmp), home, user data ($XDG_DATA_HOME or
+    /// ~/.local/share), roaming profile ($XDG_CONFIG_HOME or ~/.config).
     int GetSpecialLocation(int which, Location* location) const;
 
     /// Stored files: written to a temporary file in the same folder, flushed

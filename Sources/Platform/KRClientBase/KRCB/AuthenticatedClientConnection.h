@@ -20,6 +20,14 @@ class AuthenticatedClientConnection;
 class AuthenticatedClientConnectionFactory;
 }  // namespace KRCB::Management
 
+namespace KRCB::Internal {
+struct ClientSession;
+/// The login of a connection, which clients made from it share. Throws
+/// SessionRequiredException while no session stands on it.
+std::shared_ptr<ClientSession> SessionOf(
+    const Management::AuthenticatedClientConnection& connection);
+}  // namespace KRCB::Internal
+
 namespace Communication {
 
 /// The secure channel under a connection.
@@ -74,6 +82,8 @@ public:
 private:
     friend class KRCB::Management::AuthenticatedClientConnection;
     friend class KRCB::Management::AuthenticatedClientConnectionFactory;
+    friend std::shared_ptr<KRCB::Internal::ClientSession> KRCB::Internal::SessionOf(
+        const KRCB::Management::AuthenticatedClientConnection& connection);
     /// What the server answered to the login; never changed once set.
     struct Login;
     PortalServerClient(const ZR::UniString& serverUrl, const ZR::UniString& sessionKey);
@@ -113,6 +123,8 @@ public:
 
 private:
     friend class AuthenticatedClientConnectionFactory;
+    friend std::shared_ptr<Internal::ClientSession> Internal::SessionOf(
+        const AuthenticatedClientConnection& connection);
     explicit AuthenticatedClientConnection(
         ZR::Ref<Kerrow::PortalServer::Client::PortalServerClient> client);
     ZR::Ref<Kerrow::PortalServer::Client::PortalServerClient> mClient;

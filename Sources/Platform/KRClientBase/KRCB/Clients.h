@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "IO/Location.h"
+#include "KRCB/AuthenticatedClientConnection.h"
 #include "KRCB/Entities.h"
 #include "KRCB/KRClientBaseExport.h"
 #include "Kerrow/ProjectMessages.h"
@@ -76,6 +77,26 @@ public:
     /// 0 or 1 usable; 2 read only; 3 refused. Other values are the server's own.
     std::int32_t GetProjectState(const ZR::UniString& projectId);
 
+    // Browsing.
+    /// The project at a path (any case) or of an id. A client remembers what
+    /// it found: a second look-up of the same path or id makes no call until
+    /// ResetProjectLookup. Throws EntityNotFoundException for none.
+    ZR::Ref<Entities::Project> GetProjectByPath(const ZR::UniString& projectPath);
+    ZR::Ref<Entities::Project> GetProjectById(const ZR::UniString& projectId);
+    /// Forgets what the look-ups found, for every client of this login.
+    void ResetProjectLookup();
+    /// Makes a folder named name in parent; newFolder receives it, with
+    /// parent's id as its parent id. Throws EntityExistsException,
+    /// EntityValidationException, AccessDeniedException.
+    void CreateProjectFolder(const ZR::Ref<Entities::ProjectFolder>& parent,
+                             const ZR::UniString& name,
+                             ZR::Ref<Entities::ProjectFolder>& newFolder);
+    /// The project keeps its id; its path takes the new last element. Throws
+    /// as CreateProjectFolder does.
+    void RenameProject(const ZR::UniString& projectId, const ZR::UniString& newName);
+    /// Appends the server's libraries to libraries.
+    void GetLibraries(ZR::PagedArray<ZR::Ref<Entities::Library>, 8>& libraries);
+
     /// For the emulator's transport and tests: the server's id of this login.
     const Internal::ClientSession& GetSession() const { return *mSession; }
 
@@ -107,6 +128,11 @@ private:
 
 class KRCB_EXPORT ResourceManagerClientFactory {
 public:
+    /// A client on the login of a connection (a login dialog's): no second
+    /// login. Throws SessionRequiredException if the server no longer knows
+    /// the login, or no session stands on the connection yet.
+    static ZR::Ref<ResourceManagerClient> Create(
+        const ZR::Ref<AuthenticatedClientConnection>& connection);
     /// Logs in with the server URL, user name and refresh token of a project location.
     static ZR::Ref<ResourceManagerClient> CreateAuthenticated(const IO::Location& location,
                                                               bool detailsWanted, bool cached);
@@ -118,6 +144,9 @@ public:
 
 class KRCB_EXPORT PortalServerClientFactory {
 public:
+    /// As ResourceManagerClientFactory's.
+    static ZR::Ref<PortalServerClient> Create(
+        const ZR::Ref<AuthenticatedClientConnection>& connection);
     /// Logs in; throws CreateSessionFailedException if the user can't.
     static ZR::Ref<PortalServerClient> Create(const ZR::UniString& serverUrl,
                                               const ZR::UniString& userName,
@@ -135,9 +164,14 @@ public:
     PortalServerNonTransactionalQueryGuard& operator=(
         const PortalServerNonTransactionalQueryGuard&) = delete;
 
+    /// Ends the guard's part of the query now; the destructor then does
+    /// nothing more. A second call does nothing.
+    void EndQuery();
+
 private:
     PortalServerClient& mClient;
     ZR::Ref<PortalServerClient> mHold;
+    bool mEnded = false;
 };
 
 /// Runs its function in its constructor, as one transaction of the server.

@@ -54,6 +54,8 @@ KRCB_EXPORT bool FileNameDecode(const ZR::UniString& encoded, ZR::UniString& nam
 /// A project path's elements: "/a/b/c" gives "a", "b", "c".
 KRCB_EXPORT void GetProjectPathElements(const ZR::UniString& path,
                                         ZR::Array<ZR::UniString>& elements);
+/// The path of the folder that holds what stands at path: "/a/b" gives "/a",
+/// "/a" gives the empty path of the root folder, as does the empty path.
 KRCB_EXPORT ZR::UniString GetParentFolderPath(const ZR::UniString& path);
 
 namespace Management {
@@ -62,6 +64,10 @@ KRCB_EXPORT ZR::UniString GetProjectName(const ZR::UniString& projectPath);
 /// Appends "/name" to path, with one "/" between them however either side
 /// is written ("/a/" and "/b" give "/a/b"). An empty name leaves path as it is.
 KRCB_EXPORT void AppendToResourcePath(const ZR::UniString& name, ZR::UniString& path);
+/// Whether the server can take name as the name of a folder, project or
+/// library: not empty, at most 255 bytes, no blank at either end, not "." or
+/// "..", and none of the characters / \ : * ? " < > | or a control character.
+KRCB_EXPORT bool IsResourceNameValid(const ZR::UniString& name);
 }  // namespace Management
 
 }  // namespace KRCB

@@ -191,6 +191,8 @@ public:
     void SetForcedOffline(bool offline);
     /// Login names of the users whose clients are online on this server.
     void GetOnlineUsers(ZR::Array<ZR::UniString>& users) const;
+    /// Whether the user of that login name (any case) is among them.
+    bool IsOnline(const ZR::UniString& userName) const;
 
     /// Registers again (after the server was down, or with a new token) and
     /// joins the project it had joined.

@@ -12,36 +12,45 @@
 
 /// X(name, area): the operation's name is its text; its area groups it
 /// with its handlers.
-#define KRCB_OPERATIONS(X)            \
-    X(Login, Logins)                  \
-    X(CreateSessionWithState, Logins) \
-    X(IsAuthorizationPending, Logins) \
-    X(Query, Users)                   \
-    X(GetCurrentUserId, Users)        \
-    X(GetUser, Users)                 \
-    X(GetUserImage, Users)            \
-    X(GetUsersByIds, Users)           \
-    X(GetProjectIdByPath, Projects)   \
-    X(GetResourceById, Projects)      \
-    X(OpenProjectClient, Projects)    \
-    X(GetProjectState, Projects)      \
-    X(GetUserPermissions, Projects)   \
-    X(GetSessions, Sessions)          \
-    X(CreateSession, Sessions)        \
-    X(GetSessionAttribute, Sessions)  \
-    X(SetSessionAttribute, Sessions)  \
-    X(GetProjectMembers, Members)     \
-    X(SignalConnect, Signals)         \
-    X(SignalDisconnect, Signals)      \
-    X(SignalJoinProject, Signals)     \
-    X(SendInternalSignal, Signals)    \
-    X(SendSignal, Signals)            \
-    X(GetPresenceState, Signals)      \
-    X(SetPresenceState, Signals)      \
-    X(IsOnline, Signals)              \
-    X(IsForcedOffline, Signals)       \
-    X(SetForcedOffline, Signals)      \
-    X(GetOnlineUsers, Signals)        \
+#define KRCB_OPERATIONS(X)                   \
+    X(Login, Logins)                         \
+    X(CreateSessionWithState, Logins)        \
+    X(IsAuthorizationPending, Logins)        \
+    X(Query, Users)                          \
+    X(GetCurrentUserId, Users)               \
+    X(GetUser, Users)                        \
+    X(GetUserImage, Users)                   \
+    X(GetUsersByIds, Users)                  \
+    X(GetProjectIdByPath, Projects)          \
+    X(GetResourceById, Projects)             \
+    X(OpenProjectClient, Projects)           \
+    X(GetProjectState, Projects)             \
+    X(GetUserPermissions, Projects)          \
+    X(GetSessions, Sessions)                 \
+    X(CreateSession, Sessions)               \
+    X(GetSessionAttribute, Sessions)         \
+    X(SetSessionAttribute, Sessions)         \
+    X(GetProjectMembers, Members)            \
+    X(SignalConnect, Signals)                \
+    X(SignalDisconnect, Signals)             \
+    X(SignalJoinProject, Signals)            \
+    X(SendInternalSignal, Signals)           \
+    X(SendSignal, Signals)                   \
+    X(GetPresenceState, Signals)             \
+    X(SetPresenceState, Signals)             \
+    X(IsOnline, Signals)                     \
+    X(IsForcedOffline, Signals)              \
+    X(SetForcedOffline, Signals)             \
+    X(GetOnlineUsers, Signals)               \
+    X(OpenClient, Browsing)                  \
+    X(GetPartialFolderTree, Browsing)        \
+    X(GetFolderWithChildFolders, Browsing)   \
+    X(GetFolderWithChildResources, Browsing) \
+    X(CreateProjectFolder, Browsing)         \
+    X(RenameProject, Browsing)               \
+    X(GetLibraries, Browsing)                \
+    X(GetProjectByPath, Browsing)            \
+    X(GetProjectById, Browsing)              \
     KRCB_MAIL_OPERATIONS(X)
 
 /// The mail server's operations, the mailbox monitor's only calls.
@@ -76,7 +85,10 @@
     X(InternalError)                   \
     X(ForcedOffline)                   \
     X(ClientConnection)                \
-    X(ProjectManagerClient)
+    X(ProjectManagerClient)            \
+    X(AccessDenied)                    \
+    X(EntityExists)                    \
+    X(EntityValidation)
 
 namespace KRCB::Internal {
 
@@ -90,7 +102,7 @@ KRCB_OPERATIONS(KRCB_OPERATION_NAME)
 /// The areas operations are grouped in. Logins need no login; the signal
 /// channel's operations run under the user a signal client names; the
 /// mail server's under a login, as the others.
-enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals, Mail };
+enum class OpArea { Logins, Users, Projects, Sessions, Members, Signals, Browsing, Mail };
 
 struct OperationInfo {
     std::string_view name;

@@ -36,6 +36,12 @@ KERROW_DECLARE_EXCEPTION(ConnectionFailedException, PortalServerClientException)
 KERROW_DECLARE_EXCEPTION(PortalServerErrorResponseException, PortalServerClientException)
 KERROW_DECLARE_EXCEPTION(NotInCompanyResponseException, PortalServerClientException)
 KERROW_DECLARE_EXCEPTION(GeneralErrorResponseException, PortalServerClientException)
+/// The user may not do this to this folder, project or library.
+KERROW_DECLARE_EXCEPTION(AccessDeniedException, PortalServerClientException)
+/// Something of that name stands there already.
+KERROW_DECLARE_EXCEPTION(EntityExistsException, PortalServerClientException)
+/// The server refused a value: a name it can't take.
+KERROW_DECLARE_EXCEPTION(EntityValidationException, PortalServerClientException)
 
 }  // namespace Kerrow::PortalServer::Client
 

@@ -2,7 +2,7 @@
 // What the handlers of the operations share. There is one handler per
 // operation of the transport's list, named Handle<operation> and defined in
 // the file of its area (Logins.cpp, Users.cpp, Projects.cpp, Sessions.cpp,
-// Members.cpp, Signals.cpp); the dispatch table is made from the same list,
+// Members.cpp, Signals.cpp, Browsing.cpp); the dispatch table is made from the same list,
 // so an operation without a handler doesn't link.
 
 #include <functional>

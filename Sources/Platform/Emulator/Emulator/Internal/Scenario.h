@@ -73,6 +73,9 @@ void ReadUsers(State& state, Server& server, const Value& list, const std::strin
 void ReadProjects(State& state, Server& server, const Value& list, const std::string& path);
 void ReadStateLogins(State& state, Server& server, const Value& list, const std::string& path);
 void ReadMailboxes(State& state, Server& server, const Value& list, const std::string& path);
+void ReadFolders(State& state, Server& server, const Value& list, const std::string& path);
+void ReadRootFolder(State& state, Server& server, const Value& value, const std::string& path);
+void ReadLibraries(State& state, Server& server, const Value& list, const std::string& path);
 
 /// withSecrets: passwords, tokens and picture bytes; without them a picture
 /// is "hasPicture": true.
@@ -81,6 +84,10 @@ Data WriteUsers(const Server& server, bool withSecrets);
 Data WriteProjects(const Server& server);
 Data WriteStateLogins(const Server& server, bool withSecrets);
 Data WriteMailboxes(const Server& server);
+Data WriteFolders(const Server& server);
+/// The root folder's settings; an empty object if it has none.
+Data WriteRootFolder(const Server& server);
+Data WriteLibraries(const Server& server);
 
 /// Appends a member known to be new: the ordered object's own insert
 /// compares the key with every member first.

@@ -65,6 +65,26 @@ struct User {
     std::vector<std::string> issuedTokens;
 };
 
+/// A folder of the tree; the root stands first in Server::folders.
+struct Folder {
+    std::string id;
+    std::string path;  ///< "" for the root
+    std::string parentId;
+    std::string defaultModelServer;
+    bool locked = false;
+    /// Made as the ancestor of another; not written to a scenario.
+    bool implicit = false;
+    std::map<std::string, std::vector<std::string>> permissions;
+};
+
+struct Library {
+    std::string id;
+    std::string path;
+    std::map<std::string, std::vector<std::string>> permissions;
+};
+
+inline constexpr const char* kRootFolderId = "projectRoot";
+
 struct SignalClientEntry {
     std::string id;
     std::string user;
@@ -103,7 +123,8 @@ struct Server {
     bool down = false;
     std::vector<User> users;
     std::vector<ModelServerSpec> modelServers;
-    std::vector<std::string> folders;
+    std::vector<Folder> folders;  ///< the root first; parents before children
+    std::vector<Library> libraries;
     std::vector<Project> projects;
     std::vector<SignalClientEntry> clients;
     std::map<std::string, std::string> logins;  ///< login id to login name
@@ -116,8 +137,13 @@ struct Server {
     std::unordered_map<std::string, std::size_t> userByLogin;
     std::unordered_map<std::string, std::size_t> userById;
     std::unordered_map<std::string, std::size_t> modelServerById;
-    std::unordered_set<std::string> folderPaths;
+    std::unordered_map<std::string, std::size_t> folderByPath;
     std::unordered_map<std::string, std::size_t> folderById;
+    /// By folder id: its sub-folders, projects and libraries, as places.
+    std::unordered_map<std::string, std::vector<std::size_t>> subFolders;
+    std::unordered_map<std::string, std::vector<std::size_t>> folderProjects;
+    std::unordered_map<std::string, std::vector<std::size_t>> folderLibraries;
+    std::unordered_map<std::string, std::size_t> libraryById;
     std::unordered_map<std::string, std::size_t> projectByPath;
     std::unordered_map<std::string, std::size_t> projectById;
     std::unordered_map<std::string, std::string> sessionProject;
@@ -193,6 +219,7 @@ struct State {
     /// Whether a change of a project's members sends signal 1 to its clients.
     bool memberSignals = true;
     std::vector<MailRequestRecord> mailRequests;
+    std::vector<LookupRecord> lookups;
 
     // Under the lock.
     std::uint64_t Next();
@@ -216,6 +243,17 @@ struct State {
     std::string AddUser(Server& server, UserSpec spec);
     void AddModelServer(Server& server, const ModelServerSpec& spec);
     void AddFolder(Server& server, const std::string& path);
+    // Browsing (BrowseState.cpp).
+    std::string AddFolder(Server& server, const FolderSpec& spec);
+    Folder* FindFolderByPath(Server& server, const std::string& path);
+    Folder* FindFolderById(Server& server, const std::string& id);
+    /// The folder at path, made (implicit, with its ancestors) if missing.
+    Folder& EnsureFolder(Server& server, const std::string& path);
+    void MoveFolder(Server& server, const std::string& oldPath, const std::string& newPath);
+    std::string AddLibrary(Server& server, const LibrarySpec& spec);
+    /// Rebuilds the folder, project-in-folder and library indexes.
+    void ReindexBrowsing(Server& server);
+    static void MakeRootFolder(Server& server);
     std::string AddProject(Server& server, const ProjectSpec& spec);
     std::string AddSession(Server& server, Project& project, const SessionSpec& spec);
     /// The member's short id; the user becomes a member with the next one.

@@ -32,6 +32,9 @@ struct ClientSession {
 
     std::mutex cacheMutex;
     std::map<std::string, ZR::Ref<Management::Entities::User>> userCache;
+    /// Projects the look-ups found: by case-folded path and by id.
+    std::map<std::string, ZR::Ref<Management::Entities::Project>> projectsByPath;
+    std::map<std::string, ZR::Ref<Management::Entities::Project>> projectsById;
 
     /// A request of this login.
     Request MakeRequest(const char* op, Data params = Data::object()) const {

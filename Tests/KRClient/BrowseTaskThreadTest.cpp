@@ -1,0 +1,340 @@
+// The browsing tasks on worker threads against the emulated service: the
+// frame's delivery (task ids compared at delivery, observers that are gone),
+// and each road of each task to its outcome, error number, log line and
+// server calls.
+
+#include <gtest/gtest.h>
+
+#include "KRCB/AuthenticatedClientConnection.h"
+#include "KRCB/Clients.h"
+#include "KRClient/LoginFixture.h"
+#include "KRClient/UserInterface/CreateProjectFolderTask.h"
+#include "KRClient/UserInterface/DataQueryTask.h"
+#include "KRClient/UserInterface/LibrariesQueryTask.h"
+#include "KRClient/UserInterface/RenameProjectTask.h"
+#include "Support/EmulatorFixture.h"
+#include "Support/LibraryTest.h"
+#include "ZR/MessageLoop.h"
+
+namespace {
+
+using namespace krtest;
+using namespace KRC::UI;
+using Emulator::FaultKind;
+using KRCB::DataQuery::DataQueryResult;
+using KRCB::Management::Entities::Project;
+using KRCB::Management::Entities::ProjectFolder;
+namespace Op = Emulator::Op;
+
+// What an observer heard, one text per callback: "ok", "failed 2 name", ...
+struct Heard {
+    std::vector<std::string> events;
+    unsigned int id = 0;
+};
+
+class QueryObserver : public DataQuery::IDataQueryEventObserver, public Heard {
+public:
+    void OnDataQuerySucceeded(ZR::Ref<DataQueryResult>& r) override {
+        result = r;
+        events.push_back("ok");
+    }
+    void OnDataQueryFailed() override { events.push_back("failed"); }
+    void OnDataQueryInterrupted() override { events.push_back("interrupted"); }
+    unsigned int GetTaskId() override { return id; }
+    ZR::Ref<DataQueryResult> result;
+};
+
+class CreateObserver : public ICreateProjectFolderTaskEventObserver, public Heard {
+public:
+    void OnProjectFolderCreationSucceeded(
+        const ZR::Ref<CreateProjectFolderTaskResult>& r) override {
+        result = r;
+        events.push_back("ok");
+    }
+    void OnProjectFolderCreationFailed(ErrorCode code, const ZR::UniString& name) override {
+        events.push_back("failed " + std::to_string(code) + " " + name.Std());
+    }
+    void OnProjectFolderCreationInterrupted() override { events.push_back("interrupted"); }
+    unsigned int GetTaskId() override { return id; }
+    ZR::Ref<CreateProjectFolderTaskResult> result;
+};
+
+class RenameObserver : public IRenameProjectTaskEventObserver, public Heard {
+public:
+    void OnRenameProjectSucceeded(const ZR::Ref<Project>& p, const ZR::UniString& old) override {
+        events.push_back("ok " + p->GetId().Std() + " " + old.Std());
+    }
+    void OnRenameProjectFailed(ErrorCode code, const ZR::Ref<Project>& p,
+                               const ZR::UniString& name) override {
+        events.push_back("failed " + std::to_string(code) + " " + p->GetId().Std() + " " +
+                         name.Std());
+    }
+    void OnRenameProjectInterrupted() override { events.push_back("interrupted"); }
+    unsigned int GetTaskId() override { return id; }
+};
+
+class LibrariesObserver : public ILibrariesQueryTaskEventObserver, public Heard {
+public:
+    void OnLibrariesQuerySucceeded(const ZR::Ref<LibrariesQueryTaskResult>& r) override {
+        events.push_back("ok " + std::to_string(r->libraries.GetSize()) + " " +
+                         r->serverInfo->friendlyName.Std());
+    }
+    void OnLibrariesQueryFailed(ErrorCode code) override {
+        events.push_back("failed " + std::to_string(code));
+    }
+    void OnLibrariesQueryInterrupted() override { events.push_back("interrupted"); }
+    unsigned int GetTaskId() override { return id; }
+};
+
+class BrowseTaskThreadTest : public LibraryTest {
+protected:
+    BrowseTaskThreadTest() {
+        service->SetPermissions(kServer, kProjectPath, "anna",
+                                {"ReadProject", "AdministerProject"});
+        connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
+            kServer, "anna", password, false, false, 0);
+    }
+    // Runs the task on a worker, then what it posted on the loop.
+    void Run(ZR::Runnable& task) {
+        service->ResetCounts();
+        RunOnWorker(task);
+        ZR::MessageLoop::RunPending();
+    }
+    ZR::Ref<DataQueryResult> Tree(const char* path = "/Projects") {
+        return ZR::Ref<KRCB::DataQuery::PartialFolderTreeResult>::Make(
+            path, true, false, false, KRCB::Management::QueriedFolderResources, false, false, false,
+            true, true);
+    }
+    std::string Logged() const { return log.GetText(); }
+
+    EmulatedService service;
+    ZR::MessageLoop::Scope loop;
+    const ZR::UniString password =
+        Kerrow::PortalServer::Client::PasswordEncrypter::Encrypt("pw-anna");
+    ZR::Ref<KRCB::Management::AuthenticatedClientConnection> connection;
+};
+
+TEST_F(BrowseTaskThreadTest, OnlyTheTaskIdAtDeliveryReachesALivingObserver) {
+    QueryObserver observer;
+    observer.id = 8;
+    DataQuery::DataQueryTask seven(connection, 7, &observer, Tree());
+    auto eight = Tree();
+    DataQuery::DataQueryTask task8(connection, 8, &observer, eight);
+    RunOnWorker(task8);
+    RunOnWorker(seven);
+    ZR::MessageLoop::RunPending();
+    EXPECT_EQ(observer.events, (std::vector<std::string>{"ok"}));
+    EXPECT_EQ(observer.result, eight);
+
+    // The id counts when the outcome is delivered, not when it is posted.
+    DataQuery::DataQueryTask nine(connection, 9, &observer, Tree());
+    observer.id = 9;
+    RunOnWorker(nine);
+    observer.id = 10;
+    ZR::MessageLoop::RunPending();
+    EXPECT_EQ(observer.events.size(), 1u);
+
+    // An observer gone before delivery is never touched (the sanitizers watch).
+    auto gone = std::make_unique<QueryObserver>();
+    gone->id = 11;
+    DataQuery::DataQueryTask eleven(connection, 11, gone.get(), Tree());
+    RunOnWorker(eleven);
+    gone.reset();
+    EXPECT_EQ(ZR::MessageLoop::RunPending(), 1u);
+}
+
+TEST_F(BrowseTaskThreadTest, DataQueryTaskPostsOneOutcomeAndLogsOnlyFailures) {
+    const struct {
+        const char* op;  // faulted; null: none
+        FaultKind kind;
+        bool emptyResult;
+        const char* event;
+        const char* logged;  // in the log; null: nothing logged
+    } rows[] = {
+        {nullptr, FaultKind::ZRException, false, "ok", nullptr},
+        {Op::kGetPartialFolderTree, FaultKind::InterruptedIO, false, "interrupted", nullptr},
+        {Op::kQuery, FaultKind::Interrupted, false, "interrupted", nullptr},
+        {Op::kOpenClient, FaultKind::ZRException, false, "failed", "ZRException: emulated failure"},
+        {Op::kGetPartialFolderTree, FaultKind::AccessDenied, false, "failed",
+         "AccessDeniedException: emulated failure"},
+        {Op::kGetPartialFolderTree, FaultKind::Foreign, false, "failed", "unexpected exception"},
+        {nullptr, FaultKind::ZRException, true, "failed",
+         "NullReferenceException: Null reference."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.event + std::string(row.op ? row.op : ""));
+        log.Clear();
+        if (row.op) service->FailNext(row.op, {row.kind});
+        QueryObserver observer;
+        observer.id = 1;
+        auto shared = connection;  // the task's reference goes by the end of Run
+        DataQuery::DataQueryTask task(shared, 1, &observer,
+                                      row.emptyResult ? ZR::Ref<DataQueryResult>() : Tree());
+        Run(task);
+        EXPECT_EQ(observer.events, std::vector<std::string>{row.event});
+        EXPECT_EQ(connection.Std().use_count(), 2);
+        if (row.logged) {
+            EXPECT_EQ(Logged().rfind("DataQueryTask failed: ", 0), 0u) << Logged();
+            EXPECT_NE(Logged().find(row.logged), std::string::npos) << Logged();
+        } else
+            EXPECT_EQ(Logged(), "");
+        service->ClearFaults();
+    }
+}
+
+TEST_F(BrowseTaskThreadTest, FolderCreationChecksNamesFirstAndReadsTheChainBack) {
+    auto client = KRCB::Management::ResourceManagerClientFactory::Create(connection);
+    ProjectFolder::Fields fields;
+    fields.id = service->GetFolderId(kServer, "/Projects").c_str();
+    fields.path = "/Projects";
+    auto parent = ZR::Ref<ProjectFolder>::Make(fields);
+    using Names = ZR::Array<ZR::UniString>;
+    const struct {
+        Names names;
+        std::array<bool, 6> flags;
+        const char* op;  // faulted; null: none
+        FaultKind kind;
+        const char* event;
+        int logins, creations, readBacks;
+    } rows[] = {
+        {{"A", "b:c", "D"}, {}, nullptr, {}, "failed 2 b:c", 0, 0, 0},
+        {{"A", "B", "C"}, {true, false, false, false, false, true}, nullptr, {}, "ok", 1, 3, 1},
+        {{"A"}, {}, nullptr, {}, "failed 1 A", 1, 1, 0},  // A stands since the row above
+        {{"X"}, {false, false, false, true, false, false}, nullptr, {}, "ok", 1, 1, 1},
+        {{"X5"}, {false, false, false, false, true, false}, nullptr, {}, "ok", 1, 1, 1},
+        {{"Y"}, {}, nullptr, {}, "ok", 1, 1, 0},
+        {{"Z"}, {}, Op::kLogin, FaultKind::ConnectionFailed, "failed 0 ", 1, 0, 0},
+        {{"Z"}, {}, Op::kOpenClient, FaultKind::InterruptedIO, "interrupted", 1, 0, 0},
+        {{"Z", "W"}, {}, Op::kCreateProjectFolder, FaultKind::AccessDenied, "failed 3 Z", 1, 1, 0},
+        {{"Z"}, {}, Op::kCreateProjectFolder, FaultKind::EntityValidation, "failed 2 Z", 1, 1, 0},
+        {{"Z"}, {}, Op::kCreateProjectFolder, FaultKind::EntityNotFound, "failed 4 Z", 1, 1, 0},
+        {{"V", "U"}, {true}, Op::kGetPartialFolderTree, FaultKind::Foreign, "failed 4 U", 1, 2, 1},
+        {{"T"}, {}, Op::kLogin, FaultKind::Foreign, nullptr, 1, 0, 0},  // leaves Run: nothing
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.names[0].Std() + " " + (row.event ? row.event : "none"));
+        if (row.op) service->FailNext(row.op, {row.kind});
+        CreateObserver observer;
+        observer.id = 3;
+        const auto& f = row.flags;
+        CreateProjectFolderTask task(kServer, "anna", password, parent, row.names, 3, &observer,
+                                     f[0], f[1], f[2], f[3], f[4], f[5]);
+        service->ResetCounts();
+        std::exception_ptr left;
+        std::thread worker([&] {
+            try {
+                task.Run();
+            } catch (...) {
+                left = std::current_exception();
+            }
+        });
+        worker.join();
+        EXPECT_EQ(static_cast<bool>(left), row.event == nullptr);
+        ZR::MessageLoop::RunPending();
+        EXPECT_EQ(observer.events,
+                  row.event ? std::vector<std::string>{row.event} : std::vector<std::string>{});
+        EXPECT_EQ(service->CallCount(Op::kLogin), row.logins);
+        EXPECT_EQ(service->CallCount(Op::kCreateProjectFolder), row.creations);
+        EXPECT_EQ(service->CallCount(Op::kGetPartialFolderTree), row.readBacks);
+        if (row.names.GetSize() == 3 && observer.result) {
+            ASSERT_EQ(observer.result->createdFolders.GetSize(), 3u);
+            EXPECT_EQ(observer.result->createdFolders[2]->GetPath(false), "/Projects/A/B/C");
+            EXPECT_EQ(observer.result->createdFolders[1]->GetParentFolderId(),
+                      observer.result->createdFolders[0]->GetId());
+            auto* tree = dynamic_cast<KRCB::DataQuery::PartialFolderTreeResult*>(
+                observer.result->treeResult.Get());
+            ASSERT_TRUE(tree);
+            EXPECT_EQ(tree->GetFullPathQueried(), "/Projects/A/B/C");
+        } else if (observer.result && (f[3] || f[4])) {
+            // The fifth flag goes on sixth, the fourth to nobody.
+            ASSERT_TRUE(observer.result->treeResult);
+            const auto& options = observer.result->treeResult->GetOptions();
+            EXPECT_EQ(options.visibleModelServers, f[4]);
+            EXPECT_FALSE(options.librariesPermissions || options.projects || options.libraries ||
+                         options.foldersPermissions);
+        } else if (observer.result) {
+            EXPECT_FALSE(observer.result->treeResult);
+        }
+        service->ClearFaults();
+    }
+    EXPECT_THROW(CreateProjectFolderTask(kServer, "anna", password, nullptr, "A", 1, nullptr, false,
+                                         false, false, false, false, false),
+                 ZR::IllegalArgumentException);
+    EXPECT_THROW(CreateProjectFolderTask(kServer, "anna", password, parent, Names{}, 1, nullptr,
+                                         false, false, false, false, false, false),
+                 ZR::IllegalArgumentException);
+    EXPECT_EQ(log.GetText(), "");
+}
+
+TEST_F(BrowseTaskThreadTest, RenameComparesExactlyAndMapsRefusalsToTheirNumbers) {
+    service->AddFolder(kServer, "/Projects/Barn");
+    KRCB::Management::Entities::Resource::Fields fields;
+    fields.id = kProjectId;
+    fields.path = kProjectPath;
+    auto house = ZR::Ref<Project>::Make(fields, "", ZR::HashSet<ZR::UniString>());
+    const struct {
+        const char* name;
+        const char* op;
+        FaultKind kind;
+        const char* event;
+        int logins, renames;
+    } rows[] = {
+        {"House", nullptr, {}, "ok prj-house House", 0, 0},
+        {"a/b", nullptr, {}, "failed 2 prj-house a/b", 0, 0},
+        {"barn", nullptr, {}, "failed 1 prj-house barn", 1, 1},
+        {"Home", Op::kLogin, FaultKind::CreateSessionFailed, "failed 0 prj-house Home", 1, 0},
+        {"Home", Op::kRenameProject, FaultKind::AccessDenied, "failed 3 prj-house Home", 1, 1},
+        {"Home", Op::kQuery, FaultKind::Interrupted, "interrupted", 1, 0},
+        {"Home", Op::kRenameProject, FaultKind::ZRException, "failed 4 prj-house Home", 1, 1},
+        {"HOUSE", nullptr, {}, "ok prj-house House", 1, 1},  // case alone is a rename
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (row.op) service->FailNext(row.op, {row.kind});
+        RenameObserver observer;
+        RenameProjectTask task(kServer, "anna", password, house, row.name, 0, &observer);
+        Run(task);
+        EXPECT_EQ(observer.events, std::vector<std::string>{row.event});
+        EXPECT_EQ(service->CallCount(Op::kLogin), row.logins);
+        EXPECT_EQ(service->CallCount(Op::kRenameProject), row.renames);
+        service->ClearFaults();
+    }
+    EXPECT_EQ(service->GetProjectId(kServer, "/Projects/HOUSE"), kProjectId);
+    EXPECT_EQ(house->GetName(), "House");  // the object given is not changed
+    EXPECT_THROW(RenameProjectTask(kServer, "anna", password, nullptr, "x", 0, nullptr),
+                 ZR::IllegalArgumentException);
+}
+
+TEST_F(BrowseTaskThreadTest, LibrariesQueryKeepsItsConnectionAndHasItsOwnNumbers) {
+    const struct {
+        const char* op;
+        FaultKind kind;
+        const char* event;
+    } rows[] = {
+        {nullptr, {}, "ok 0 Portal"},
+        {Op::kGetLibraries, FaultKind::AccessDenied, "failed 1"},
+        {Op::kOpenClient, FaultKind::SessionRequired, "failed 0"},
+        {Op::kGetLibraries, FaultKind::EntityNotFound, "failed 2"},
+        {Op::kGetLibraries, FaultKind::InterruptedIO, "interrupted"},
+        {Op::kOpenClient, FaultKind::Interrupted, "interrupted"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.event);
+        if (row.op) service->FailNext(row.op, {row.kind});
+        LibrariesObserver observer;
+        {
+            LibrariesQueryTask task(connection, 0, &observer);
+            Run(task);
+            EXPECT_EQ(connection.Std().use_count(), 2);  // until the task goes
+        }
+        EXPECT_EQ(observer.events, std::vector<std::string>{row.event});
+        service->ClearFaults();
+    }
+    service->AddLibrary(kServer, {"/Parts/Bolts"});
+    LibrariesObserver observer;
+    LibrariesQueryTask task(connection, 0, &observer);
+    Run(task);
+    EXPECT_EQ(observer.events, std::vector<std::string>{"ok 1 Portal"});
+}
+
+}  // namespace
