@@ -41,3 +41,18 @@ void operator delete(void* p, std::size_t) noexcept {
 void operator delete[](void* p, std::size_t) noexcept {
     std::free(p);
 }
+// The nothrow forms too (std::stable_partition's buffer uses them), so that
+// every block the plain deletes free came from malloc.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (tLargest && size > *tLargest) *tLargest = size;
+    return std::malloc(size ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+void operator delete(void* p, const std::nothrow_t&) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
+    std::free(p);
+}
