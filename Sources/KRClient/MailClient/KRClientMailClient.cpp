@@ -118,7 +118,8 @@ void MailClient::NotifyMailListChanged(const MailboxChanges& changes) {
     KRCB::Mailbox::MailboxMonitor* monitor = Monitor();
     if (!monitor || !monitor->IsRunning()) return;
     ForEachObserver([&](ZR::TS::EventObserver* observer) {
-        if (auto* o = dynamic_cast<MailClientObserver*>(observer)) o->MailListChanged(*this, changes);
+        if (auto* o = dynamic_cast<MailClientObserver*>(observer))
+            o->MailListChanged(*this, changes);
     });
 }
 
@@ -177,8 +178,8 @@ void MailClient::MailboxChanged(ZR::Ref<MailboxChange>& change) {
     {
         Guard guard(mLock);
         changed |= Merge(c.GetInboxCreatedMails(), c.GetInboxUpdatedMails(),
-                         c.GetInboxDeletedMails(), c.GetInboxRevisionFrom(),
-                         c.GetInboxRevisionTo(), mInbox->revision, mInbox->mails, mInbox->deleted);
+                         c.GetInboxDeletedMails(), c.GetInboxRevisionFrom(), c.GetInboxRevisionTo(),
+                         mInbox->revision, mInbox->mails, mInbox->deleted);
         changed |= Merge(c.GetSentCreatedMails(), c.GetSentUpdatedMails(), c.GetSentDeletedMails(),
                          c.GetSentRevisionFrom(), c.GetSentRevisionTo(), mSent->revision,
                          mSent->mails, mSent->deleted);

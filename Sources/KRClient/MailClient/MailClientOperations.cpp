@@ -45,17 +45,17 @@ private:
     MailClient* mClient;
 };
 
-#define KRC_CHANGE_CONFIRMED(Name, Forget)                                             \
-    class MailClient::Name : public KRCB::Mailbox::MailboxEventHandler {               \
-    public:                                                                            \
-        Name(Ids ids, MailClient* client) : mIds(std::move(ids)), mClient(client) {}   \
-        void OnSuccess() override { mClient->Forget(mIds); }                           \
-        void OnCancel() override {}                                                    \
-        void OnFailure(Failure&) override {}                                           \
-                                                                                       \
-    private:                                                                           \
-        Ids mIds;                                                                      \
-        MailClient* mClient;                                                           \
+#define KRC_CHANGE_CONFIRMED(Name, Forget)                                           \
+    class MailClient::Name : public KRCB::Mailbox::MailboxEventHandler {             \
+    public:                                                                          \
+        Name(Ids ids, MailClient* client) : mIds(std::move(ids)), mClient(client) {} \
+        void OnSuccess() override { mClient->Forget(mIds); }                         \
+        void OnCancel() override {}                                                  \
+        void OnFailure(Failure&) override {}                                         \
+                                                                                     \
+    private:                                                                         \
+        Ids mIds;                                                                    \
+        MailClient* mClient;                                                         \
     };
 KRC_CHANGE_CONFIRMED(InboxMailSetToCompleted, DeleteInboxToCompleteChanges)
 KRC_CHANGE_CONFIRMED(InboxMailSetToRead, DeleteInboxToReadChanges)
