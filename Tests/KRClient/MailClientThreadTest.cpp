@@ -1,0 +1,138 @@
+// The mail client under threads: the monitor delivering, requests ending on
+// the monitor's side, the host calling, the message loop running cancelled
+// tasks, and Close and destruction racing all of them. Each round has a
+// bound; a round past it means a deadlock and ends the process.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+
+#include "MailClientFixture.h"
+
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
+namespace krtest::mailclient {
+namespace {
+
+using Ids = KRC::MailClient::Ids;
+constexpr auto kBound = std::chrono::seconds(30);
+
+// Aborts the process if the round does not end within the bound: a deadlock
+// can't be failed any other way.
+class Watchdog {
+public:
+    explicit Watchdog(const char* what)
+        : mThread([this, what] {
+              std::unique_lock<std::mutex> lock(mMutex);
+              if (!mDone.wait_for(lock, kBound, [&] { return mOver; })) {
+                  std::fprintf(stderr, "deadlock: %s did not end within the bound\n", what);
+                  std::abort();
+              }
+          }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mOver = true;
+        }
+        mDone.notify_all();
+        mThread.join();
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mDone;
+    bool mOver = false;
+    std::thread mThread;
+};
+
+TEST(MailClientThreadTest, CloseAndDestructionRaceDeliveriesHostCallsAndRequestEnds) {
+    for (int round = 0; round < 20; ++round) {
+        Watchdog watchdog("a round of close against deliveries");
+        MailClientHarness h;
+        h.KnowUser();
+        std::atomic<bool> stop{false}, stopHost{false};
+        KRC::MailClient* client = h.client.get();
+        std::atomic<int> delivered{0};
+        // The monitor's thread: changes, status, contact lists.
+        std::thread monitor([&] {
+            std::uint64_t revision = 0;
+            for (int i = 0; !stop && i < 2000; ++i) {
+                std::string id = "m" + std::to_string(i % 50);
+                h.monitor.Deliver(ScriptedMailboxMonitor::Change(
+                    {.created = {ServerMail(id)}, .from = revision, .to = revision + 1},
+                    {.created = {ServerMail("s" + id)}, .from = revision, .to = revision + 1}));
+                ++revision;
+                h.monitor.SetStatus(i % 3 != 0);
+                ++delivered;
+            }
+        });
+        // The monitor's side ending requests as they come.
+        std::thread ender([&] {
+            std::size_t next = 0;
+            while (!stop) {
+                auto count = h.monitor.Requests().size();
+                for (; next < count; ++next) {
+                    if (next % 2)
+                        h.monitor.Succeed(next);
+                    else
+                        h.monitor.Fail(next, "no");
+                }
+                std::this_thread::yield();
+            }
+        });
+        // The host.
+        std::thread host([&] {
+            for (int i = 0; !stopHost; ++i) {
+                std::string id = "m" + std::to_string(i % 50);
+                client->SetInboxMailsRead(Ids{ZR::UniString(id)}, h.CallerTask());
+                client->DeleteSentMail(ZR::UniString("s" + id), h.CallerTask());
+                ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
+                client->SendMail(mail, KRC::MailClient::Task());
+                (void)client->GetAllMails();
+            }
+        });
+        while (delivered < 5 * (round % 4 + 1)) {
+            ZR::MessageLoop::RunPending();
+            std::this_thread::yield();
+        }
+        // The host calls while Close runs, but never on a destroyed client.
+        if (round % 2) {
+            client->Close();
+            stopHost = true;
+            host.join();
+        } else {
+            stopHost = true;
+            host.join();
+            h.client.reset();
+        }
+        stop = true;
+        monitor.join();
+        ender.join();
+        ZR::MessageLoop::RunPending();
+    }
+}
+
+TEST(MailClientThreadTest, DestructionWaitsForAHandlerRunningOnAnotherThread) {
+    for (int round = 0; round < 20; ++round) {
+        Watchdog watchdog("destruction against request ends");
+        MailClientHarness h;
+        h.monitor.SetStatus(true);
+        for (int i = 0; i < 20; ++i)
+            h.client->SetInboxMailsRead(Ids{ZR::UniString("m" + std::to_string(i))},
+                                        KRC::MailClient::Task());
+        std::thread ender([&] {
+            for (std::size_t i = 0; i < h.monitor.Requests().size(); ++i) h.monitor.Succeed(i);
+        });
+        h.client.reset();
+        ender.join();
+    }
+}
+
+}  // namespace
+}  // namespace krtest::mailclient
