@@ -57,4 +57,9 @@ void AddEmulateMembersCommand(CLI::App* emulate, const GlobalOptions& options, A
 void AddEmulateMailboxCommand(CLI::App* emulate, GlobalOptions& options, Action* action,
                               const std::string& scenario);
 
+// emulate SCENARIO mail: a user's mail client sending, listing, marking and
+// deleting mails (EmulateMail.cpp).
+void AddEmulateMailCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
+                           const std::string& scenario, const bool& update);
+
 }  // namespace krctl

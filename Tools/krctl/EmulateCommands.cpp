@@ -266,6 +266,7 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     AddEmulateLoginCommand(emulate, options, action, args.scenario, args.update);
     AddEmulateMembersCommand(emulate, options, action, args.scenario, args.update);
     AddEmulateMailboxCommand(emulate, options, action, args.scenario);
+    AddEmulateMailCommand(emulate, options, action, args.scenario, args.update);
 }
 
 }  // namespace krctl
