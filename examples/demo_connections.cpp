@@ -79,6 +79,7 @@ IO::Location AnnaOnTowerB(const ZR::UniString& token) {
 ZR::UniString RunLoginDemo(const char* server, const char* user, const char* password);
 void RunMembersDemo(Emulator::Service& service, KRC::ClientProjectConnectionManager& manager,
                     const char* server, const char* path);
+void RunMailDemo(Emulator::Service& service, const char* server, const std::string& root);
 
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
@@ -131,6 +132,9 @@ void RunConnectionDemo(const std::string& root) {
     std::printf("     %s\n", KRC::ProjectConnectionBase::GetCheckResultName(
                                  KRC::ProjectConnectionBase::Check(&desk, true, false)));
     ShowSignals(*service);
+
+    std::printf("\n12. Mail between two users, with one of them offline for a while.\n");
+    RunMailDemo(*service, kServer, root);
 
     service->SaveScenarioFile(scenario);
     service->Uninstall();
