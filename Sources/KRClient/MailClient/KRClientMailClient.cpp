@@ -49,12 +49,11 @@ MailClient::MailClient(KRCB::Mailbox::MailboxMonitor* monitor, KRCB::SignalClien
     if (!mErrorHandler)
         DBPrintf("Assertion failed: m_errorHandler != nullptr in KRC::MailClient::MailClient\n");
     mMailsFile = mMailsFile + IO::Name(kMailsFileName);
-    mMailboxMonitor->Attach(static_cast<KRCB::Mailbox::MailboxMonitorObserver&>(*this));
-    mSignalClient->Attach(static_cast<KRCB::PresenceObserver&>(*this));
-    mSignalClient->Attach(static_cast<KRCB::SignalObserver&>(*this));
+    monitor->Attach(static_cast<KRCB::Mailbox::MailboxMonitorObserver&>(*this));
+    signalClient->Attach(static_cast<KRCB::PresenceObserver&>(*this));
+    signalClient->Attach(static_cast<KRCB::SignalObserver&>(*this));
     ReadFromDisc();
-    if (!mMailboxMonitor->IsRunning())
-        mMailboxMonitor->InitMailboxRevision(mInbox->revision, mSent->revision);
+    if (!monitor->IsRunning()) monitor->InitMailboxRevision(mInbox->revision, mSent->revision);
 }
 
 MailClient::~MailClient() {
@@ -70,10 +69,9 @@ MailClient::~MailClient() {
 }
 
 void MailClient::Close() {
-    if (KRCB::SignalClient* signals = mSignalClient) {
+    if (KRCB::SignalClient* signals = mSignalClient.exchange(nullptr)) {
         signals->Detach(static_cast<KRCB::SignalObserver&>(*this));
         signals->Detach(static_cast<KRCB::PresenceObserver&>(*this));
-        mSignalClient = nullptr;
     }
     // The detach waits for a walk of the monitor under way, and that walk may
     // be waiting for our lock inside MailboxChanged: so it is done before the
@@ -86,8 +84,7 @@ void MailClient::Close() {
 }
 
 KRCB::Mailbox::MailboxMonitor* MailClient::Monitor() const {
-    Guard guard(mLock);
-    return mMailboxMonitor;
+    return mMailboxMonitor.load();
 }
 
 bool MailClient::IsOnline() {
@@ -234,10 +231,11 @@ void MailClient::ContactListChanged(ZR::Ref<const KRCB::Mailbox::ContactList>& l
 void MailClient::MailboxServerStatusChange(bool online) {
     {
         Guard guard(mLock);
-        if (!mOnline && online && mMailboxMonitor) {
+        KRCB::Mailbox::MailboxMonitor* monitor = Monitor();
+        if (!mOnline && online && monitor) {
             // Back to the server: the outbox mails go under the user's
             // address as it is now, and at the time they really leave.
-            ZR::Ref<const KRCB::Mailbox::Contact> user = mMailboxMonitor->GetUserContact();
+            ZR::Ref<const KRCB::Mailbox::Contact> user = monitor->GetUserContact();
             M::Address address;
             if (user && user->GetInboxMailboxAddress(address)) mOutbox->UpdateSender(address);
         }

@@ -10,6 +10,7 @@
 /// on the monitor's thread, the signal client's on its own. The client's lock
 /// guards the tables; observers are called outside it and may call back.
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -165,9 +166,11 @@ private:
     int WriteToDisc() const;
 
     IO::Location mMailsFile;
-    KRCB::Mailbox::MailboxMonitor* mMailboxMonitor;
+    // Read without the lock by the signal client's callbacks, which only
+    // forward to the monitor; cleared under it.
+    std::atomic<KRCB::Mailbox::MailboxMonitor*> mMailboxMonitor;
     bool mOnline = false;
-    KRCB::SignalClient* mSignalClient;
+    std::atomic<KRCB::SignalClient*> mSignalClient;
     std::unique_ptr<Outbox> mOutbox;
     bool mUseCompletedLimit;
     unsigned int mCompletedLimitNum;
