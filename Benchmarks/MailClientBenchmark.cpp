@@ -4,8 +4,9 @@
 // for the client's lock while the case runs (lock_wait_max_us):
 //
 //   BM_MailClientMerge     a change of N created mails into a client holding
-//                          100,000; baseline: wrapping the same mails and
-//                          inserting them into a hash map
+//                          100,000, and one deleting them again; baseline:
+//                          wrapping the same mails, inserting them into a hash
+//                          map of 100,000 and erasing them
 //   BM_MailClientRead      N inbox mails marked read, the server confirming;
 //                          baseline: the ids added to and removed from a set
 //   BM_MailClientDelete    N inbox mails deleted, the server reporting the
@@ -139,21 +140,27 @@ double LongestLockWait(KRC::MailClient& client, W&& work) {
 void BM_MailClientMerge(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
     Setup s;
-    int round = 0;
+    // Created, then deleted again, so that every round meets kHeld mails.
+    MB::ServerMails mails = NewMails("new-", n);
     auto subject = [&](std::int64_t) {
-        auto change = s.Change();
-        change->GetInboxCreatedMails() = NewMails("new-" + std::to_string(round++) + "-", n);
-        s.Deliver(change);
+        auto created = s.Change();
+        created->GetInboxCreatedMails() = mails;
+        s.Deliver(created);
+        auto deleted = s.Change();
+        for (const auto& mail : mails) deleted->GetInboxDeletedMails().Add(mail->GetId());
+        s.Deliver(deleted);
     };
     for (auto _ : state) subject(0);
     std::unordered_map<ZR::UniString, ZR::Ref<KRC::ClientMail>> map;
+    for (auto& mail : NewMails("held-", kHeld))
+        map.emplace(mail->GetId().ToString(), ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(mail)));
     bench::ReportRatio(
         state, "map", subject,
         [&](std::int64_t) {
-            MB::ServerMails mails = NewMails("map-" + std::to_string(round++) + "-", n);
             for (auto& mail : mails)
                 map.emplace(mail->GetId().ToString(),
                             ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(mail)));
+            for (const auto& mail : mails) map.erase(mail->GetId().ToString());
         },
         1);
     state.counters["lock_wait_max_us"] = LongestLockWait(*s.client, subject);
