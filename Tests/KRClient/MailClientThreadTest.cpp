@@ -90,7 +90,7 @@ TEST(MailClientThreadTest, CloseAndDestructionRaceDeliveriesHostCallsAndRequestE
                 std::this_thread::yield();
             }
         });
-        // The host.
+        // The host, and the signal client's callbacks.
         std::thread host([&] {
             for (int i = 0; !stopHost; ++i) {
                 std::string id = "m" + std::to_string(i % 50);
@@ -99,6 +99,9 @@ TEST(MailClientThreadTest, CloseAndDestructionRaceDeliveriesHostCallsAndRequestE
                 ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
                 client->SendMail(mail, KRC::MailClient::Task());
                 (void)client->GetAllMails();
+                // The signal client's thread, forwarding to the monitor.
+                client->SignalReceived(nullptr, KRCB::Signal(i % 2 ? 10 : 1, "", ""));
+                client->PresenceStateChanged(KRCB::kPresenceOnline);
             }
         });
         while (delivered < 5 * (round % 4 + 1)) {
