@@ -325,6 +325,12 @@ TEST(MailClientTest, ListsAndLookUpsAcrossTheBoxes) {
         EXPECT_FALSE(c.IsInboxMail(empty) || c.IsSentMail(empty) || c.IsOutboxMail(empty));
     }
     EXPECT_FALSE(c.IsOutboxMail(ZR::Ref<KRC::ClientMail>()));
+    // Completed while still in the outbox: set on the outbox mail, kept for the server.
+    c.SetSentMailCompleted(out->GetId());
+    EXPECT_TRUE(out->IsCompleted());
+    h.monitor.SetStatus(true);
+    EXPECT_NE(h.DescribeAll().back().find("SetMailsCompleted Sent " + out->GetId().Std()),
+              std::string::npos);
     // Outbox observers hear of changes on the message loop, and may read the client.
     struct Reader : KRC::OutboxObserver {
         KRC::MailClient* client = nullptr;
