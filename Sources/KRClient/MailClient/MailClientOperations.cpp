@@ -101,15 +101,17 @@ void MailClient::SendMails(Tasks& tasks) {
     if (!monitor) return;
     Mails mails;
     ZR::HashSet<ZR::UniString> ids;
+    KRCB::Mailbox::ServerMails serverMails;
     {
         Guard guard(mLock);
         mOutbox->GetMails(mails, true);
         for (const auto& mail : mails) ids.Add(mail->GetId());
         mOutbox->SetMailsUnderWay(ids);
+        // Copied under the lock: a status change renews sender and time of
+        // the outbox mails, under way or not, from the monitor's thread.
+        for (const auto& mail : mails) serverMails.Add(mail->ToServerMail());
     }
     if (mails.IsEmpty()) return;
-    KRCB::Mailbox::ServerMails serverMails;
-    for (const auto& mail : mails) serverMails.Add(mail->ToServerMail());
     tasks.Add(NewTask(new ShowErrorInMailSending(mErrorHandler.get())));
     tasks.Add(NewTask(new SendMailFinished(std::move(ids), this)));
     monitor->SendMails(serverMails, tasks);
