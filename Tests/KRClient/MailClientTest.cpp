@@ -18,6 +18,26 @@ namespace {
 using Box = ScriptedMailboxMonitor::Box;
 using Ids = KRC::MailClient::Ids;
 
+// An attachment that keeps its mail from being completed by the client.
+class Pinned : public KRC::MailAttachment {
+public:
+    static const ZR::ClassInfo classInfo;
+    MailAttachment* Clone() const override { return new Pinned(*this); }
+    const ZR::ClassInfo& GetClassInfo() const override { return classInfo; }
+    bool IsAutomaticCompleteEnabled() const override { return false; }
+    bool IsSenderNeedToBeActive() const override { return true; }
+    static ZR::Object* Make() { return new Pinned; }
+};
+const ZR::ClassInfo Pinned::classInfo("Test::Pinned", "0A0B0C0D-0000-4000-8000-0000000000e1", 1, 0,
+                                      &KRC::MailAttachment::classInfo, &Pinned::Make);
+
+M::Mail PinnedMail(const std::string& id, const std::string& from) {
+    ZR::Ref<M::Mail> shared = ZR::Ref<M::Mail>::Make(ServerMail(id, from));
+    KRC::ClientMail wrapped(shared);
+    wrapped.AddAttachment(Pinned());
+    return *wrapped.ToServerMail();
+}
+
 std::string Revisions(const KRC::MailClient& c) {
     return std::to_string(c.GetInboxRevision()) + "/" + std::to_string(c.GetSentRevision());
 }
@@ -193,7 +213,8 @@ TEST(MailClientTest, SentMailsAreCompletedByTheClientWhenAllowed) {
     h.monitor.SetStatus(true);
     // Uncompleted from the server and no attachment forbids it: completed here.
     h.monitor.Deliver(ScriptedMailboxMonitor::Change(
-        {}, {.created = {ServerMail("s1"), ServerMail("s2", "me", true)}, .to = 1}));
+        {}, {.created = {ServerMail("s1"), ServerMail("s2", "me", true), PinnedMail("p1", "me")},
+             .to = 1}));
     EXPECT_EQ(
         h.DescribeAll(),
         Strings{"SetMailsCompleted Sent s1 [ShowErrorInSetMailsRead,SentMailSetToCompleted]"});
@@ -201,12 +222,12 @@ TEST(MailClientTest, SentMailsAreCompletedByTheClientWhenAllowed) {
     ASSERT_TRUE(c.GetMail("s1", s1));
     EXPECT_TRUE(s1->IsCompleted());
     h.monitor.Fail(0, "x");
-    EXPECT_EQ(h.heard.Take(), (Strings{"changes c= u= d= | c=s1,s2 u= d=", "flag failed: x"}));
+    EXPECT_EQ(h.heard.Take(), (Strings{"changes c= u= d= | c=s1,s2,p1 u= d=", "flag failed: x"}));
 
     // A sender who left the contacts: uncompleted sent mails of theirs complete.
     h.monitor.ClearRequests();
     h.monitor.Deliver(ScriptedMailboxMonitor::Change(
-        {}, {.updated = {ServerMail("s3", "gone")}, .from = 1, .to = 2}));
+        {}, {.updated = {ServerMail("s3", "gone"), PinnedMail("p2", "gone")}, .from = 1, .to = 2}));
     h.monitor.ClearRequests();
     h.KnowUser();
     EXPECT_EQ(
