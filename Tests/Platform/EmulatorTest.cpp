@@ -213,11 +213,14 @@ TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
 
     service->MoveProject(kServer, "/P/A", "/Q/Ä");
     EXPECT_EQ(service->GetProjectId(kServer, "/p/a"), "");
+    EXPECT_THROW(client->GetProjectIdByPath("/P/A"), PS::EntityNotFoundException);
+    EXPECT_EQ(client->GetProjectIdByPath("/Q/ä"), ZR::UniString(ids[0]));
     EXPECT_EQ(service->GetProjectId(kServer, "/q/ä"), ids[0]);
     service->AddProject(kServer, Project("/p/A"));
     std::string replaced = service->ReplaceProject(kServer, "/P/C");
     EXPECT_EQ(Caught([&] { client->GetProjectState(ZR::UniString(ids[2])); }), "EntityNotFound");
     EXPECT_EQ(client->GetProjectState(ZR::UniString(replaced)), 0);
+    EXPECT_EQ(client->GetProjectIdByPath("/P/C"), ZR::UniString(replaced));
     EXPECT_THROW(service->GetSessionComputer(kServer, sessions[2]), std::invalid_argument);
     // The replaced project's session id is free again, its user may start one.
     EXPECT_EQ(service->AddSession(kServer, "/p/c", Session("BERT", sessions[2])), sessions[2]);
