@@ -428,9 +428,6 @@ TEST(BaseClientManager, PrimaryAndSecondaryRecordSessionAndPassword) {
     primary.PasswordChanged(renewed);
     EXPECT_EQ(primary.GetKerrowLocation().GetPassword(), "rt-renewed");
     EXPECT_EQ(primary.GetSignalClient()->GetProjectLocation(), renewed);
-    primary.TransactionComitted();
-    primary.TransactionComitted();
-    EXPECT_EQ(primary.GetCommittedTransactions(), 2u);
 
     // Connections on a manager with a server location are checked; others not.
     const ZR::Ref<ResourceManagerClient> none;
