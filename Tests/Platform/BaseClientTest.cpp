@@ -420,10 +420,6 @@ TEST(BaseClientManager, PrimaryAndSecondaryRecordSessionAndPassword) {
     primary.RemoveCachedProjectInfo();
     EXPECT_EQ(primary.GetCachedProjectInfo(), nullptr);
 
-    primary.SetUserAttributes(new KRCB::UserAttributes(3, {1, 2}));
-    EXPECT_EQ(primary.GetUserAttributes()->GetShortUserId(), 3);
-    EXPECT_TRUE(primary.GetUserAttributes()->HasPermission(2));
-
     IO::Location renewed = ProjectLocation("anna", "rt-renewed");
     primary.PasswordChanged(renewed);
     EXPECT_EQ(primary.GetKerrowLocation().GetPassword(), "rt-renewed");
