@@ -138,6 +138,9 @@ AtomicFileWriter::AtomicFileWriter(const Location& location, unsigned int mode) 
     }
     if (mStatus != kOk) return;
     mPrefix = TempPrefix(name);
+    // What dead writers left goes first, so that a run of writers killed
+    // before they finished leaves one temporary file, not one each.
+    RemoveLeftovers(mFolder, mPrefix);
     mStatus = CreateTemp(mFolder, mPrefix, static_cast<mode_t>(mode), &mFd, &mTemp);
 }
 
