@@ -12,6 +12,7 @@
 #include "KRClient/MailClient/Internal/MailsFile.h"
 #include "MailClientFixture.h"
 #include "Support/AllocationMeter.h"
+#include "Support/FaultEnv.h"
 
 namespace krtest::mailclient {
 namespace {
@@ -232,6 +233,29 @@ TEST(MailStorageTest, HostileFilesAreRefusedWithoutAllocatingOrReadingBeyondTheI
     EXPECT_LT(meter.Bytes(), 1u << 20);
     EXPECT_EQ(InitRevisions(h), "0/0");
     EXPECT_TRUE(h.client->GetAllMails().IsEmpty());
+}
+
+TEST(MailStorageTest, AWriteThatFailsLeavesTheOldFileAndNoTemporaryFile) {
+    const int errors[][2] = {{static_cast<int>(Call::Write), ENOSPC},
+                             {static_cast<int>(Call::Fsync), EIO},
+                             {static_cast<int>(Call::Rename), EROFS}};
+    for (const auto& [call, error] : errors) {
+        SCOPED_TRACE(CallName(static_cast<Call>(call)));
+        MailClientHarness h;
+        h.monitor.Deliver(
+            ScriptedMailboxMonitor::Change({.created = {ServerMail("a")}, .to = 1}, {}));
+        h.client.reset();
+        const std::string old = ReadFile(h.folder.Sub("Mails.dat"));
+        Restart(h, true);
+        h.monitor.Deliver(
+            ScriptedMailboxMonitor::Change({.created = {ServerMail("b")}, .from = 1, .to = 2}, {}));
+        FaultEnv faults;
+        faults.FailNth(static_cast<Call>(call), 1, error);
+        h.client.reset();
+        EXPECT_EQ(faults.Struck(), 1);
+        EXPECT_EQ(ReadFile(h.folder.Sub("Mails.dat")), old);
+        EXPECT_TRUE(Listing(h.folder.Path(), ".Mails.dat.tmp").empty());
+    }
 }
 
 // The limit through the public interface: the mails of each case stand in
