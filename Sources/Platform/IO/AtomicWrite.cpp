@@ -25,7 +25,10 @@ constexpr char kSuffixCharacters[] =
 
 // ".NAME.tmp-": every temporary file of NAME begins so.
 std::string TempPrefix(const Name& name) {
-    return "." + name.ToString().Std().substr(0, kMaxNameInTemp) + std::string(kTempTag);
+    std::string prefix(".");
+    prefix += name.ToString().Std().substr(0, kMaxNameInTemp);
+    prefix += kTempTag;
+    return prefix;
 }
 
 bool IsTempOf(const std::string& entry, const std::string& prefix) {
