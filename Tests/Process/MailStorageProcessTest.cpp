@@ -118,6 +118,7 @@ TEST_F(MailKrctlTest, ChangesMadeOfflineComeBackInTheNextRunAndReachTheServerWhe
     EXPECT_EQ(offline[0]["completed"], true);
     EXPECT_EQ(ServerInbox("bert")[0]["completed"], false);
     Json dump = Json::parse(Run({"--json", "mail", "dump", Folder("bert")}).out);
+    EXPECT_EQ(dump["mails"]["complete"], true) << dump.dump();
     EXPECT_EQ(dump["mails"]["inboxToComplete"], Json::array({id}));
     EXPECT_EQ(dump["mails"]["inbox"][0]["id"], id);
     EXPECT_GT(dump["mails"]["inboxRevision"].get<long>(), 0);
