@@ -38,7 +38,7 @@ struct MailArgs {
     std::string action;  // send, list, read, complete, delete
     std::string server, user, from, to, subject, text, id;
     std::string box = "inbox";
-    bool offline = false;  // the monitor never starts: the client works from its files
+    bool offline = false;  // no server is reached: the client works from its files
 };
 
 std::string Owner(const Emulator::Service& service, const std::string& server,
@@ -166,16 +166,18 @@ public:
             const std::string& server, const std::string& login, bool offline)
         : offline(offline),
           mFolder(ZR::UniString(options.dataFolder + "/Mail/" + login)),
-          mMonitor(Location(service, server, login),
+          mMonitor(Location(service, server, login, offline),
                    ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
-          mSignals(ZR::UniString(server), ZR::UniString(login),
-                   Location(service, server, login).GetPassword()),
-          mManager(Location(service, server, login), mFolder) {
+          mSignals(ZR::UniString(offline ? kNoServer : server), ZR::UniString(login),
+                   Location(service, server, login, offline).GetPassword()),
+          mManager(Location(service, server, login, offline), mFolder) {
         if (IO::fileSystem.CreateFolderTree(mFolder))
             throw Failure("can't make the mail folder " + options.dataFolder + "/Mail");
         mMonitor.Attach(mWaiter);  // before the client: told after it has merged
         client = std::make_unique<KRC::MailClient>(&mMonitor, &mSignals, &mManager, false, 0,
                                                    std::make_unique<PrintErrors>());
+        // The client starts a monitor that is not running, from the stored
+        // revisions; offline it finds no server and stays offline.
         if (offline) return;
         mMonitor.Start();
         const bool ready = ZR::MessageLoop::RunUntil(
@@ -211,10 +213,13 @@ public:
     std::unique_ptr<KRC::MailClient> client;
 
 private:
+    // Offline: a server that is nowhere, with the user's own token.
+    static constexpr const char* kNoServer = "https://offline.invalid";
     static IO::Location Location(const Emulator::Service& service, const std::string& server,
-                                 const std::string& login) {
+                                 const std::string& login, bool offline = false) {
         IO::Location location;
-        KRCB::CreateServerLocation(location, ZR::UniString(server), ZR::UniString(login),
+        KRCB::CreateServerLocation(location, ZR::UniString(offline ? kNoServer : server),
+                                   ZR::UniString(login),
                                    ZR::UniString(service.FindUser(server, login)->refreshToken));
         return location;
     }
@@ -373,7 +378,8 @@ void AddEmulateMailCommand(CLI::App* emulate, const GlobalOptions& options, Acti
         sub->add_option("--server", args->server,
                         "management server URL (default: the one server with the user)");
         sub->add_flag("--offline", args->offline,
-                      "keep the client offline: it works from its stored files, and what it "
+                      "keep the client offline: it reaches no server and works from its "
+                      "stored files, and what it "
                       "changes goes to the server at the next command that is online");
         sub->callback([&options, action, args, &scenario, &update] {
             *action = [&options, args, &scenario, &update] {
