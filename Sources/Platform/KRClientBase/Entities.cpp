@@ -74,6 +74,7 @@ ProjectFolder::~ProjectFolder() {
         ZR::Ref<ProjectFolder> folder = std::move(pending.back());
         pending.pop_back();
         if (folder && folder.Std().use_count() == 1) {
+            folder->BeforeTearDown();
             for (ZR::Ref<ProjectFolder>& child : folder->mSubFolders)
                 pending.push_back(std::move(child));
             folder->mSubFolders.Clear();

@@ -281,6 +281,11 @@ public:
     void AppendSubFolder(const ZR::Ref<ProjectFolder>& folder) { mSubFolders.Add(folder); }
 
 protected:
+    /// Called on a folder that is about to go while its sub-folders are
+    /// still in place; the destructor tears deep trees down without
+    /// recursion, so a derived destructor would find them gone.
+    virtual void BeforeTearDown() {}
+
     Fields mFields;
     ZR::UniString mName;
     ZR::PagedArray<ZR::Ref<Project>, 8> mProjects;
