@@ -1,0 +1,151 @@
+// The result cache folding real answers of the emulated service, with local
+// projects laid in.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "KRCB/AuthenticatedClientConnection.h"
+#include "KRCB/Clients.h"
+#include "KRClient/UserInterface/DataQueryResultCache.h"
+#include "KRClient/UserInterface/LocalCache/CacheProject.h"
+#include "Support/EmulatorFixture.h"
+#include "Support/LibraryTest.h"
+
+namespace {
+
+using namespace krtest;
+using namespace KRC::UI;
+using KRC::UI::LocalCache::ProjectInfo;
+using KRCB::DataQuery::DataQueryResult;
+using KRCB::Management::Entities::Project;
+using KRCB::Management::Entities::ProjectFolder;
+
+class DataQueryResultCacheTest : public LibraryTest {
+protected:
+    DataQueryResultCacheTest() {
+        service->AddFolder(kServer, "/Projects/Zeta");
+        service->AddFolder(kServer, "/Projects/Alpha");
+        service->AddFolder(kServer, "/Other");
+        connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
+            kServer, "anna", password, false, false, 0);
+    }
+    ZR::Ref<DataQueryResult> Tree(const char* path,
+                                  KRCB::Management::PartialFolderTreeQueryType t) {
+        ZR::Ref<DataQueryResult> r(std::make_shared<KRCB::DataQuery::PartialFolderTreeResult>(
+            path, true, false, true, t, false, true, false, true, true));
+        r->Collect(connection);
+        return r;
+    }
+    ZR::Ref<DataQueryResult> ChildFolders(const std::string& id) {
+        ZR::Ref<DataQueryResult> r(
+            std::make_shared<KRCB::DataQuery::FolderWithChildFoldersResult>(id, true, true));
+        r->Collect(connection);
+        return r;
+    }
+    // "name+" for a folder whose sub-folders are known, "name-" else.
+    static std::string Listing(const DataQueryResultCache& cache, const char* path) {
+        std::string text;
+        cache.EnumerateSubfoldersSorted(path, [&](const ZR::Ref<ProjectFolder>& f, bool known) {
+            text += f->GetName().Std() + (known ? "+ " : "- ");
+        });
+        return text;
+    }
+    static std::string Projects(const ZR::Ref<ProjectFolder>& folder) {
+        std::string text;
+        ZR::PagedArray<ZR::Ref<Project>, 8> projects;
+        if (folder) folder->GetProjects(projects);
+        for (const auto& p : projects)
+            text += p->GetName().Std() +
+                    (dynamic_cast<const LocalCache::CacheProject*>(p.Get()) ? "(local) " : " ");
+        return text;
+    }
+
+    EmulatedService service;
+    const ZR::UniString password =
+        Kerrow::PortalServer::Client::PasswordEncrypter::Encrypt("pw-anna");
+    ZR::Ref<KRCB::Management::AuthenticatedClientConnection> connection;
+};
+
+TEST_F(DataQueryResultCacheTest, LocalProjectsThenServerAnswersFoldTogether) {
+    DataQueryResultCache cache(true, true);
+    ZR::Array<ProjectInfo> local;
+    for (const char* path : {"/Projects/Shed", "/Elsewhere/Hut", "/Projects/skip"}) {
+        ProjectInfo info;
+        info.path = path;
+        info.id = std::string("id-") + path;
+        local.Add(info);
+    }
+    cache.Merge(local, [](const ProjectInfo& p) { return !(p.path == "/Projects/skip"); });
+    EXPECT_TRUE(cache.IsEmpty());
+    EXPECT_EQ(Listing(cache, ""), "Elsewhere+ Projects+ ");
+    const ZR::UniString localRootId = cache.GetRootProjectFolderId();
+    EXPECT_TRUE(cache.IsFolderFromLocalCache(localRootId));
+
+    cache.AddDataQueryResult(Tree("/Projects", KRCB::Management::PathResources));
+    EXPECT_FALSE(cache.IsEmpty());
+    EXPECT_NE(cache.GetRootProjectFolderId(), localRootId);
+    EXPECT_TRUE(cache.IsFolderFromLocalCache(localRootId));
+    EXPECT_EQ(Listing(cache, ""), "Elsewhere+ Other- Projects+ ");
+    EXPECT_EQ(Listing(cache, "/Projects"), "Alpha- Zeta- ");
+    EXPECT_EQ(Projects(cache.GetSubFolderWithChildResources("/Projects")), "House Shed(local) ");
+    const ZR::Ref<ProjectFolder> alpha =
+        cache.GetFolder(service->GetFolderId(kServer, "/Projects/Alpha"));
+    ASSERT_TRUE(alpha);
+    EXPECT_FALSE(cache.HasQueriedFolderWithChildFolders(alpha->GetId()));
+
+    // Merging again wraps the server's project without nesting.
+    ProjectInfo house;
+    house.path = "/Projects/House";
+    house.id = "cached";
+    ZR::Array<ProjectInfo> again;
+    again.Add(house);
+    for (int i = 0; i < 2; ++i) cache.Merge(again, [](const ProjectInfo&) { return true; });
+    ZR::Ref<Project> merged;
+    ASSERT_TRUE(
+        cache.GetSubFolderWithChildResources("/Projects")->GetProjectByName("House", merged));
+    EXPECT_EQ(merged->GetId(), kProjectId);
+
+    ZR::Ref<ProjectFolder> folder;
+    ZR::Array<ZR::UniString> missing;
+    EXPECT_FALSE(cache.GetSubFolderWithChildResources("/Projects/x/y", folder, missing));
+    EXPECT_EQ(folder->GetId(), cache.GetRootProjectFolderId());  // the newest root folder
+    ASSERT_EQ(missing.GetSize(), 2u);
+    EXPECT_EQ(missing[1], "y");
+    EXPECT_FALSE(cache.GetSubFolderWithChildResources("/Projects/Alpha", folder, missing));
+    EXPECT_TRUE(missing.IsEmpty());
+
+    cache.AddDataQueryResult(ChildFolders("no-such-id"));
+    EXPECT_TRUE(cache.HasQueriedFolderWithChildFolders("no-such-id"));
+    EXPECT_TRUE(cache.HasQueriedFolderWithChildResources("no-such-id"));
+    cache.Clear();
+    EXPECT_TRUE(cache.IsEmpty());
+    EXPECT_EQ(Listing(cache, ""), "");
+    EXPECT_TRUE(cache.GetPortalServerUrl().IsEmpty());
+}
+
+TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources) {
+    const struct {
+        KRCB::Management::PartialFolderTreeQueryType type;
+        bool root, projects;
+    } rows[] = {
+        {KRCB::Management::QueriedFolderResources, false, true},
+        {KRCB::Management::PathResources, true, true},
+        {KRCB::Management::RootAndQueriedResources, true, true},
+    };
+    for (const auto& row : rows) {
+        DataQueryResultCache cache(false, false);
+        cache.AddDataQueryResult(Tree("/Projects", row.type));
+        const ZR::UniString rootId = cache.GetRootProjectFolderId();
+        EXPECT_EQ(cache.HasQueriedFolderWithChildResources(rootId), row.root) << row.type;
+        EXPECT_TRUE(cache.HasQueriedFolderWithChildFolders(rootId));
+        EXPECT_EQ(Projects(cache.GetSubFolderWithChildResources("/Projects")), "House ");
+        EXPECT_TRUE(cache.GetFoldersPermissions().IsEmpty());
+    }
+    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(7)),
+              KRCB::Management::PathResources);
+    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(RootAndQueriedFolder),
+              KRCB::Management::RootAndQueriedResources);
+}
+
+}  // namespace
