@@ -149,3 +149,32 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
 }
 
 }  // namespace
+
+namespace {
+
+TEST(DataQueryResultCache, DeepAndOddPathsNeverRecurseOrCrash) {
+    KRC::UI::DataQueryResultCache cache(false, false);
+    ZR::Array<KRC::UI::LocalCache::ProjectInfo> records;
+    // Every node is keyed by its full path, so the keys of a chain grow with
+    // the square of its depth: 2,000 levels is deep enough to find recursion.
+    std::string deep;
+    for (int i = 0; i < 2000; ++i) deep += "/d";
+    for (const std::string& path :
+         {deep + "/p", std::string(), std::string("//"), std::string("a//b/"), std::string("/x")}) {
+        KRC::UI::LocalCache::ProjectInfo info;
+        info.path = path;
+        records.Add(info);
+    }
+    cache.Merge(records, [](const auto&) { return true; });
+    ASSERT_TRUE(cache.GetSubFolderWithChildResources(ZR::UniString(deep)));
+    std::string listing;
+    cache.EnumerateSubfoldersSorted("", [&](const auto& folder, bool known) {
+        listing += folder->GetName().Std() + (known ? "+ " : "- ");
+    });
+    EXPECT_EQ(listing, "a+ d+ ");
+    KRC::UI::DataQueryResultCache copy(cache);
+    cache.Clear();
+    EXPECT_TRUE(copy.GetSubFolderWithChildResources(ZR::UniString(deep)));
+}
+
+}  // namespace
