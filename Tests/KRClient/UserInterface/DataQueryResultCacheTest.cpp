@@ -9,6 +9,7 @@
 #include "KRCB/Clients.h"
 #include "KRClient/UserInterface/DataQueryResultCache.h"
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
+#include "KRClient/UserInterface/ReshareCheck.h"
 #include "Support/EmulatorFixture.h"
 #include "Support/LibraryTest.h"
 
@@ -146,6 +147,86 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
               KRCB::Management::PathResources);
     EXPECT_EQ(ConvertToPartialFolderTreeQueryType(RootAndQueriedFolder),
               KRCB::Management::RootAndQueriedResources);
+}
+
+// The reshare check reads a cache that holds the server's answer for
+// /Projects; the folder under test carries that folder's id and projects of
+// the states of each row.
+TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
+    using KRC::ReshareStatus;
+    using R = KRCB::Management::Entities::Resource;
+    Emulator::FolderSpec shared;
+    shared.path = "/Shared";
+    shared.permissions["anna"] = {"LibraryView", "LibraryRead", "LibraryModify"};
+    service->AddFolder(kServer, shared);
+    auto cache = std::make_shared<DataQueryResultCache>(true, false);
+    cache->AddDataQueryResult(Tree("/Shared", KRCB::Management::QueriedFolderResources));
+    const ZR::UniString folderId = cache->GetSubFolderWithChildResources("/Shared")->GetId();
+    auto folderWith = [&](const char* id, int sync, int state) {
+        ProjectFolder::Fields f;
+        f.id = id;
+        f.path = "/Projects";
+        auto folder = std::make_shared<ProjectFolder>(f);
+        R::Fields p;
+        p.path = "/Projects/House";
+        p.modelServerId = "ms-1";
+        p.syncState = sync;
+        p.state = state;
+        ZR::Ref<Project> project(std::make_shared<Project>(p, "", ZR::HashSet<ZR::UniString>()));
+        folder->AddProject(project);
+        return ZR::Ref<ProjectFolder>(folder);
+    };
+    const std::string id = folderId.Std();
+    const struct {
+        const char* id;
+        int sync, state;
+        const char* name;
+        const char* modelServer;
+        int result;
+        const char* word;  // nullptr: no log line, outputs untouched
+    } rows[] = {
+        {id.c_str(), 1, 1, "other", "ms-1", ReshareStatus::Ok, "Ok"},
+        {id.c_str(), 1, 1, "HOUSE", "MS-1", ReshareStatus::Ok, "Ok"},
+        {id.c_str(), 1, 1, "house", "ms-2", ReshareStatus::ChangeHostProject, "ChangeHostProject"},
+        {id.c_str(), 2, 2, "House", "ms-1", ReshareStatus::UnknownProject, "UnknownProject"},
+        {id.c_str(), 3, 1, "House", "ms-1", ReshareStatus::MissingProject, "MissingProject"},
+        {id.c_str(), 1, 2, "House", "ms-2", ReshareStatus::LockedProject, "LockedProject"},
+        {id.c_str(), 1, 3, "House", "ms-1", ReshareStatus::ClosedProject, "ClosedProject"},
+        {"unknown-folder", 1, 1, "House", "ms-1", ReshareStatus::NoPermission, nullptr},
+    };
+    for (const auto& row : rows) {
+        log.Clear();
+        bool exists = false;
+        ZR::UniString existing = "untouched";
+        ZR::Ref<ZR::ZRException> exception;
+        const auto result = KRC::ReshareCheck(folderWith(row.id, row.sync, row.state), row.name,
+                                              ZR::Ref<DataQueryResultCache>(cache), row.modelServer,
+                                              exists, existing, exception);
+        EXPECT_EQ(result, row.result) << row.word;
+        const bool found = row.word && ZR::UniString(row.name).IsEqual("house", ZR::kIgnoreCase);
+        EXPECT_EQ(exists, found) << row.word;
+        EXPECT_EQ(existing.Std(), found ? "ms-1" : "untouched") << row.word;
+        EXPECT_EQ(log.GetText(), row.word ? "KRC::Reshare check finished. Server unique URL: " +
+                                                cache->GetServerInfo()->uniqueURL.Std() +
+                                                ", parent folder path: /Projects, project name: " +
+                                                row.name + ", result: " + row.word + "\n"
+                                          : "")
+            << row.word;
+    }
+    bool exists = false;
+    ZR::UniString existing = "untouched";
+    ZR::Ref<ZR::ZRException> exception;
+    const auto empty =
+        ZR::Ref<DataQueryResultCache>(std::make_shared<DataQueryResultCache>(true, true));
+    log.Clear();
+    EXPECT_EQ(KRC::ReshareCheck(folderWith("x", 2, 2), "House", empty, "ms-1", exists, existing,
+                                exception),
+              ReshareStatus::Ok);
+    EXPECT_EQ(KRC::ReshareCheck(ZR::Ref<ProjectFolder>(), "House", empty, "ms-1", exists, existing,
+                                exception),
+              ReshareStatus::Ok);
+    EXPECT_FALSE(exists);
+    EXPECT_EQ(log.GetText(), "");
 }
 
 }  // namespace
