@@ -149,6 +149,32 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
               KRCB::Management::RootAndQueriedResources);
 }
 
+TEST_F(DataQueryResultCacheTest, FirstValuesStayUntilAnotherServerClearsAll) {
+    DataQueryResultCache cache(true, true);
+    cache.AddDataQueryResult(Tree("/Projects", KRCB::Management::PathResources));
+    const auto* first = cache.GetVisibleModelServers().Find("ms-1");
+    ASSERT_NE(first, nullptr);
+    const ZR::Ref<KRCB::Management::Entities::ModelServer> kept = *first;
+    cache.AddDataQueryResult(Tree("/Projects", KRCB::Management::PathResources));
+    EXPECT_EQ(*cache.GetVisibleModelServers().Find("ms-1"), kept);  // not the newer object
+    cache.AddDataQueryResult(ZR::Ref<DataQueryResult>());           // nothing happens
+    EXPECT_FALSE(cache.IsEmpty());
+
+    service->AddServer({"https://other.test", "Other", 3, 2});
+    Emulator::UserSpec anna;
+    anna.login = "anna";
+    anna.password = "pw-anna";
+    service->AddUser("https://other.test", anna);
+    connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
+        "https://other.test", "anna", password, false, false, 0);
+    cache.AddDataQueryResult(ChildFolders("no-such-id"));
+    EXPECT_TRUE(cache.IsEmpty());
+    EXPECT_TRUE(cache.GetVisibleModelServers().IsEmpty());
+    EXPECT_EQ(Listing(cache, ""), "");
+    EXPECT_EQ(cache.GetPortalServerUrl(), "https://other.test");
+    EXPECT_TRUE(cache.HasQueriedFolderWithChildFolders("no-such-id"));
+}
+
 // The reshare check reads a cache that holds the server's answer for
 // /Projects; the folder under test carries that folder's id and projects of
 // the states of each row.
