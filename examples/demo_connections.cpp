@@ -80,6 +80,7 @@ ZR::UniString RunLoginDemo(const char* server, const char* user, const char* pas
 void RunMembersDemo(Emulator::Service& service, KRC::ClientProjectConnectionManager& manager,
                     const char* server, const char* path);
 void RunBrowseDemo(const char* server, const char* user, const char* password);
+void RunMailDemo(Emulator::Service& service, const char* server, const std::string& root);
 
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
@@ -135,6 +136,8 @@ void RunConnectionDemo(const std::string& root) {
 
     std::printf("\n12. Anna's browse dialog: folders, a new folder chain, a rename.\n");
     RunBrowseDemo(kServer, "anna", "anna-secret");
+    std::printf("\n13. Mail between two users, with one of them offline for a while.\n");
+    RunMailDemo(*service, kServer, root);
 
     service->SaveScenarioFile(scenario);
     service->Uninstall();

@@ -128,13 +128,17 @@ TEST(PooledExecutorThreadTest, KeepAliveEndsThreadsAboveTheMinimum) {
     constexpr int kKeepAlive = 100;
     ZR::PooledExecutor pool(1, 3, kKeepAlive, "");
     ZR::Latch allStarted(3);
+    std::atomic<int> started{0};
+    // Stamped before the last count-down, so before any thread can go idle:
+    // the test's own thread may wake much later on a loaded machine.
+    std::chrono::steady_clock::time_point released;
     for (int i = 0; i < 3; ++i)
         pool.Execute(ZR::MakeTask([&] {
+            if (++started == 3) released = std::chrono::steady_clock::now();
             allStarted.CountDown();
             allStarted.Wait();  // three at once: three threads
         }));
     ASSERT_TRUE(allStarted.WaitFor(kLong));
-    const auto released = std::chrono::steady_clock::now();
     ASSERT_TRUE(pool.WaitThreadCount(1, kLong));
     EXPECT_GE(std::chrono::steady_clock::now() - released, std::chrono::milliseconds(kKeepAlive));
     // The minimum stays: the library's own wait runs out.

@@ -61,4 +61,9 @@ void AddEmulateBrowseCommand(CLI::App* emulate, const GlobalOptions& options, Ac
 void AddEmulateMailboxCommand(CLI::App* emulate, GlobalOptions& options, Action* action,
                               const std::string& scenario);
 
+// emulate SCENARIO mail: a user's mail client sending, listing, marking and
+// deleting mails (EmulateMail.cpp).
+void AddEmulateMailCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
+                           const std::string& scenario, const bool& update);
+
 }  // namespace krctl

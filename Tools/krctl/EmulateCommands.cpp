@@ -267,6 +267,7 @@ void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action) {
     AddEmulateMembersCommand(emulate, options, action, args.scenario, args.update);
     AddEmulateMailboxCommand(emulate, options, action, args.scenario);
     AddEmulateBrowseCommand(emulate, options, action, args.scenario, args.update);
+    AddEmulateMailCommand(emulate, options, action, args.scenario, args.update);
 }
 
 }  // namespace krctl

@@ -136,7 +136,7 @@ void CachedProjectCheckTask::Run() {
                 const ZR::UniString key = path.ToLowerCase();
                 if (pathsSeenById.Contains(key) && !pathsSeenByPath.Contains(key))
                     client->ResetProjectLookup();
-                ProjectRef project = client->GetProjectByPath(path);
+                ProjectRef project = client->GetProjectByPath(path, ZR::UniString());
                 pathsSeenByPath.Add(key);
                 return project;
             } catch (const Kerrow::PortalServer::Client::EntityNotFoundException&) {

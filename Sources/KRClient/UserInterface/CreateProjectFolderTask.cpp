@@ -34,19 +34,9 @@ CreateProjectFolderTask::CreateProjectFolderTask(
     ZR::Ref<ProjectFolder> parentFolder_, const ZR::UniString& folderName, unsigned int taskId_,
     ICreateProjectFolderTaskEventObserver* observer_, bool f1, bool f2, bool f3, bool f4, bool f5,
     bool f6)
-    : serverUrl(serverUrl_),
-      userName(userName_),
-      password(password_),
-      parentFolder(CheckedParent(std::move(parentFolder_))),
-      folderNames{folderName},
-      taskId(taskId_),
-      observer(observer_),
-      treeFlag1(f1),
-      treeFlag2(f2),
-      treeFlag3(f3),
-      treeFlag4(f4),
-      treeFlag5(f5),
-      treeFlag6(f6) {}
+    : CreateProjectFolderTask(serverUrl_, userName_, password_, std::move(parentFolder_),
+                              ZR::Array<ZR::UniString>{folderName}, taskId_, observer_, f1, f2, f3,
+                              f4, f5, f6) {}
 
 CreateProjectFolderTask::CreateProjectFolderTask(
     const ZR::UniString& serverUrl_, const ZR::UniString& userName_, const ZR::UniString& password_,

@@ -1,5 +1,6 @@
 #include "KRClient/UserInterface/ReshareCheck.h"
 
+#include "KRCB/Clients.h"
 #include "KRClient/Internal/LogWrite.h"
 #include "KRClient/KRClient.h"
 #include "KRClient/UserInterface/ServerLookup.h"
@@ -23,8 +24,8 @@ ReshareStatus::Value ReshareCheck(const ZR::Ref<KRCB::Management::Entities::Proj
     using Resource = KRCB::Management::Entities::Resource;
     if (!folder) return ReshareStatus::Ok;
     // The folder's own name tests; local folders answer no to both.
-    if (folder->HasLibrary()) return ReshareStatus::LibraryNameTaken;
-    if (folder->HasFolder()) return ReshareStatus::FolderNameTaken;
+    if (folder->HasLibrary(projectName)) return ReshareStatus::LibraryNameTaken;
+    if (folder->HasFolder(projectName)) return ReshareStatus::FolderNameTaken;
     if (cache->IsEmpty()) return ReshareStatus::Ok;
 
     ZR::PagedArray<ZR::Ref<KRCB::Management::Entities::Project>, 8> projects;
@@ -57,7 +58,11 @@ ReshareStatus::Value ReshareCheck(const ZR::Ref<KRCB::Management::Entities::Proj
             modelServer = cache->GetResourceModelServers().Find(existingModelServerId);
         if (!modelServer) continue;
         try {
-            KRCB::Management::Entities::CheckModelServerVersion(**modelServer);
+            KRCB::Management::PortalServerClient::CheckModelServerVersion(
+                *cache->GetServerInfo(), **modelServer,
+                KRCB::Management::ModelServerServiceRequirements::GetInstance()
+                    .GetProjectRequirement(),
+                serverUrl);
         } catch (const KRCB::IncompatibleModelServerVersionException& e) {
             exception = ZR::Ref<ZR::ZRException>(e.Clone());
             return finish(ReshareStatus::IncompatibleModelServer,

@@ -3,6 +3,7 @@
 #include "KRCB/Clients.h"
 #include "KRCB/Internal/ClientSession.h"
 #include "KRCB/Internal/EntityData.h"
+#include "Kerrow/Exceptions.h"
 
 namespace KRCB::Management {
 
@@ -48,6 +49,37 @@ ZR::Ref<Entities::Project> LookUp(Internal::ClientSession& session, const char* 
 ZR::Ref<Entities::Project> PortalServerClient::GetProjectByPath(const ZR::UniString& projectPath) {
     return LookUp(*mSession, Op::kGetProjectByPath, "path", projectPath, mSession->projectsByPath,
                   projectPath.FoldCase().Std());
+}
+
+ZR::Ref<Entities::Project> PortalServerClient::GetProjectByPath(const ZR::UniString& projectPath,
+                                                                const ZR::UniString&) {
+    return GetProjectByPath(projectPath);
+}
+
+const ModelServerServiceRequirements& ModelServerServiceRequirements::GetInstance() {
+    static const ModelServerServiceRequirements instance;
+    return instance;
+}
+
+ModelServerServiceRequirements::ModelServerServiceRequirements()
+    : mProject(Internal::kClientMajorVersion, Internal::kClientMinorVersion) {}
+
+void PortalServerClient::CheckModelServerVersion(
+    const Kerrow::PortalServer::Client::Management::ServerInfo& serverInfo,
+    const Entities::ModelServer& modelServer, const ModelServerRequirement& requirement,
+    const ZR::UniString& serverUrl) {
+    if (requirement.IsMetBy(modelServer)) return;
+    const ZR::UniString& server =
+        serverInfo.friendlyName.IsEmpty() ? serverUrl : serverInfo.friendlyName;
+    ZR::UniString text =
+        ZR::UniString::Format("The model server %s speaks version %d.%d; this client needs %d.%d",
+                              modelServer.GetId().ToCString(), modelServer.GetMajorVersion(),
+                              modelServer.GetMinorVersion(), requirement.GetMajorVersion(),
+                              requirement.GetMinorVersion());
+    if (!server.IsEmpty()) text = text + " (server " + server + ")";
+    throw KRCB::IncompatibleModelServerVersionException(
+        text, ZR_HERE, modelServer.GetMajorVersion(), modelServer.GetMinorVersion(),
+        requirement.GetMajorVersion(), requirement.GetMinorVersion());
 }
 
 ZR::Ref<Entities::Project> PortalServerClient::GetProjectById(const ZR::UniString& projectId) {

@@ -1,6 +1,7 @@
 #include "KRCB/Clients.h"
 
 #include "KRCB/Internal/ClientSession.h"
+#include "KRCB/Internal/EntityData.h"
 #include "KRCB/Operation.h"
 #include "KRCB/Paths.h"
 #include "KRCB/SignalClient.h"
@@ -9,16 +10,6 @@
 namespace KRCB {
 namespace Internal {
 namespace {
-
-std::string Text(const Data& data, const char* key) {
-    auto it = data.find(key);
-    return it != data.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
-int Number(const Data& data, const char* key) {
-    auto it = data.find(key);
-    return it != data.end() && it->is_number_integer() ? it->get<int>() : 0;
-}
 
 // A result of the wrong shape is the server's fault, not the caller's.
 [[noreturn]] void BadReply(const char* op) {

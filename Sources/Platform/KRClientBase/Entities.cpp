@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "KRCB/Clients.h"
 #include "KRCB/Internal/Transport.h"
 #include "KRCB/Paths.h"
 #include "Kerrow/Exceptions.h"
@@ -50,16 +51,33 @@ void ModelServer::CheckVersion() const {
 }
 
 void CheckModelServerVersion(const ModelServer& modelServer) {
-    using Internal::kClientMajorVersion;
-    using Internal::kClientMinorVersion;
-    if (modelServer.MeetsRequirements(kClientMajorVersion, kClientMinorVersion)) return;
-    throw IncompatibleModelServerVersionException(
-        ZR::UniString::Format("The model server %s speaks version %d.%d; this client needs %d.%d",
-                              modelServer.GetId().ToCString(), modelServer.GetMajorVersion(),
-                              modelServer.GetMinorVersion(), kClientMajorVersion,
-                              kClientMinorVersion),
-        ZR_HERE, modelServer.GetMajorVersion(), modelServer.GetMinorVersion(), kClientMajorVersion,
-        kClientMinorVersion);
+    PortalServerClient::CheckModelServerVersion(
+        {}, modelServer, ModelServerServiceRequirements::GetInstance().GetProjectRequirement(), "");
+}
+
+namespace {
+template <typename Items>
+bool HoldsName(const Items& items, const ZR::UniString& name) {
+    for (const auto& item : items)
+        if (item->GetName().IsEqual(name, ZR::kIgnoreCase)) return true;
+    return false;
+}
+}  // namespace
+
+bool ProjectFolder::HasProject(const ZR::UniString& name) const {
+    return HoldsName(mProjects, name);
+}
+bool ProjectFolder::HasLibrary(const ZR::UniString& name) const {
+    return HoldsName(mLibraries, name);
+}
+bool ProjectFolder::HasFile(const ZR::UniString& name) const {
+    return HoldsName(mFiles, name);
+}
+bool ProjectFolder::HasFolder(const ZR::UniString& name) const {
+    return HoldsName(mSubFolders, name);
+}
+bool ProjectFolder::HasResourceOrFolder(const ZR::UniString& name) const {
+    return HasProject(name) || HasLibrary(name) || HasFile(name) || HasFolder(name);
 }
 
 ProjectFolder::ProjectFolder(Fields fields)

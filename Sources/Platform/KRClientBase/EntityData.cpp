@@ -4,10 +4,6 @@
 
 namespace KRCB::Internal {
 
-namespace {
-
-using namespace Management::Entities;
-
 std::string Text(const Data& data, const char* key) {
     auto it = data.find(key);
     return it != data.end() && it->is_string() ? it->get<std::string>() : std::string();
@@ -17,6 +13,10 @@ int Number(const Data& data, const char* key) {
     auto it = data.find(key);
     return it != data.end() && it->is_number_integer() ? it->get<int>() : 0;
 }
+
+namespace {
+
+using namespace Management::Entities;
 
 Resource::Fields ResourceFields(const Data& data, const char* op) {
     if (!data.is_object() || Text(data, "id").empty()) BadAnswer(op, "a resource without an id");

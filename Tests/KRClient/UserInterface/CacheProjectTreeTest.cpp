@@ -186,7 +186,9 @@ TEST(CacheProjectFolder, ProjectsSearchesAndRecursiveLists) {
     EXPECT_EQ(folder, c);
     EXPECT_TRUE(root->GetProjectFolderByName("A", folder));
     EXPECT_EQ(folder, a);
-    EXPECT_FALSE(root->HasFolder() || root->HasProject() || root->HasResourceOrFolder());
+    for (const char* name : {"A", "a", "zz"})
+        EXPECT_FALSE(root->HasProject(name) || root->HasLibrary(name) || root->HasFile(name) ||
+                     root->HasFolder(name) || root->HasResourceOrFolder(name));
 }
 
 TEST(CacheProjectFolder, OutlivingSubFoldersForgetTheirParentAndDeepTreesGoQuietly) {

@@ -7,6 +7,7 @@
 
 #include "KRCB/AuthenticatedClientConnection.h"
 #include "KRCB/Clients.h"
+#include "KRClient/KRClient.h"
 #include "KRClient/UserInterface/DataQueryResultCache.h"
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
 #include "KRClient/UserInterface/ReshareCheck.h"
@@ -185,22 +186,32 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
     shared.path = "/Shared";
     shared.permissions["anna"] = {"LibraryView", "LibraryRead", "LibraryModify"};
     service->AddFolder(kServer, shared);
+    service->AddModelServer(kServer, {"ms-9", "/ms/nine", 9, 0});
     auto cache = std::make_shared<DataQueryResultCache>(true, false);
     cache->AddDataQueryResult(Tree("/Shared", KRCB::Management::QueriedFolderResources));
     const ZR::UniString folderId = cache->GetSubFolderWithChildResources("/Shared")->GetId();
-    auto folderWith = [&](const char* id, int sync, int state) {
+    // taken: 'l' or 'f' puts a library or a folder named "House" beside it.
+    auto folderWith = [&](const char* id, int sync, int state, const char* on, char taken) {
         ProjectFolder::Fields f;
         f.id = id;
         f.path = "/Projects";
         auto folder = std::make_shared<ProjectFolder>(f);
         R::Fields p;
         p.path = "/Projects/House";
-        p.modelServerId = "ms-1";
+        p.modelServerId = on;
         p.syncState = sync;
         p.state = state;
         ZR::Ref<Project> project(std::make_shared<Project>(p, "", ZR::HashSet<ZR::UniString>()));
         folder->AddProject(project);
-        return ZR::Ref<ProjectFolder>(folder);
+        if (taken == 'l')
+            folder->AddLibrary(std::make_shared<KRCB::Management::Entities::Library>(p));
+        ZR::Ref<ProjectFolder> result(folder);
+        if (taken == 'f') {
+            f.path = "/Projects/House";
+            ZR::Ref<ProjectFolder> sub(std::make_shared<ProjectFolder>(f));
+            result->AddProjectFolder(sub);
+        }
+        return result;
     };
     const std::string id = folderId.Std();
     const struct {
@@ -210,6 +221,8 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
         const char* modelServer;
         int result;
         const char* word;  // nullptr: no log line, outputs untouched
+        const char* on = "ms-1";
+        char taken = 0;
     } rows[] = {
         {id.c_str(), 1, 1, "other", "ms-1", ReshareStatus::Ok, "Ok"},
         {id.c_str(), 1, 1, "HOUSE", "MS-1", ReshareStatus::Ok, "Ok"},
@@ -219,23 +232,29 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
         {id.c_str(), 1, 2, "House", "ms-2", ReshareStatus::LockedProject, "LockedProject"},
         {id.c_str(), 1, 3, "House", "ms-1", ReshareStatus::ClosedProject, "ClosedProject"},
         {"unknown-folder", 1, 1, "House", "ms-1", ReshareStatus::NoPermission, nullptr},
+        {id.c_str(), 1, 1, "house", "ms-1", ReshareStatus::LibraryNameTaken, nullptr, "ms-1", 'l'},
+        {id.c_str(), 1, 1, "HOUSE", "ms-1", ReshareStatus::FolderNameTaken, nullptr, "ms-1", 'f'},
+        {id.c_str(), 1, 1, "House", "MS-9", ReshareStatus::IncompatibleModelServer,
+         "IncompatibleModelServer: ", "ms-9"},
     };
     for (const auto& row : rows) {
         log.Clear();
         bool exists = false;
         ZR::UniString existing = "untouched";
         ZR::Ref<ZR::ZRException> exception;
-        const auto result = KRC::ReshareCheck(folderWith(row.id, row.sync, row.state), row.name,
-                                              ZR::Ref<DataQueryResultCache>(cache), row.modelServer,
-                                              exists, existing, exception);
+        const auto result = KRC::ReshareCheck(
+            folderWith(row.id, row.sync, row.state, row.on, row.taken), row.name,
+            ZR::Ref<DataQueryResultCache>(cache), row.modelServer, exists, existing, exception);
         EXPECT_EQ(result, row.result) << row.word;
         const bool found = row.word && ZR::UniString(row.name).IsEqual("house", ZR::kIgnoreCase);
         EXPECT_EQ(exists, found) << row.word;
-        EXPECT_EQ(existing.Std(), found ? "ms-1" : "untouched") << row.word;
+        EXPECT_EQ(existing.Std(), found ? row.on : "untouched") << row.word;
+        EXPECT_EQ(bool(exception), result == ReshareStatus::IncompatibleModelServer) << row.word;
+        const std::string detail = exception ? KRC::ToString(*exception).Std() : "";
         EXPECT_EQ(log.GetText(), row.word ? "KRC::Reshare check finished. Server unique URL: " +
                                                 cache->GetServerInfo()->uniqueURL.Std() +
                                                 ", parent folder path: /Projects, project name: " +
-                                                row.name + ", result: " + row.word + "\n"
+                                                row.name + ", result: " + row.word + detail + "\n"
                                           : "")
             << row.word;
     }
@@ -245,8 +264,8 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
     const auto empty =
         ZR::Ref<DataQueryResultCache>(std::make_shared<DataQueryResultCache>(true, true));
     log.Clear();
-    EXPECT_EQ(KRC::ReshareCheck(folderWith("x", 2, 2), "House", empty, "ms-1", exists, existing,
-                                exception),
+    EXPECT_EQ(KRC::ReshareCheck(folderWith("x", 2, 2, "ms-1", 0), "House", empty, "ms-1", exists,
+                                existing, exception),
               ReshareStatus::Ok);
     EXPECT_EQ(KRC::ReshareCheck(ZR::Ref<ProjectFolder>(), "House", empty, "ms-1", exists, existing,
                                 exception),

@@ -44,6 +44,12 @@ public:
     /// Takes the parent's id and all its defaults; null clears the ids and
     /// keeps the library upload folder. Sub-folders are not told.
     void OnParentSet(const ProjectFolder* parent) override;
+    /// A local folder never stands in the way of a name on the server.
+    bool HasProject(const ZR::UniString&) const override { return false; }
+    bool HasLibrary(const ZR::UniString&) const override { return false; }
+    bool HasFile(const ZR::UniString&) const override { return false; }
+    bool HasFolder(const ZR::UniString&) const override { return false; }
+    bool HasResourceOrFolder(const ZR::UniString&) const override { return false; }
 
 protected:
     void BeforeTearDown() override;

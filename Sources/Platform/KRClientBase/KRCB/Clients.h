@@ -82,9 +82,20 @@ public:
     /// it found: a second look-up of the same path or id makes no call until
     /// ResetProjectLookup. Throws EntityNotFoundException for none.
     ZR::Ref<Entities::Project> GetProjectByPath(const ZR::UniString& projectPath);
+    /// The same; the second text (a variant of the look-up on a real
+    /// server) is accepted and has no effect here.
+    ZR::Ref<Entities::Project> GetProjectByPath(const ZR::UniString& projectPath,
+                                                const ZR::UniString& variant);
     ZR::Ref<Entities::Project> GetProjectById(const ZR::UniString& projectId);
     /// Forgets what the look-ups found, for every client of this login.
     void ResetProjectLookup();
+    /// Throws IncompatibleModelServerVersionException, naming the server,
+    /// unless modelServer meets requirement. serverInfo and serverUrl only
+    /// name the management server in the text.
+    static void CheckModelServerVersion(
+        const Kerrow::PortalServer::Client::Management::ServerInfo& serverInfo,
+        const Entities::ModelServer& modelServer, const ModelServerRequirement& requirement,
+        const ZR::UniString& serverUrl);
     /// Makes a folder named name in parent; newFolder receives it, with
     /// parent's id as its parent id. Throws EntityExistsException,
     /// EntityValidationException, AccessDeniedException.

@@ -267,13 +267,13 @@ public:
     /// The folder now stands under parent: it takes the parent's id, and the
     /// defaults it has none of its own for. Null: it keeps what it has.
     virtual void OnParentSet(const ProjectFolder* parent);
-    /// Whether the server marked the folder as holding items of that kind;
-    /// the server's folders don't say, and answer false.
-    virtual bool HasProject() const { return false; }
-    virtual bool HasLibrary() const { return false; }
-    virtual bool HasFile() const { return false; }
-    virtual bool HasFolder() const { return false; }
-    virtual bool HasResourceOrFolder() const { return false; }
+    /// Whether the folder holds an item of that kind and name (any case),
+    /// among what the answer that made it brought.
+    virtual bool HasProject(const ZR::UniString& name) const;
+    virtual bool HasLibrary(const ZR::UniString& name) const;
+    virtual bool HasFile(const ZR::UniString& name) const;
+    virtual bool HasFolder(const ZR::UniString& name) const;
+    virtual bool HasResourceOrFolder(const ZR::UniString& name) const;
 
     /// For the readers of answers: items as they come, no parent is told.
     void AddLibrary(const ZR::Ref<Library>& library) { mLibraries.Add(library); }
@@ -297,6 +297,41 @@ protected:
 /// Throws IncompatibleModelServerVersionException unless the server's
 /// version meets the client's requirements (ModelServer::MeetsRequirements).
 KRCB_EXPORT void CheckModelServerVersion(const ModelServer& modelServer);
+
+}  // namespace Management::Entities
+
+namespace Management {
+
+/// The protocol version a kind of service of this client needs of a model
+/// server: the same major version, and at least the minor one.
+class KRCB_EXPORT ModelServerRequirement {
+public:
+    ModelServerRequirement(int major, int minor) : mMajor(major), mMinor(minor) {}
+    int GetMajorVersion() const { return mMajor; }
+    int GetMinorVersion() const { return mMinor; }
+    bool IsMetBy(const Entities::ModelServer& server) const {
+        return server.MeetsRequirements(mMajor, mMinor);
+    }
+
+private:
+    int mMajor, mMinor;
+};
+
+/// This client's requirements of model servers, one per kind of service.
+class KRCB_EXPORT ModelServerServiceRequirements {
+public:
+    static const ModelServerServiceRequirements& GetInstance();
+    /// What working on a project needs.
+    const ModelServerRequirement& GetProjectRequirement() const { return mProject; }
+
+private:
+    ModelServerServiceRequirements();
+    ModelServerRequirement mProject;
+};
+
+}  // namespace Management
+
+namespace Management::Entities {
 
 class KRCB_EXPORT User {
 public:

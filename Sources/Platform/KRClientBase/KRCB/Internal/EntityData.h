@@ -8,6 +8,10 @@
 
 namespace KRCB::Internal {
 
+/// A member of an answer; empty or 0 if it is missing or of another type.
+std::string Text(const Data& data, const char* key);
+int Number(const Data& data, const char* key);
+
 [[noreturn]] void BadAnswer(const char* op, const std::string& what);
 
 ZR::Ref<Management::Entities::Project> ProjectFromData(const Data& data, const char* op);
