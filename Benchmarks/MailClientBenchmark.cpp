@@ -137,6 +137,16 @@ double LongestLockWait(KRC::MailClient& client, W&& work) {
     return longest;
 }
 
+using HeldMap = std::unordered_map<ZR::UniString, ZR::Ref<KRC::ClientMail>>;
+
+// The baselines' stand-in for the client's table of kHeld mails.
+HeldMap HeldMails() {
+    HeldMap map;
+    for (auto& mail : NewMails("held-", kHeld))
+        map.emplace(mail->GetId().ToString(), ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(mail)));
+    return map;
+}
+
 void BM_MailClientMerge(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
     Setup s;
@@ -151,9 +161,7 @@ void BM_MailClientMerge(benchmark::State& state) {
         s.Deliver(deleted);
     };
     for (auto _ : state) subject(0);
-    std::unordered_map<ZR::UniString, ZR::Ref<KRC::ClientMail>> map;
-    for (auto& mail : NewMails("held-", kHeld))
-        map.emplace(mail->GetId().ToString(), ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(mail)));
+    HeldMap map = HeldMails();
     bench::ReportRatio(
         state, "map", subject,
         [&](std::int64_t) {
@@ -206,9 +214,7 @@ void BM_MailClientDelete(benchmark::State& state) {
         s.Deliver(back);
     };
     for (auto _ : state) subject(0);
-    std::unordered_map<ZR::UniString, ZR::Ref<KRC::ClientMail>> map;
-    for (auto& mail : NewMails("held-", kHeld))
-        map.emplace(mail->GetId().ToString(), ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(mail)));
+    HeldMap map = HeldMails();
     bench::ReportRatio(
         state, "map", subject,
         [&](std::int64_t) {
