@@ -106,15 +106,15 @@ TEST(ResourceComparer, SortKeysOfResourcesAndLocalProjects) {
 
 // std::sort needs a strict weak ordering: irreflexive, and with
 // equivalence (neither before the other) transitive. Case variants and
-// empty names are where a case-blind comparison can get this wrong.
-TEST(ResourceComparer, IsAStrictWeakOrderingThatSortsAMillionElements) {
+// empty names are where a case-blind comparison can get this wrong; the
+// million-element figure is the benchmark's.
+TEST(ResourceComparer, IsAStrictWeakOrderingSafeForStdSort) {
     const char* names[] = {"",  "a", "A", "ab", "aB", "Ab", "b",
                            "B", "ä", "Ä", "z",  "Z",  " ",  "a b"};
     std::mt19937 random(7);
     std::vector<Element> pool;
-    for (int i = 0; i < 1000000; ++i)
-        pool.emplace_back(names[random() % (std::size(names) - 2)], 0,
-                          random() % 3);  // ASCII: fast
+    for (int i = 0; i < 100000; ++i)  // case-only variants, empty names, ties on size
+        pool.emplace_back(names[random() % 8], 0, random() % 3);
     const RC comparers[] = {RC(RC::Name, true, RC::Size, false),
                             RC(RC::Name, false, RC::Name, true)};
     for (const RC& cmp : comparers) {
