@@ -165,10 +165,9 @@ void CachedProjectCheckTask::Check(const ZR::UniString& projectPath, const Proje
                                    const MovedCallback& onMoved,
                                    const DuplicatedCallback& onDuplicated) {
     using Internal::WriteLog;
-    if (projects->IsEmpty()) {
-        WriteLog(kServerOnly);
-        return;
-    }
+    // No list at all is no check; an empty list is a cache that knows
+    // nothing of the project.
+    if (!projects) return;
     const ProjectRef p = getProjectByPath(projectPath);
     InfoRef cp, ci;
     for (const ProjectInfo& info : projects->Std()) {

@@ -50,6 +50,7 @@ public:
     /// The decision, with the server's look-ups given as functions that
     /// answer an empty reference for an unknown path or id. Does not look at
     /// the switch; exceptions of the look-ups and callbacks go through.
+    /// Without a list, nothing happens at all.
     static void Check(const ZR::UniString& projectPath, const Projects& projects,
                       Lookup& getProjectByPath, Lookup& getProjectById,
                       const MovedCallback& onMoved, const DuplicatedCallback& onDuplicated);

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -206,25 +207,21 @@ TEST(CachedProjectCheck, GatheringPicksRecordsAndLooksUpOnlyWhatItNeeds) {
     Outcome out = Decide(Make({{"/p", "X"}}), "/p", {{"/p", "A"}, {"/p", "X"}, {"/P", "B"}});
     EXPECT_EQ(out.log, std::vector<std::string>{"I||Cache and server project"});
     EXPECT_EQ(out.calls, std::vector<std::string>{"path /p"});
+    // An empty list still asks for the path; no list asks nothing.
     out = Decide(Make({{"/p", "X"}}), "/p", {});
     EXPECT_EQ(out.log, std::vector<std::string>{"I||Server only project"});
-    EXPECT_TRUE(out.calls.empty());
+    EXPECT_EQ(out.calls, std::vector<std::string>{"path /p"});
+    CachedProjectCheckTask::Lookup never = [](const ZR::UniString&) -> ZR::Ref<Project> {
+        throw std::logic_error("looked up");
+    };
+    ZR::CaptureLogSink sink;
+    {
+        ZR::ScopedLogSink scoped(sink);
+        CachedProjectCheckTask::Check("/p", {}, never, never, {}, {});
+    }
+    EXPECT_TRUE(sink.GetRecords().empty());
     out = Decide(Make({{"/new", "X"}}), "/old", {{"/old", "X"}});
     EXPECT_EQ(out.calls, (std::vector<std::string>{"path /old", "id X", "path /new"}));
-}
-
-TEST(CachedProjectCheck, RunWithoutItsArgumentsDoesNothing) {
-    ZR::CaptureLogSink sink;
-    ZR::ScopedLogSink scoped(sink);
-    ZR::Ref<KRCB::Management::AuthenticatedClientConnection> none;
-    CachedProjectCheckTask::Projects projects(std::make_shared<ZR::Array<ProjectInfo>>());
-    int told = 0;
-    CachedProjectCheckTask task(
-        none, "/p", projects, [&](auto&, auto&, auto&) { ++told; },
-        [&](auto&, auto&, auto&, auto&) { ++told; });
-    task.Run();
-    EXPECT_TRUE(sink.GetRecords().empty());
-    EXPECT_EQ(told, 0);
 }
 
 }  // namespace
