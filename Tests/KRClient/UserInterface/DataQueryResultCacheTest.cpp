@@ -126,28 +126,82 @@ TEST_F(DataQueryResultCacheTest, LocalProjectsThenServerAnswersFoldTogether) {
     EXPECT_TRUE(cache.GetPortalServerUrl().IsEmpty());
 }
 
+// Per folder of root, /Projects, /Projects/Alpha, /Projects/Zeta, /Other:
+// F when its sub-folders are known, R when its resources are.
 TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources) {
+    using T = KRCB::Management::PartialFolderTreeQueryType;
     const struct {
-        KRCB::Management::PartialFolderTreeQueryType type;
-        bool root, projects;
+        T type;
+        const char* known;
     } rows[] = {
-        {KRCB::Management::QueriedFolderResources, false, true},
-        {KRCB::Management::PathResources, true, true},
-        {KRCB::Management::RootAndQueriedResources, true, true},
+        {KRCB::Management::QueriedFolderResources, "F- F- FR -- --"},
+        {KRCB::Management::PathResources, "FR FR FR -- --"},
+        {KRCB::Management::RootAndQueriedResources, "FR F- FR -- --"},
+        {static_cast<T>(7), "F- F- F- -- --"},  // no rule: nobody has resources
     };
+    const char* paths[] = {"", "/Projects", "/Projects/Alpha", "/Projects/Zeta", "/Other"};
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.type);
         DataQueryResultCache cache(false, false);
-        cache.AddDataQueryResult(Tree("/Projects", row.type));
-        const ZR::UniString rootId = cache.GetRootProjectFolderId();
-        EXPECT_EQ(cache.HasQueriedFolderWithChildResources(rootId), row.root) << row.type;
-        EXPECT_TRUE(cache.HasQueriedFolderWithChildFolders(rootId));
-        EXPECT_EQ(Projects(cache.GetSubFolderWithChildResources("/Projects")), "House ");
+        // The second answer brings new objects of the same folders.
+        for (int i = 0; i < 2; ++i) cache.AddDataQueryResult(Tree("/Projects/Alpha", row.type));
+        std::string known;
+        for (const char* path : paths) {
+            const std::string id = service->GetFolderId(kServer, path);
+            known += std::string(known.empty() ? "" : " ") +
+                     (cache.HasQueriedFolderWithChildFolders(id) ? "F" : "-") +
+                     (cache.HasQueriedFolderWithChildResources(id) ? "R" : "-");
+            // Also the folders that only came along are found, in the
+            // newest answer's tree; ids compare exactly.
+            const ZR::Ref<ProjectFolder> folder = cache.GetFolder(id);
+            ASSERT_TRUE(folder) << path;
+            EXPECT_EQ(folder->GetPath(false), path);
+            EXPECT_FALSE(cache.GetFolder(ZR::UniString(id).ToUpperCase()));
+        }
+        EXPECT_EQ(known, row.known);
+        EXPECT_EQ(Listing(cache, ""), "Other- Projects+ ");
+        EXPECT_EQ(Listing(cache, "/Projects"), "Alpha+ Zeta- ");
+        cache.EnumerateSubfoldersSorted("/Projects", [&](const ZR::Ref<ProjectFolder>& f, bool) {
+            EXPECT_EQ(cache.GetFolder(f->GetId()), f);
+        });
         EXPECT_TRUE(cache.GetFoldersPermissions().IsEmpty());
     }
-    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(7)),
-              KRCB::Management::PathResources);
-    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(RootAndQueriedFolder),
-              KRCB::Management::RootAndQueriedResources);
+    const std::pair<int, T> converted[] = {{1, KRCB::Management::QueriedFolderResources},
+                                           {2, KRCB::Management::PathResources},
+                                           {3, KRCB::Management::RootAndQueriedResources},
+                                           {0, KRCB::Management::PathResources},
+                                           {7, KRCB::Management::PathResources}};
+    for (const auto& [type, expected] : converted)
+        EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(type)), expected);
+}
+
+// Before the root has come, a sub-folder's answer leaves only its model
+// servers and permissions behind.
+TEST_F(DataQueryResultCacheTest, ASubFolderAnswerWithoutARootMakesNoNodes) {
+    Emulator::FolderSpec shared;
+    shared.path = "/Shared";
+    shared.permissions["anna"] = {"LibraryView"};
+    const std::string id = service->AddFolder(kServer, shared);
+    service->AddFolder(kServer, "/Shared/Inner");
+    DataQueryResultCache cache(true, true);
+    ZR::Ref<DataQueryResult> answer(
+        std::make_shared<KRCB::DataQuery::FolderWithChildFoldersResult>(id, true, true));
+    answer->Collect(connection);
+    cache.AddDataQueryResult(answer);
+    EXPECT_TRUE(cache.GetVisibleModelServers().Find("ms-1"));
+    EXPECT_TRUE(cache.GetFoldersPermissions().Find(id));
+    EXPECT_TRUE(cache.IsEmpty());
+    EXPECT_FALSE(cache.HasQueriedFolderWithChildFolders(id));
+    EXPECT_FALSE(cache.GetFolder(id));
+    EXPECT_EQ(Listing(cache, "/Shared"), "");
+    ZR::Ref<ProjectFolder> folder;
+    ZR::Array<ZR::UniString> missing;
+    EXPECT_FALSE(cache.GetSubFolderWithChildResources("/Shared", folder, missing));
+    EXPECT_FALSE(folder);
+    cache.AddDataQueryResult(ChildFolders("projectRoot"));
+    cache.AddDataQueryResult(answer);
+    EXPECT_EQ(Listing(cache, "/Shared"), "Inner- ");
+    EXPECT_TRUE(cache.HasQueriedFolderWithChildFolders(id));
 }
 
 TEST_F(DataQueryResultCacheTest, FirstValuesStayUntilAnotherServerClearsAll) {
