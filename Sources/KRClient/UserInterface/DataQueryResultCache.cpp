@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <memory>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "KRCB/Paths.h"
@@ -288,20 +286,6 @@ void DataQueryResultCache::EnsureCacheFolders(const ZR::UniString& path) {
 void DataQueryResultCache::Merge(const ZR::Array<ProjectInfo>& projects,
                                  const std::function<bool(const ProjectInfo&)>& filter) {
     if (!mRootNode) MakeRootNode("", "");
-    // A folder's own name search is linear; the folded names it holds answer
-    // the common "not there" at once, with the same outcome.
-    std::unordered_map<const ProjectFolder*, std::unordered_set<std::string>> namesOf;
-    auto names =
-        [&namesOf](const ZR::Ref<ProjectFolder>& folder) -> std::unordered_set<std::string>& {
-        auto [it, isNew] = namesOf.try_emplace(folder.Get());
-        if (isNew) {
-            ZR::PagedArray<ZR::Ref<Project>, 8> held;
-            folder->GetProjects(held);
-            for (const ZR::Ref<Project>& project : held)
-                it->second.insert(project->GetName().FoldCase().Std());
-        }
-        return it->second;
-    };
     for (const ProjectInfo& p : projects.Std()) {
         if (!filter(p)) continue;
         const ZR::UniString parentPath = KRCB::GetParentFolderPath(p.path);
@@ -322,15 +306,13 @@ void DataQueryResultCache::Merge(const ZR::Array<ProjectInfo>& projects,
             mLocalChildResources.Add(target->GetId(), target);
         }
         const ZR::UniString name = KRCB::Management::GetProjectName(p.path);
-        std::unordered_set<std::string>& held = names(target);
         ZR::Ref<Project> existing;
-        if (held.count(name.FoldCase().Std()) && target->GetProjectByName(name, existing)) {
+        if (target->GetProjectByName(name, existing)) {
             ZR::Ref<Project> project(std::make_shared<CacheProject>(p, existing));
             target->ReplaceProjectByName(name, project);
         } else {
             ZR::Ref<Project> project(std::make_shared<CacheProject>(p, target->GetId()));
             target->AddProject(project);
-            held.insert(project->GetName().FoldCase().Std());
         }
     }
 }

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
 #include "KRClient/UserInterface/LocalCache/CacheProjectFolder.h"
+#include "ZR/Exceptions.h"
 
 namespace {
 
@@ -189,6 +191,37 @@ TEST(CacheProjectFolder, ProjectsSearchesAndRecursiveLists) {
     for (const char* name : {"A", "a", "zz"})
         EXPECT_FALSE(root->HasProject(name) || root->HasLibrary(name) || root->HasFile(name) ||
                      root->HasFolder(name) || root->HasResourceOrFolder(name));
+
+    // The names are indexed: a slot whose project takes another name leaves
+    // its old entry, and the first hit in order still wins.
+    ZR::Ref<ProjectFolder> d = Folder("/d");
+    auto put = [&d](const char* replaced, const char* name, const char* id) {
+        ZR::Ref<Project> p(std::make_shared<CacheProject>(
+            Info((std::string("/d/") + name).c_str(), id), d->GetId()));
+        replaced ? d->ReplaceProjectByName(replaced, p) : d->AddProject(p);
+    };
+    auto idOf = [&d](const char* name) {
+        ZR::Ref<Project> p;
+        return d->GetProjectByName(name, p) ? p->GetId().Std() : "none";
+    };
+    put(nullptr, "x", "1");
+    put(nullptr, "Y", "2");
+    put(nullptr, "X", "3");
+    put("X", "z", "4");  // slots: z4 Y2 X3
+    EXPECT_EQ(idOf("x") + idOf("Z") + idOf("y"), "342");
+    put("Y", "x", "5");  // z4 x5 X3
+    EXPECT_EQ(idOf("X") + idOf("y"), "5none");
+    put("z", "X", "6");  // X6 x5 X3
+    put("nothing", "w", "7");
+    EXPECT_EQ(idOf("x") + idOf("z") + idOf("w"), "6nonenone");
+    projects.Clear();
+    d->GetProjects(projects);
+    ASSERT_EQ(projects.GetSize(), 3u);
+    EXPECT_EQ(projects[0]->GetId() + projects[1]->GetId() + projects[2]->GetId(), "653");
+    ZR::Ref<Project> empty;
+    d->AddProject(empty);
+    EXPECT_EQ(idOf("x"), "6");  // found before the empty entry is reached
+    EXPECT_THROW(idOf("w"), ZR::NullReferenceException);
 }
 
 TEST(CacheProjectFolder, OutlivingSubFoldersForgetTheirParentAndDeepTreesGoQuietly) {

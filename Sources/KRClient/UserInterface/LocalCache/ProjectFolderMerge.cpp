@@ -1,8 +1,6 @@
 #include "KRClient/UserInterface/LocalCache/ProjectFolderMerge.h"
 
 #include <memory>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "KRCB/Paths.h"
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
@@ -27,17 +25,13 @@ public:
     void Add(const ProjectInfo& info) {
         const ZR::UniString name = KRCB::Management::GetProjectName(info.path);
         ZR::Ref<ProjectFolder> folder = FindOrCreateFolder(KRCB::GetParentFolderPath(info.path));
-        // The folder's own search is linear; a set of the names it holds
-        // answers the common "not there" at once, with the same outcome.
-        std::unordered_set<std::string>& names = NamesOf(folder);
         ZR::Ref<Project> existing;
-        if (names.count(name.FoldCase().Std()) && folder->GetProjectByName(name, existing)) {
+        if (folder->GetProjectByName(name, existing)) {
             ZR::Ref<Project> project(std::make_shared<CacheProject>(info, existing));
             folder->ReplaceProjectByName(name, project);
         } else {
             ZR::Ref<Project> project(std::make_shared<CacheProject>(info, folder->GetId()));
             folder->AddProject(project);
-            names.insert(project->GetName().FoldCase().Std());
         }
     }
 
@@ -68,20 +62,8 @@ private:
         return current;
     }
 
-    std::unordered_set<std::string>& NamesOf(const ZR::Ref<ProjectFolder>& folder) {
-        auto [it, isNew] = mNames.try_emplace(folder.Get());
-        if (isNew) {
-            ZR::PagedArray<ZR::Ref<Project>, 8> projects;
-            folder->GetProjects(projects);
-            for (const ZR::Ref<Project>& project : projects)
-                it->second.insert(project->GetName().FoldCase().Std());
-        }
-        return it->second;
-    }
-
     ZR::Ref<ProjectFolder>& mRoot;
     ZR::HashTable<ZR::UniString, ZR::Ref<ProjectFolder>> mFolders;  // first of a path wins
-    std::unordered_map<const ProjectFolder*, std::unordered_set<std::string>> mNames;
 };
 
 }  // namespace
