@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "KRCB/Paths.h"
@@ -106,7 +107,7 @@ DataQueryResultCache::~DataQueryResultCache() = default;
 
 void DataQueryResultCache::Clear() {
     mRootNode = NodeRef();
-    mNodesByPath.Clear();
+    mNodes.clear();
     mChildFolders.Clear();
     mLocalChildFolders.Clear();
     mChildResources.Clear();
@@ -125,9 +126,9 @@ bool DataQueryResultCache::IsEmpty() const {
     return mChildFolders.IsEmpty() && mChildResources.IsEmpty();
 }
 
-void DataQueryResultCache::MakeRootNode(const ZR::UniString& name, const ZR::UniString& path) {
+void DataQueryResultCache::MakeRootNode(const ZR::UniString& name) {
     mRootNode = NodeRef(std::make_shared<FolderNode>(name, nullptr));
-    mNodesByPath.Add(path, mRootNode);
+    mNodes.insert(mRootNode.Get());
 }
 
 void DataQueryResultCache::AddDataQueryResult(
@@ -152,14 +153,14 @@ void DataQueryResultCache::AddDataQueryResult(
         if (childFoldersResult) mQueriedFolderIds.Add(childFoldersResult->GetQueriedFolderId());
         if (childResourcesResult) mQueriedFolderIds.Add(childResourcesResult->GetQueriedFolderId());
         if (treeResult) {
-            const FolderNode* node = NodeAt(treeResult->GetFullPathQueried());
+            const FolderNode* node = Find(treeResult->GetFullPathQueried());
             if (node && node->folder) mQueriedFolderIds.Add(node->folder->GetId());
         }
         return;
     }
     if (folder->GetParentFolderId().IsEmpty()) {
         mRootProjectFolderId = folder->GetId();
-        if (!mRootNode) MakeRootNode(folder->GetName(), folder->GetPath(false));
+        if (!mRootNode) MakeRootNode(folder->GetName());
     }
 
     std::vector<ZR::Ref<ProjectFolder>> withChildFolders, withChildResources;
@@ -183,20 +184,20 @@ void DataQueryResultCache::AddDataQueryResult(
         });
     }
 
-    ForEachFolderInTree(folder, [&](const ZR::Ref<ProjectFolder>& f, bool&) {
-        const ZR::UniString path = f->GetPath(false);
-        EnsureFolderNodes(path);
-        if (const NodeRef* node = mNodesByPath.Find(path)) (*node)->folder = f;
-    });
+    const std::unordered_map<const ProjectFolder*, FolderNode*> nodeOf = PlaceFolders(folder);
+    auto nodeFor = [&](const ZR::Ref<ProjectFolder>& f) {
+        const auto it = nodeOf.find(f.Get());
+        return it != nodeOf.end() ? it->second : Find(f->GetPath(false));
+    };
     for (const ZR::Ref<ProjectFolder>& f : withChildFolders) {
-        if (const NodeRef* node = mNodesByPath.Find(f->GetPath(false))) {
-            (*node)->folderWithChildFolders = f;
+        if (FolderNode* node = nodeFor(f)) {
+            node->folderWithChildFolders = f;
             mChildFolders.Set(f->GetId(), f);
         }
     }
     for (const ZR::Ref<ProjectFolder>& f : withChildResources) {
-        if (const NodeRef* node = mNodesByPath.Find(f->GetPath(false))) {
-            ReplaceFolderWithChildResources(**node, f);
+        if (FolderNode* node = nodeFor(f)) {
+            ReplaceFolderWithChildResources(*node, f);
             mChildResources.Set(f->GetId(), f);
         }
     }
@@ -234,23 +235,83 @@ void DataQueryResultCache::SetParentsOnFolderTree(ZR::Ref<ProjectFolder> folder)
     }
 }
 
+DataQueryResultCache::FolderNode* DataQueryResultCache::MakeChild(FolderNode& parent,
+                                                                  const ZR::UniString& name) {
+    NodeRef child(std::make_shared<FolderNode>(name, &parent));
+    parent.children.Add(child);
+    parent.childrenByName.Add(name, child);
+    mNodes.insert(child.Get());
+    return child.Get();
+}
+
+DataQueryResultCache::FolderNode* DataQueryResultCache::Find(const ZR::UniString& path) const {
+    if (!mRootNode) return nullptr;
+    // Only the form that joining the elements gives names a node: the empty
+    // path, or "/a/b" with no empty element and no "/" at the end.
+    const std::string& text = path.Std();
+    if (text.empty()) return mRootNode.Get();
+    if (text[0] != '/' || text.back() == '/' || text.find("//") != std::string::npos)
+        return nullptr;
+    FolderNode* node = mRootNode.Get();
+    for (std::size_t start = 1; node && start <= text.size();) {
+        std::size_t end = text.find('/', start);
+        if (end == std::string::npos) end = text.size();
+        const NodeRef* child = node->childrenByName.Find(text.substr(start, end - start));
+        node = child ? child->Get() : nullptr;
+        start = end + 1;
+    }
+    // A node that a copy of this cache made under a shared one is not ours.
+    return node && mNodes.count(node) ? node : nullptr;
+}
+
 void DataQueryResultCache::EnsureFolderNodes(const ZR::UniString& path) {
-    if (!mRootNode || mNodesByPath.Contains(path)) return;
+    if (!mRootNode || Find(path)) return;
     FolderNode* current = mRootNode.Get();
-    ZR::UniString runningPath;
     const ZR::Array<ZR::UniString> elements = Elements(path);
     for (const ZR::UniString& element : elements.Std()) {
-        KRCB::Management::AppendToResourcePath(element, runningPath);
-        if (const NodeRef* child = current->childrenByName.Find(element)) {
-            current = child->Get();
-            continue;
-        }
-        NodeRef child(std::make_shared<FolderNode>(element, current));
-        current->children.Add(child);
-        current->childrenByName.Add(element, child);
-        mNodesByPath.Add(runningPath, child);
-        current = child.Get();
+        const NodeRef* child = current->childrenByName.Find(element);
+        current = child ? child->Get() : MakeChild(*current, element);
     }
+}
+
+std::unordered_map<const ProjectFolder*, DataQueryResultCache::FolderNode*>
+DataQueryResultCache::PlaceFolders(const ZR::Ref<ProjectFolder>& top) {
+    // Each folder's node, made if need be. A folder whose path is its
+    // parent's and one name more is placed below the parent's node at once,
+    // so that a deep answer costs no walk from the root per folder.
+    std::unordered_map<const ProjectFolder*, FolderNode*> nodeOf;
+    struct Pending {
+        ZR::Ref<ProjectFolder> folder;
+        FolderNode* parentNode;
+        std::string parentPath;
+    };
+    std::vector<Pending> pending{{top, nullptr, std::string()}};
+    while (!pending.empty()) {
+        Pending item = std::move(pending.back());
+        pending.pop_back();
+        const ZR::UniString path = item.folder->GetPath(false);
+        const std::string& text = path.Std();
+        const std::size_t prefix = item.parentPath.size() + 1;
+        FolderNode* node = nullptr;
+        if (item.parentNode && text.size() > prefix &&
+            text.compare(0, prefix - 1, item.parentPath) == 0 && text[prefix - 1] == '/' &&
+            text.find('/', prefix) == std::string::npos) {
+            const ZR::UniString name(text.substr(prefix));
+            const NodeRef* child = item.parentNode->childrenByName.Find(name);
+            node = child ? child->Get() : MakeChild(*item.parentNode, name);
+            if (!mNodes.count(node)) node = nullptr;
+        } else {
+            EnsureFolderNodes(path);
+            node = Find(path);
+        }
+        if (node) node->folder = item.folder;
+        nodeOf[item.folder.Get()] = node;
+        ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> subFolders;
+        item.folder->GetSubFolders(subFolders);
+        for (auto it = subFolders.Std().rbegin(); it != subFolders.Std().rend(); ++it)
+            pending.push_back({*it, node, node ? text : std::string()});
+    }
+    return nodeOf;
 }
 
 void DataQueryResultCache::SetLocalFolder(FolderNode& node, const ZR::Ref<ProjectFolder>& folder) {
@@ -268,32 +329,38 @@ void DataQueryResultCache::EnsureCacheFolders(const ZR::UniString& path) {
         mRootProjectFolderId = root->GetId();
         SetLocalFolder(*mRootNode, root);
     }
-    ZR::UniString runningPath;
+    // Walked along the path: atRunning is our node at the running path (if
+    // any), walk the node there even if another copy of the cache made it.
+    std::string runningPath;
+    FolderNode* atRunning = mRootNode.Get();
+    FolderNode* walk = atRunning;
     const ZR::Array<ZR::UniString> elements = Elements(path);
     for (const ZR::UniString& element : elements.Std()) {
-        const NodeRef* parentNode = mNodesByPath.Find(runningPath);
+        FolderNode* parentNode = atRunning;
         if (!parentNode) continue;
-        KRCB::Management::AppendToResourcePath(element, runningPath);
-        const NodeRef* node = mNodesByPath.Find(runningPath);
-        if (!node || (*node)->folder) continue;
+        runningPath += "/" + element.Std();
+        const NodeRef* child = walk ? walk->childrenByName.Find(element) : nullptr;
+        walk = child ? child->Get() : nullptr;
+        atRunning = walk && mNodes.count(walk) ? walk : nullptr;
+        if (!atRunning || atRunning->folder) continue;
         ZR::Ref<ProjectFolder> created(std::make_shared<CacheProjectFolder>(
-            runningPath, (*parentNode)->folder->GetId(), true, true, true));
-        (*parentNode)->folder->AddProjectFolder(created);
-        SetLocalFolder(**node, created);
+            ZR::UniString(runningPath), parentNode->folder->GetId(), true, true, true));
+        parentNode->folder->AddProjectFolder(created);
+        SetLocalFolder(*atRunning, created);
     }
 }
 
 void DataQueryResultCache::Merge(const ZR::Array<ProjectInfo>& projects,
                                  const std::function<bool(const ProjectInfo&)>& filter) {
-    if (!mRootNode) MakeRootNode("", "");
+    if (!mRootNode) MakeRootNode("");
     for (const ProjectInfo& p : projects.Std()) {
         if (!filter(p)) continue;
         const ZR::UniString parentPath = KRCB::GetParentFolderPath(p.path);
         EnsureFolderNodes(parentPath);
         EnsureCacheFolders(parentPath);
-        const NodeRef* found = mNodesByPath.Find(parentPath);
+        FolderNode* found = Find(parentPath);
         if (!found) continue;
-        FolderNode& node = **found;
+        FolderNode& node = *found;
         ZR::Ref<ProjectFolder> target = node.folderWithChildResources;
         if (!target) {
             // A server folder whose projects nobody asked for: the local
@@ -355,15 +422,9 @@ ZR::Ref<ProjectFolder> DataQueryResultCache::GetFolder(const ZR::UniString& id) 
     return ZR::Ref<ProjectFolder>();
 }
 
-const DataQueryResultCache::FolderNode* DataQueryResultCache::NodeAt(
-    const ZR::UniString& path) const {
-    const NodeRef* node = mNodesByPath.Find(path);
-    return node ? node->Get() : nullptr;
-}
-
 ZR::Ref<ProjectFolder> DataQueryResultCache::GetSubFolderWithChildResources(
     const ZR::UniString& path) const {
-    const FolderNode* node = NodeAt(path);
+    const FolderNode* node = Find(path);
     return node ? node->folderWithChildResources : ZR::Ref<ProjectFolder>();
 }
 
@@ -373,16 +434,17 @@ bool DataQueryResultCache::GetSubFolderWithChildResources(
     folder = ZR::Ref<ProjectFolder>();
     missingElements.Clear();
     if (!mRootNode) return false;
-    if (const FolderNode* node = NodeAt(path); node && node->folderWithChildResources) {
+    if (const FolderNode* node = Find(path); node && node->folderWithChildResources) {
         folder = node->folderWithChildResources;
         return true;
     }
     folder = mRootNode->folder;
-    ZR::UniString runningPath;
+    const FolderNode* walk = mRootNode.Get();
     const ZR::Array<ZR::UniString> elements = Elements(path);
     for (const ZR::UniString& element : elements.Std()) {
-        KRCB::Management::AppendToResourcePath(element, runningPath);
-        if (!mNodesByPath.Contains(runningPath)) missingElements.Add(element);
+        const NodeRef* child = walk ? walk->childrenByName.Find(element) : nullptr;
+        walk = child ? child->Get() : nullptr;
+        if (!walk || !mNodes.count(walk)) missingElements.Add(element);
     }
     return false;
 }
@@ -390,7 +452,7 @@ bool DataQueryResultCache::GetSubFolderWithChildResources(
 void DataQueryResultCache::EnumerateSubfoldersSorted(
     const ZR::UniString& path,
     const std::function<void(const ZR::Ref<ProjectFolder>&, bool)>& callback) const {
-    const FolderNode* node = NodeAt(path);
+    const FolderNode* node = Find(path);
     if (!node) return;
     std::vector<NodeRef> children = node->children.Std();
     std::sort(children.begin(), children.end(),

@@ -4,6 +4,8 @@
 /// answers of data queries, with local projects laid in.
 
 #include <functional>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "KRCB/DataQuery.h"
 #include "KRCB/Entities.h"
@@ -81,16 +83,25 @@ private:
     using NodeRef = ZR::Ref<FolderNode, ZR::Counter>;
 
     void EnsureFolderNodes(const ZR::UniString& path);
+    FolderNode* MakeChild(FolderNode& parent, const ZR::UniString& name);
+    /// Our node at a path; the root's is the empty path.
+    FolderNode* Find(const ZR::UniString& path) const;
+    /// Gives each folder of an answer's tree its node, as the node's folder.
+    std::unordered_map<const ProjectFolder*, FolderNode*> PlaceFolders(
+        const ZR::Ref<ProjectFolder>& top);
     void EnsureCacheFolders(const ZR::UniString& path);
     void SetParentsOnFolderTree(ZR::Ref<ProjectFolder> folder);
     void SetLocalFolder(FolderNode& node, const ZR::Ref<ProjectFolder>& folder);
     static void ReplaceFolderWithChildResources(FolderNode& node,
                                                 const ZR::Ref<ProjectFolder>& newFolder);
-    const FolderNode* NodeAt(const ZR::UniString& path) const;
-    void MakeRootNode(const ZR::UniString& name, const ZR::UniString& path);
+    void MakeRootNode(const ZR::UniString& name);
 
     NodeRef mRootNode;
-    ZR::HashTable<ZR::UniString, NodeRef> mNodesByPath;
+    /// The nodes this cache made (or took over from the cache it copies):
+    /// found by walking the tree by name from the root, which costs memory
+    /// in proportion to the nodes, not to the length of every path. A node
+    /// that a copy adds under a shared node is not in this set.
+    std::unordered_set<const FolderNode*> mNodes;
     FolderTable mChildFolders;
     FolderTable mLocalChildFolders;
     FolderTable mChildResources;

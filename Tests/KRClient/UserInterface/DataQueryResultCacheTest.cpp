@@ -333,16 +333,16 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
 namespace {
 
 TEST(DataQueryResultCache, DeepAndOddPathsNeverRecurseOrCrash) {
+    using KRC::UI::LocalCache::ProjectInfo;
     KRC::UI::DataQueryResultCache cache(false, false);
-    ZR::Array<KRC::UI::LocalCache::ProjectInfo> records;
-    // Every node is keyed by its full path, so the keys of a chain grow with
-    // the square of its depth: 2,000 levels is deep enough to find recursion.
+    ZR::Array<ProjectInfo> records;
     std::string deep;
-    for (int i = 0; i < 2000; ++i) deep += "/d";
+    for (int i = 0; i < 10000; ++i) deep += "/d";
     for (const std::string& path :
          {deep + "/p", std::string(), std::string("//"), std::string("a//b/"), std::string("/x")}) {
-        KRC::UI::LocalCache::ProjectInfo info;
+        ProjectInfo info;
         info.path = path;
+        info.version = "99999999999.1.2 (x";
         records.Add(info);
     }
     cache.Merge(records, [](const auto&) { return true; });
@@ -352,6 +352,24 @@ TEST(DataQueryResultCache, DeepAndOddPathsNeverRecurseOrCrash) {
         listing += folder->GetName().Std() + (known ? "+ " : "- ");
     });
     EXPECT_EQ(listing, "a+ d+ ");
+    // Paths name a node only in the form that joining elements gives.
+    const struct {
+        const char* path;
+        const char* projects;  // names in the folder; null: no folder
+    } rows[] = {{"", ",x,"}, {"/a", "b,"}, {"a", nullptr}, {"/a/", nullptr}, {"//a", nullptr}};
+    for (const auto& row : rows) {
+        const ZR::Ref<ProjectFolder> folder = cache.GetSubFolderWithChildResources(row.path);
+        std::string names;
+        ZR::PagedArray<ZR::Ref<Project>, 8> projects;
+        if (folder) folder->GetProjects(projects);
+        for (const auto& p : projects) names += p->GetName().Std() + ",";
+        EXPECT_EQ(folder ? names : "none", row.projects ? row.projects : "none") << row.path;
+    }
+    ZR::Ref<ProjectFolder> folder;
+    ZR::Array<ZR::UniString> missing;
+    EXPECT_FALSE(
+        cache.GetSubFolderWithChildResources(ZR::UniString(deep + "/q/r"), folder, missing));
+    EXPECT_EQ(missing.GetSize(), 2u);
     KRC::UI::DataQueryResultCache copy(cache);
     cache.Clear();
     EXPECT_TRUE(copy.GetSubFolderWithChildResources(ZR::UniString(deep)));
