@@ -137,7 +137,7 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
         {KRCB::Management::QueriedFolderResources, "F- F- FR -- --"},
         {KRCB::Management::PathResources, "FR FR FR -- --"},
         {KRCB::Management::RootAndQueriedResources, "FR F- FR -- --"},
-        {static_cast<T>(7), "F- F- F- -- --"},  // no rule: nobody has resources
+        {static_cast<T>(3), "F- F- F- -- --"},  // no rule: nobody has resources
     };
     const char* paths[] = {"", "/Projects", "/Projects/Alpha", "/Projects/Zeta", "/Other"};
     for (const auto& row : rows) {
@@ -169,8 +169,7 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
     const std::pair<int, T> converted[] = {{1, KRCB::Management::QueriedFolderResources},
                                            {2, KRCB::Management::PathResources},
                                            {3, KRCB::Management::RootAndQueriedResources},
-                                           {0, KRCB::Management::PathResources},
-                                           {7, KRCB::Management::PathResources}};
+                                           {0, KRCB::Management::PathResources}};
     for (const auto& [type, expected] : converted)
         EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(type)), expected);
 }

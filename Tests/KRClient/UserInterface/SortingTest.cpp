@@ -59,7 +59,7 @@ TEST(ResourceComparer, CriteriaDirectionsAndTies) {
         {RC::Name, true, RC::Modified, true, &B, &B, false, false},  // equal in both
         {RC::Path, true, RC::Name, true, &b, &B, false, false},
         {RC::ModelServer, false, RC::Name, true, &a, &c, false, true},
-        {static_cast<RC::SortCriteria>(99), true, RC::Name, true, &c, &a, false, true},
+        {static_cast<RC::SortCriteria>(7), true, RC::Name, true, &c, &a, false, true},
     };
     for (const Row& r : rows) {
         RC cmp(r.first, r.firstUp, r.second, r.secondUp);
