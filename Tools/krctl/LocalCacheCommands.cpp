@@ -195,6 +195,8 @@ struct Finding {
 int CheckCache(const GlobalOptions& options, const std::string& scenario, const std::string& server,
                const std::string& user, const std::string& path) {
     CheckServerUrl(server);
+    if (!KRC::UI::CachedProjectCheckTask::IsEnabled())
+        throw Failure("the cached project check is disabled: the base client did not start");
     const KRC::UI::CachedProjectCheckTask::Projects projects(
         std::make_shared<ZR::Array<ProjectInfo>>(Records(options, server, user)));
     std::unique_ptr<Emulator::Service> service = LoadScenario(scenario);
@@ -226,8 +228,6 @@ int CheckCache(const GlobalOptions& options, const std::string& scenario, const 
         log.push_back({{"level", levels[static_cast<int>(r.level)]}, {"text", r.text}});
     }
     if (failed) throw Failure(OneLine(log.back()["text"].get<std::string>()));
-    if (!KRC::UI::CachedProjectCheckTask::IsEnabled())
-        throw Failure("the cached project check is disabled: the base client did not start");
     if (options.json) {
         Json out{{"path", path}, {"finding", finding.kind}, {"records", projects->GetSize()}};
         if (finding.kind != "none") {
