@@ -63,17 +63,6 @@ private:
     }
 };
 
-struct Folder : KRCB::ProjectConnectionManagerInterface {
-    const IO::Location& GetKerrowLocation() const override { return location; }
-    ZR::UniString GetProjectPath() const override { return ""; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return location; }
-    IO::Location location{
-        ZR::UniString(std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp"))};
-};
-
 class NoErrors : public KRC::MailClientErrorHandler {
     void MailSendingFailed(Failure&) override {}
     void MailDeletingFailed(Failure&) override {}
@@ -111,7 +100,8 @@ struct Setup {
 
     AnsweringMonitor monitor;
     KRCB::SignalClient signals{"https://nowhere.invalid", "bench", "rt-none"};
-    Folder folder;
+    KRCB::CacheFolderConnection folder{IO::Location(
+        ZR::UniString(std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp")))};
     std::unique_ptr<KRC::MailClient> client;
 };
 

@@ -51,17 +51,6 @@ public:
     void Deliver(ZR::Ref<MB::MailboxChange> change) { NotifyMailboxChanged(change); }
 };
 
-struct Folder : KRCB::ProjectConnectionManagerInterface {
-    explicit Folder(IO::Location at) : location(std::move(at)) {}
-    const IO::Location& GetKerrowLocation() const override { return location; }
-    ZR::UniString GetProjectPath() const override { return ""; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return location; }
-    IO::Location location;
-};
-
 class NoErrors : public KRC::MailClientErrorHandler {
     void MailSendingFailed(Failure&) override {}
     void MailDeletingFailed(Failure&) override {}
@@ -108,7 +97,7 @@ struct Client {
     }
     QuietMonitor monitor;
     KRCB::SignalClient signals{"https://nowhere.invalid", "bench", "rt-none"};
-    Folder folder;
+    KRCB::CacheFolderConnection folder;
     std::unique_ptr<KRC::MailClient> client;
 };
 

@@ -47,21 +47,6 @@ class PrintErrors : public KRC::MailClientErrorHandler {
     }
 };
 
-class CacheFolder : public KRCB::ProjectConnectionManagerInterface {
-public:
-    CacheFolder(IO::Location location, IO::Location folder)
-        : mLocation(std::move(location)), mFolder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return mLocation; }
-    ZR::UniString GetProjectPath() const override { return ZR::UniString(); }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ZR::UniString(); }
-    IO::Location GetCacheFolderLocation() const override { return mFolder; }
-
-private:
-    IO::Location mLocation, mFolder;
-};
-
 // One user's desk: the monitor, the signal client and the mail client.
 struct Desk {
     Desk(Emulator::Service& service, const char* server, const char* login,
@@ -69,7 +54,7 @@ struct Desk {
         : location(Location(service, server, login)),
           monitor(location, ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
           signals(server, login, location.GetPassword()),
-          manager(location, IO::Location(ZR::UniString(folder))) {
+          manager(IO::Location(ZR::UniString(folder)), location) {
         std::filesystem::create_directories(folder);
         std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
         client = std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, false, 0,
@@ -113,7 +98,7 @@ struct Desk {
     IO::Location location;
     MB::MailboxMonitor monitor;
     KRCB::SignalClient signals;
-    CacheFolder manager;
+    KRCB::CacheFolderConnection manager;
     std::unique_ptr<KRC::MailClient> client;
 };
 

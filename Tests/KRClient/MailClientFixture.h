@@ -84,15 +84,10 @@ private:
     Heard& mHeard;
 };
 
-struct FolderManager : KRCB::ProjectConnectionManagerInterface {
-    explicit FolderManager(IO::Location folder) : folder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return folder; }
-    ZR::UniString GetProjectPath() const override { return "/p"; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return folder; }
-    IO::Location folder;
+// The cache folder alone, for a project "/p".
+struct FolderManager : KRCB::CacheFolderConnection {
+    explicit FolderManager(IO::Location folder)
+        : CacheFolderConnection(std::move(folder), IO::Location(), "/p") {}
 };
 
 inline M::Mail ServerMail(const std::string& id, const std::string& from = "me",

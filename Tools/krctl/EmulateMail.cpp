@@ -123,21 +123,6 @@ class PrintErrors : public KRC::MailClientErrorHandler {
     }
 };
 
-class CacheFolder : public KRCB::ProjectConnectionManagerInterface {
-public:
-    CacheFolder(IO::Location location, IO::Location folder)
-        : mLocation(std::move(location)), mFolder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return mLocation; }
-    ZR::UniString GetProjectPath() const override { return ZR::UniString(); }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ZR::UniString(); }
-    IO::Location GetCacheFolderLocation() const override { return mFolder; }
-
-private:
-    IO::Location mLocation, mFolder;
-};
-
 // The display name, or the mailbox where there is none.
 std::string Name(const M::Address& address) {
     return address.GetName().IsEmpty() ? address.GetMailboxId().ToString().Std()
@@ -170,7 +155,7 @@ public:
                    ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
           mSignals(ZR::UniString(offline ? kNoServer : server), ZR::UniString(login),
                    Location(service, server, login, offline).GetPassword()),
-          mManager(Location(service, server, login, offline), mFolder) {
+          mManager(mFolder, Location(service, server, login, offline)) {
         if (IO::fileSystem.CreateFolderTree(mFolder))
             throw Failure("can't make the mail folder " + options.dataFolder + "/Mail");
         mMonitor.Attach(mWaiter);  // before the client: told after it has merged
@@ -230,7 +215,7 @@ private:
     Waiter mWaiter;
     MB::MailboxMonitor mMonitor;
     KRCB::SignalClient mSignals;
-    CacheFolder mManager;
+    KRCB::CacheFolderConnection mManager;
     std::shared_ptr<Result> mResult = std::make_shared<Result>();
 };
 

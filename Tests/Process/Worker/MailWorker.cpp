@@ -19,22 +19,11 @@ class NoErrors : public KRC::MailClientErrorHandler {
     void SetMailsReadFailed(Failure&) override {}
 };
 
-struct Folder : KRCB::ProjectConnectionManagerInterface {
-    explicit Folder(IO::Location folder) : folder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return folder; }
-    ZR::UniString GetProjectPath() const override { return "/p"; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return folder; }
-    IO::Location folder;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
-    Folder folder{IO::Location(ZR::UniString(argv[1]))};
+    KRCB::CacheFolderConnection folder{IO::Location(ZR::UniString(argv[1]))};
     krtest::ScriptedMailboxMonitor monitor;
     monitor.Start();
     KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};

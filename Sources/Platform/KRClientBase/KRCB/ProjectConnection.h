@@ -68,6 +68,31 @@ public:
     ZR::UniString GetRefreshToken() const { return GetKerrowLocation().GetPassword(); }
 };
 
+/// A project's cache folder standing alone, with no open connection: lets the
+/// mail client and other per-project stores work on the folder's files
+/// offline (tools, tests, a host that shows stored mails before it connects).
+/// A primary manager with no signal client and no session.
+class KRCB_EXPORT CacheFolderConnection : public ProjectConnectionManagerInterface {
+public:
+    /// location is the project location (server, user, token) the folder
+    /// belongs to; it defaults to the folder itself when there is none.
+    explicit CacheFolderConnection(IO::Location cacheFolder, IO::Location location = IO::Location(),
+                                   ZR::UniString projectPath = ZR::UniString())
+        : mFolder(std::move(cacheFolder)),
+          mLocation(location.IsEmpty() ? mFolder : std::move(location)),
+          mProjectPath(std::move(projectPath)) {}
+    const IO::Location& GetKerrowLocation() const override { return mLocation; }
+    ZR::UniString GetProjectPath() const override { return mProjectPath; }
+    bool IsSecondary() const override { return false; }
+    SignalClient* GetSignalClient() const override { return nullptr; }
+    ZR::UniString GetSessionId() const override { return ZR::UniString(); }
+    IO::Location GetCacheFolderLocation() const override { return mFolder; }
+
+private:
+    IO::Location mFolder, mLocation;
+    ZR::UniString mProjectPath;
+};
+
 /// Holds the location, the cached record, the signal client, the mailbox
 /// monitor and the user attributes of one open project.
 class KRCB_EXPORT ProjectConnectionManager : public ProjectConnectionManagerInterface,
