@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
@@ -65,7 +67,8 @@ struct Names {
     {"fetch", Op::Fetch, 2},
     {"reset", Op::Reset, 2},
     {"contacts", Op::Contacts, 1},
-    {"restart", Op::Restart, 3},
+    {"restart", Op::Restart, 4},
+    {"crash", Op::Crash, 4},
 };
 
 const char* const kFaultOps[] = {Model::kSend, Model::kRead, Model::kComplete, Model::kDelete};
@@ -169,6 +172,7 @@ public:
         // Both boxes have a history before the client first looks.
         Deliver("b0", false);
         SentElsewhere("x0");
+        KeepFiles();
         mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
         mModel.Start();
     }
@@ -203,6 +207,12 @@ private:
     void ChangeOnServer(bool inbox, int which, bool read);
     std::string Settle();
     std::string Compare(bool withServer);
+    void KeepFiles() {
+        for (const char* name : {KRC::MailClient::kMailsFileName, "Outbox.dat"})
+            mKept[name] = krtest::Exists(mFolder.Sub(name))
+                              ? std::optional<std::string>(krtest::ReadFile(mFolder.Sub(name)))
+                              : std::nullopt;
+    }
 
     struct Owner : ZR::DependentResource {
         ~Owner() override { ReleaseDependents(); }
@@ -218,6 +228,7 @@ private:
     std::vector<std::string> mOwnIds;
     int mNext = 1;
     std::size_t mRequestsSeen = 0;
+    std::map<std::string, std::optional<std::string>> mKept;  // the files of the last end in order
 };
 
 ZR::Ref<M::Mail> NewServerMail(const std::string& id, const std::string& from,
@@ -436,8 +447,23 @@ std::string World::Do(const Step& step) {
             break;
         case Op::Restart:
             mSession.reset();
+            KeepFiles();
             mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
             mModel.Restart();
+            break;
+        case Op::Crash:
+            // What the process did not write stays as the last end left it:
+            // the client ends in order all the same, then that is put back.
+            mSession.reset();
+            if (step.a % 2) mKept.erase(KRC::MailClient::kMailsFileName);
+            for (const auto& [name, bytes] : mKept)
+                if (bytes)
+                    krtest::WriteFile(mFolder.Sub(name), *bytes);
+                else
+                    std::filesystem::remove(mFolder.Sub(name));
+            KeepFiles();
+            mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
+            mModel.Crash(step.a % 2);
             break;
         case Op::Count:
             break;

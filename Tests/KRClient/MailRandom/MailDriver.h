@@ -35,6 +35,7 @@ enum class Op {
     Reset,
     Contacts,
     Restart,  // close and start again on the same cache folder
+    Crash,    // the process dies as it ends; a: before or between its two writes
     Count
 };
 

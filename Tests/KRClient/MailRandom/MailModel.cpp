@@ -283,6 +283,18 @@ void Model::Start() {
 // The client ends in order: its files are written, then the monitor stops
 // and what it still held ends canceled, where anyone is left to hear it.
 void Model::Restart() {
+    StoreMails();
+    mStored.outbox.clear();
+    for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
+    StartFromStored();
+}
+
+void Model::Crash(bool mailsWritten) {
+    if (mailsWritten) StoreMails();
+    StartFromStored();
+}
+
+void Model::StoreMails() {
     if (mStorage) {
         mStored.inbox = mClient.inbox.mails;
         mStored.sent = mClient.sent.mails;
@@ -292,12 +304,12 @@ void Model::Restart() {
         mStored.inboxToRead = mClient.inboxToRead;
         mStored.sentToComplete = mClient.sentToComplete;
     }
-    mStored.outbox.clear();
-    for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
+}
+
+void Model::StartFromStored() {
     for (const Job& job : mMonitor.queue)
         mCounts.callerCancel +=
             std::count(job.handlers.begin(), job.handlers.end(), Handler::Caller);
-
     mClient = Client();
     mMonitor = Monitor();
     mClient.inbox.mails = mStored.inbox;

@@ -111,7 +111,12 @@ public:
 
     // The client's start (a monitor that is not running yet is started).
     void Start();
+    // An end in order, and a new start on the same files.
     void Restart();
+    // The process dies as it ends: before it writes, or (mailsWritten) after
+    // "Mails.dat" and before "Outbox.dat". What it did not write stays as the
+    // last end in order left it.
+    void Crash(bool mailsWritten);
 
     // The host.
     void SendMail(const MailPtr& mail, bool callerTask);
@@ -188,6 +193,8 @@ private:
     void Apply(const Job& job);
     void Finish(const Job& job, int outcome);  // 0 success, 1 cancel, 2 failure
     void Push(const std::string& user);
+    void StartFromStored();
+    void StoreMails();
 
     // The client's side.
     void StatusChange(bool online);

@@ -26,7 +26,7 @@
 namespace mailrandom {
 namespace {
 
-constexpr int kLength = 40;
+constexpr int kLength = 50;
 #ifdef MAIL_RANDOM_UNDER_TSAN
 constexpr int kSeeds = 40;  // the same sequences, several times slower
 #else
