@@ -27,7 +27,7 @@ using krtest::kServer;
 
 namespace {
 
-constexpr int kBoundMs = 20000;
+constexpr int kBoundMs = 10000;
 
 // An attachment that keeps its mail from being completed by the client.
 class Pinned : public KRC::MailAttachment {
@@ -69,6 +69,8 @@ struct Names {
     {"contacts", Op::Contacts, 1},
     {"restart", Op::Restart, 4},
     {"crash", Op::Crash, 4},
+    {"hold", Op::Hold, 3},
+    {"release", Op::Release, 3},
 };
 
 const char* const kFaultOps[] = {Model::kSend, Model::kRead, Model::kComplete, Model::kDelete};
@@ -177,6 +179,7 @@ public:
         mModel.Start();
     }
     ~World() {
+        if (mGate) mGate->Release();
         mSession.reset();
         ZR::MessageLoop::RunPending();
     }
@@ -207,6 +210,16 @@ private:
     void ChangeOnServer(bool inbox, int which, bool read);
     std::string Settle();
     std::string Compare(bool withServer);
+    void Release() {
+        if (mGate) mGate->Release();
+        mGate.reset();
+        mModel.Release();
+    }
+    // What the released call sets off ends before the client does.
+    std::string ReleaseAndSettle() {
+        Release();
+        return Settle();
+    }
     void KeepFiles() {
         for (const char* name : {KRC::MailClient::kMailsFileName, "Outbox.dat"})
             mKept[name] = krtest::Exists(mFolder.Sub(name))
@@ -223,6 +236,7 @@ private:
     Heard mHeard;
     Model mModel;
     std::unique_ptr<Session> mSession;
+    std::shared_ptr<Emulator::Gate> mGate;
     std::map<std::string, ZR::Ref<KRC::ClientMail>> mMails;  // the host's own
     std::map<std::string, MailPtr> mModelMails;
     std::vector<std::string> mOwnIds;
@@ -445,13 +459,23 @@ std::string World::Do(const Step& step) {
             c.OnlineUserListChanged();
             mModel.UpdateContactList();
             break;
+        case Op::Hold:
+            if (mModel.IsHolding()) break;
+            mGate = mService->BlockNext(kFaultOps[step.a % 4]);
+            mModel.Hold(kFaultOps[step.a % 4]);
+            break;
+        case Op::Release:
+            Release();
+            break;
         case Op::Restart:
+            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
             mSession.reset();
             KeepFiles();
             mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
             mModel.Restart();
             break;
         case Op::Crash:
+            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
             // What the process did not write stays as the last end left it:
             // the client ends in order all the same, then that is put back.
             mSession.reset();
@@ -475,8 +499,8 @@ std::string World::Do(const Step& step) {
 // The end of a sequence: the server up, the user present, a new connection,
 // and a quiet period.
 std::string World::Finish() {
-    std::string result;
-    if (mModel.IsServerDown()) result = Do({Op::Up});
+    std::string result = Do({Op::Release});
+    if (result.empty() && mModel.IsServerDown()) result = Do({Op::Up});
     if (result.empty() && mModel.IsSuspended()) result = Do({Op::Back});
     if (result.empty()) result = Do({Op::Reset});
     return result.empty() ? Compare(true) : result;
@@ -485,6 +509,14 @@ std::string World::Finish() {
 // Until the monitor is between jobs with nothing to run and the message loop
 // has nothing pending: whatever a step set off has happened by then.
 std::string World::Settle() {
+    // A call held at the server holds the monitor's thread: nothing else
+    // happens there until it is released.
+    if (mModel.IsHeld()) {
+        if (!mGate->WaitUntilReached(kBoundMs)) return "the held call did not reach the server";
+        while (ZR::MessageLoop::RunPending() != 0) {
+        }
+        return "";
+    }
     for (int round = 0; round < 100; ++round) {
         if (!mSession->monitor.WaitUntilIdle(kBoundMs)) return "the monitor did not come to rest";
         if (ZR::MessageLoop::RunPending() == 0 && mSession->monitor.WaitUntilIdle(0)) return "";

@@ -34,6 +34,8 @@ enum class Op {
     Fetch,
     Reset,
     Contacts,
+    Hold,  // a: the operation whose next call waits at the server
+    Release,
     Restart,  // close and start again on the same cache folder
     Crash,    // the process dies as it ends; a: before or between its two writes
     Count

@@ -133,7 +133,14 @@ void Model::Queue(Job::Kind kind, Job job, bool front) {
 void Model::Run() {
     if (mRunning) return;
     mRunning = true;
-    while (!mMonitor.suspended && !mMonitor.queue.empty()) {
+    while (!mHeld) {
+        if (mMonitor.suspendPending) {
+            mMonitor.suspendPending = false;
+            mMonitor.connected = mMonitor.registered = false;
+            Tell(false);
+            continue;
+        }
+        if (mMonitor.suspended || mMonitor.queue.empty()) break;
         Job job = std::move(mMonitor.queue.front());
         mMonitor.queue.pop_front();
         if (job.kind == Job::Fetch && job.handlers.empty()) mMonitor.fetchQueued = false;
@@ -185,17 +192,55 @@ void Model::Process(Job& job) {
     if (job.kind == Job::Request) {
         mRequests.push_back(job.op + (job.box.empty() ? "" : " " + job.box) + " " +
                             Joined(job.ids));
-        auto [first, last] = mFaults.equal_range(job.op);
-        if (first != last) {
-            const Fault fault = first->second;
-            mFaults.erase(first, last);
-            return Finish(job, fault == Fault::Cancel ? 1 : 2);
+        std::deque<bool>& gates = mGates[job.op];
+        const bool closed = !gates.empty() && gates.front();
+        if (!gates.empty()) gates.pop_front();
+        if (closed) {
+            mHeld = std::move(job);
+            return;
         }
-        Apply(job);
+        return Answer(job);
     }
-    // A request's change comes back as a change before the request ends.
-    if (job.kind != Job::Contacts) Fetch();
+    if (job.kind == Job::Fetch) Fetch();
     Finish(job, 0);
+}
+
+// The server's answer to a request that reached it: a scripted fault, a
+// server gone meanwhile, or the change, which comes back as a change before
+// the request ends.
+void Model::Answer(const Job& job) {
+    auto [first, last] = mFaults.equal_range(job.op);
+    if (first != last) {
+        const Fault fault = first->second;
+        mFaults.erase(first, last);
+        return Finish(job, fault == Fault::Cancel ? 1 : 2);
+    }
+    if (mDown) {
+        mMonitor.connected = false;
+        Tell(false);
+        return Finish(job, 2);
+    }
+    Apply(job);
+    Fetch();
+    Finish(job, 0);
+}
+
+bool Model::IsHolding() const {
+    if (mHeld) return true;
+    for (const auto& [op, gates] : mGates)
+        if (std::count(gates.begin(), gates.end(), true)) return true;
+    return false;
+}
+
+void Model::Release() {
+    for (auto& [op, gates] : mGates) std::fill(gates.begin(), gates.end(), false);
+    if (!mHeld) return;
+    Job job = std::move(*mHeld);
+    mHeld.reset();
+    mRunning = true;
+    Answer(job);
+    mRunning = false;
+    Run();
 }
 
 // A request's effect on the server.
@@ -260,15 +305,15 @@ void Model::Finish(const Job& job, int outcome) {
         }
 }
 
+// Suspended at once, left the server once the job under way has ended.
 void Model::SetPresence(bool online) {
     if (!online) {
         if (mMonitor.suspended) return;
-        mMonitor.suspended = true;
-        mMonitor.connected = mMonitor.registered = false;
-        return Tell(false);
+        mMonitor.suspended = mMonitor.suspendPending = true;
+        return Run();
     }
     if (!mMonitor.suspended) return;
-    mMonitor.suspended = false;
+    mMonitor.suspended = mMonitor.suspendPending = false;
     Queue(Job::Reconnect, {}, true);
     Run();
 }

@@ -108,6 +108,13 @@ public:
     void WholeNext(bool inbox) { Box("anna", inbox).wholeNext = true; }
     void SetServerDown(bool down);
     void ArmFault(const std::string& op, Fault fault) { mFaults.emplace(op, fault); }
+    // A gate for the next call of op that has none yet: the call waits at
+    // the server until Release, and the monitor waits with it. Released
+    // gates stay until a call has passed them.
+    void Hold(const std::string& op) { mGates[op].push_back(true); }
+    void Release();
+    bool IsHolding() const;
+    bool IsHeld() const { return mHeld.has_value(); }
 
     // The client's start (a monitor that is not running yet is started).
     void Start();
@@ -170,7 +177,8 @@ private:
         std::set<std::string> underWay;
     };
     struct Monitor {
-        bool suspended = false, connected = false, registered = false, contactKnown = false;
+        bool suspended = false, suspendPending = false;
+        bool connected = false, registered = false, contactKnown = false;
         int reported = -1;
         bool fetchQueued = false;
         std::uint64_t inboxRevision = 0, sentRevision = 0;
@@ -191,6 +199,7 @@ private:
     void Tell(bool online);
     void Fetch();
     void Apply(const Job& job);
+    void Answer(const Job& job);
     void Finish(const Job& job, int outcome);  // 0 success, 1 cancel, 2 failure
     void Push(const std::string& user);
     void StartFromStored();
@@ -210,6 +219,8 @@ private:
     bool mStorage;
     bool mDown = false;
     bool mRunning = false;
+    std::map<std::string, std::deque<bool>> mGates;  // op: closed or not, in order
+    std::optional<Job> mHeld;
     std::map<std::string, ServerBox> mServer;
     std::multimap<std::string, Fault> mFaults;
     Client mClient;
