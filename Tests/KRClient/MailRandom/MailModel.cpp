@@ -107,7 +107,7 @@ void Model::SetServerDown(bool down) {
     mDown = down;
     if (mMonitor.registered) {
         if (down)
-            Queue(Job::ServerDown, {}, true);
+            Queue(Job::ServerDown, true);
         else
             Queue(Job::Reconnect);
     }
@@ -115,6 +115,10 @@ void Model::SetServerDown(bool down) {
 }
 
 // The monitor.
+
+void Model::Queue(Job::Kind kind, bool front) {
+    Queue(kind, Job(), front);
+}
 
 void Model::Queue(Job::Kind kind, Job job, bool front) {
     job.kind = kind;
@@ -314,14 +318,14 @@ void Model::SetPresence(bool online) {
     }
     if (!mMonitor.suspended) return;
     mMonitor.suspended = mMonitor.suspendPending = false;
-    Queue(Job::Reconnect, {}, true);
+    Queue(Job::Reconnect, true);
     Run();
 }
 
 void Model::Start() {
     mMonitor.inboxRevision = mClient.inbox.revision;
     mMonitor.sentRevision = mClient.sent.revision;
-    Queue(Job::Reconnect, {}, true);
+    Queue(Job::Reconnect, true);
     Run();
 }
 

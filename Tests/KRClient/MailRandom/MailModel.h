@@ -134,7 +134,7 @@ public:
 
     // Signals and presence, as the signal client hands them on.
     void UpdateMails() { Queue(Job::Fetch), Run(); }
-    void ResetConnection() { Queue(Job::Reconnect, {}, true), Run(); }
+    void ResetConnection() { Queue(Job::Reconnect, true), Run(); }
     void UpdateContactList() { Queue(Job::Contacts), Run(); }
     void SetPresence(bool online);
 
@@ -157,7 +157,7 @@ public:
 
 private:
     struct Job {
-        enum Kind { Request, Contacts, Fetch, Reconnect, ServerDown } kind;
+        enum Kind { Request, Contacts, Fetch, Reconnect, ServerDown } kind = Request;
         std::string op, box;
         std::vector<std::string> ids;
         std::vector<Mail> mails;  // a send's mails as they went
@@ -191,7 +191,8 @@ private:
         std::vector<Mail> outbox;
     };
 
-    void Queue(Job::Kind kind, Job job = {}, bool front = false);
+    void Queue(Job::Kind kind, Job job, bool front = false);
+    void Queue(Job::Kind kind, bool front = false);
     void Run();
     void Process(Job& job);
     bool EnsureConnected();

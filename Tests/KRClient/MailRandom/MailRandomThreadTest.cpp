@@ -16,22 +16,26 @@
 #include "MailDriver.h"
 
 #if defined(__SANITIZE_THREAD__)
-#define MAIL_RANDOM_UNDER_TSAN 1
+#define MAIL_RANDOM_SLOWER 8
+#elif defined(__SANITIZE_ADDRESS__)
+#define MAIL_RANDOM_SLOWER 2
 #elif defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-#define MAIL_RANDOM_UNDER_TSAN 1
+#define MAIL_RANDOM_SLOWER 8
+#elif __has_feature(address_sanitizer)
+#define MAIL_RANDOM_SLOWER 2
 #endif
+#endif
+#ifndef MAIL_RANDOM_SLOWER
+#define MAIL_RANDOM_SLOWER 1
 #endif
 
 namespace mailrandom {
 namespace {
 
 constexpr int kLength = 50;
-#ifdef MAIL_RANDOM_UNDER_TSAN
-constexpr int kSeeds = 40;  // the same sequences, several times slower
-#else
-constexpr int kSeeds = 300;
-#endif
+// A few hundred sequences within a minute, also under the sanitizers.
+constexpr int kSeeds = 400 / MAIL_RANDOM_SLOWER;
 
 struct Seeds {
     std::uint64_t first = 1;
