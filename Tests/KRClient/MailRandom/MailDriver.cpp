@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "KRCB/MailboxMonitor.h"
 #include "KRCB/SignalClient.h"
@@ -16,6 +18,7 @@
 #include "KRClient/MailClient/UserContactFactory.h"
 #include "MailModel.h"
 #include "Support/EmulatorFixture.h"
+#include "Support/Process.h"
 #include "Support/TempFolder.h"
 #include "ZR/MessageLoop.h"
 
@@ -69,6 +72,7 @@ struct Names {
     {"contacts", Op::Contacts, 1},
     {"restart", Op::Restart, 4},
     {"crash", Op::Crash, 4},
+    {"kill", Op::Kill, 1},
     {"hold", Op::Hold, 3},
     {"release", Op::Release, 3},
 };
@@ -489,6 +493,42 @@ std::string World::Do(const Step& step) {
             mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
             mModel.Crash(step.a % 2);
             break;
+        case Op::Kill: {
+            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
+            mSession.reset();
+            KeepFiles();
+            std::vector<Mail> sent;
+            std::vector<std::string> argv{MAIL_WORKER_PATH, mFolder.Path(), krtest::kBertId};
+            const std::vector<std::string> candidates = mModel.Candidates(true);
+            argv.push_back(candidates.empty() ? "-" : candidates[step.b % candidates.size()]);
+            for (int i = 0; i <= step.a % 2; ++i) {
+                sent.emplace_back("k" + std::to_string(mNext++));
+                sent.back().to = {"bert"};
+                argv.push_back(sent.back().id);
+            }
+            {
+                krtest::ChildProcess worker(argv);
+                std::string line;
+                if (!worker.ReadLine(&line) || line != "ending")
+                    return "the killed host process did not start: " + line;
+                // A kill at some point of its end, which writes the files.
+                for (int i = 0; i < (step.b % 4) * 100; ++i) std::this_thread::yield();
+                worker.Kill(SIGKILL);
+                worker.Wait();
+            }
+            auto changed = [&](const char* name) {
+                const auto& kept = mKept[name];
+                const bool now = krtest::Exists(mFolder.Sub(name));
+                return now != kept.has_value() ||
+                       (now && krtest::ReadFile(mFolder.Sub(name)) != *kept);
+            };
+            const bool outboxNew = changed("Outbox.dat");
+            const bool mailsNew = changed(KRC::MailClient::kMailsFileName);
+            KeepFiles();
+            mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
+            mModel.Kill(sent, argv[3], outboxNew, mailsNew);
+            break;
+        }
         case Op::Count:
             break;
     }

@@ -38,6 +38,7 @@ enum class Op {
     Release,
     Restart,  // close and start again on the same cache folder
     Crash,    // the process dies as it ends; a: before or between its two writes
+    Kill,     // a host process on the files killed as it writes; a: mails, b: when
     Count
 };
 

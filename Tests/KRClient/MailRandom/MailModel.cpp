@@ -343,6 +343,20 @@ void Model::Crash(bool mailsWritten) {
     StartFromStored();
 }
 
+void Model::Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
+                 bool mailsNew) {
+    StoreMails();
+    mStored.outbox.clear();
+    for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
+    if (outboxNew) mStored.outbox.insert(mStored.outbox.end(), sent.begin(), sent.end());
+    if (mailsNew && mStorage && readId != "-" && !Has(mStored.inboxToRead, readId)) {
+        mStored.inboxToRead.push_back(readId);
+        for (Mail& mail : mStored.inbox)
+            if (mail.id == readId) mail.read = true;
+    }
+    StartFromStored();
+}
+
 void Model::StoreMails() {
     if (mStorage) {
         mStored.inbox = mClient.inbox.mails;

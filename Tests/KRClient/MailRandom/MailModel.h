@@ -124,6 +124,11 @@ public:
     // "Mails.dat" and before "Outbox.dat". What it did not write stays as the
     // last end in order left it.
     void Crash(bool mailsWritten);
+    // An end in order, then another host process on the files that sends
+    // mails and sets readId read ("-": none) offline, and is killed as it
+    // writes: each of its files is new or as it was.
+    void Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
+              bool mailsNew);
 
     // The host.
     void SendMail(const MailPtr& mail, bool callerTask);
