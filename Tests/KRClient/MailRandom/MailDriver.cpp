@@ -115,8 +115,10 @@ std::string Show(const std::vector<T>& list) {
 struct Heard {
     std::atomic<int> sendFailed{0}, deleteFailed{0}, flagFailed{0};
     std::atomic<int> callerSuccess{0}, callerCancel{0}, callerFailure{0};
+    std::atomic<int> notified{0};
     Counts Get() const {
-        return {sendFailed, deleteFailed, flagFailed, callerSuccess, callerCancel, callerFailure};
+        return {sendFailed,   deleteFailed,  flagFailed, callerSuccess,
+                callerCancel, callerFailure, notified};
     }
 };
 
@@ -142,6 +144,16 @@ private:
     Heard& mHeard;
 };
 
+class Observer : public KRC::MailClientObserver {
+public:
+    explicit Observer(Heard& heard) : mHeard(heard) {}
+    ~Observer() override { DetachFromSources(); }
+    void MailListChanged(KRC::MailClient&, const MailboxChanges&) override { ++mHeard.notified; }
+
+private:
+    Heard& mHeard;
+};
+
 struct FolderManager : KRCB::ProjectConnectionManagerInterface {
     explicit FolderManager(IO::Location folder) : folder(std::move(folder)) {}
     const IO::Location& GetKerrowLocation() const override { return folder; }
@@ -160,7 +172,10 @@ struct Session {
         : monitor(location, ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
           manager(folder.Location()),
           client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, false, 0,
-                                                   std::make_unique<ErrorHandler>(heard))) {}
+                                                   std::make_unique<ErrorHandler>(heard))),
+          observer(heard) {
+        client->Attach(observer);
+    }
     ~Session() {
         client.reset();
         monitor.Stop();
@@ -170,6 +185,7 @@ struct Session {
     KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
     FolderManager manager;
     std::unique_ptr<KRC::MailClient> client;
+    Observer observer;
 };
 
 class World {
@@ -191,6 +207,7 @@ public:
     // The client's first connection, at rest.
     std::string Begin() {
         std::string busy = Settle();
+        mModel.SetNotified(mHeard.notified);
         return busy.empty() ? Compare(true) : busy;
     }
     std::string Do(const Step& step);
@@ -533,6 +550,8 @@ std::string World::Do(const Step& step) {
             break;
     }
     if (std::string busy = Settle(); !busy.empty()) return busy;
+    if (step.op == Op::Restart || step.op == Op::Crash || step.op == Op::Kill)
+        mModel.SetNotified(mHeard.notified);
     return Compare(false);
 }
 
@@ -586,6 +605,10 @@ std::string World::Compare(bool withServer) {
     for (const auto& mail : c.GetOutboxMails())
         outbox.push_back(mail->GetId().Std() + ":" + (mail->IsCompleted() ? "c" : "-"));
     check("outbox", Show(outbox), Show(view.outbox));
+    std::vector<std::string> all;
+    for (const auto& mail : c.GetAllMails()) all.push_back(mail->GetId().Std());
+    std::sort(all.begin(), all.end());
+    check("all mails", Show(all), Show(view.all));
     check("inbox revision", c.GetInboxRevision(), view.inboxRevision);
     check("sent revision", c.GetSentRevision(), view.sentRevision);
     check("online", c.IsOnline(), view.online);
@@ -607,7 +630,8 @@ std::string World::Compare(bool withServer) {
         std::ostringstream out;
         out << "errors send " << n.sendFailed << " delete " << n.deleteFailed << " flags "
             << n.flagFailed << "; caller success " << n.callerSuccess << " cancel "
-            << n.callerCancel << " failure " << n.callerFailure;
+            << n.callerCancel << " failure " << n.callerFailure << "; observers told "
+            << n.notified;
         return out.str();
     };
     check("heard", counts(heard), counts(expected));

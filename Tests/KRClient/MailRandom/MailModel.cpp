@@ -287,10 +287,10 @@ void Model::Finish(const Job& job, int outcome) {
                     for (const auto& id : job.ids) mClient.underWay.erase(id);
                 break;
             case Handler::ShowDeleteError:
-                mCounts.deleteFailed += outcome == 2;
-                break;
             case Handler::ShowFlagError:
-                mCounts.flagFailed += outcome == 2;
+                (handler == Handler::ShowDeleteError ? mCounts.deleteFailed : mCounts.flagFailed) +=
+                    outcome == 2;
+                mCounts.notified += outcome == 0;
                 break;
             case Handler::InboxCompleted:
                 if (outcome == 0) Forget(mClient.inboxToComplete, job.ids);
@@ -406,34 +406,40 @@ void Model::StatusChange(bool online) {
 namespace {
 
 // One box: the whole box, a gap that applies nothing, or what changed.
-void Merge(const ServerBox::Delta& delta, std::vector<Mail>& table, std::uint64_t& revision,
+// True if the host hears of it.
+bool Merge(const ServerBox::Delta& delta, std::vector<Mail>& table, std::uint64_t& revision,
            std::set<std::string>& deleted) {
     const std::uint64_t from = delta.whole ? 0 : delta.from;
+    const std::uint64_t stored = std::exchange(revision, delta.to);
     if (from == 0) {
         table = delta.created;
-    } else if (from == revision) {
-        for (const auto* list : {&delta.created, &delta.updated})
-            for (const Mail& mail : *list) {
-                auto it = std::find_if(table.begin(), table.end(),
-                                       [&](const Mail& m) { return m.id == mail.id; });
-                if (it != table.end())
-                    *it = mail;
-                else
-                    table.push_back(mail);
-            }
-        for (const std::string& id : delta.deleted) {
-            std::erase_if(table, [&](const Mail& m) { return m.id == id; });
-            deleted.erase(id);
-        }
+        return !delta.created.empty();
     }
-    revision = delta.to;
+    if (from != stored) return false;
+    for (const auto* list : {&delta.created, &delta.updated})
+        for (const Mail& mail : *list) {
+            auto it = std::find_if(table.begin(), table.end(),
+                                   [&](const Mail& m) { return m.id == mail.id; });
+            if (it != table.end())
+                *it = mail;
+            else
+                table.push_back(mail);
+        }
+    bool removed = false;
+    for (const std::string& id : delta.deleted) {
+        removed |= std::erase_if(table, [&](const Mail& m) { return m.id == id; }) != 0;
+        deleted.erase(id);
+    }
+    return removed || !delta.created.empty() || !delta.updated.empty();
 }
 
 }  // namespace
 
 void Model::MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta& sent) {
-    Merge(inbox, mClient.inbox.mails, mClient.inbox.revision, mClient.inbox.deleted);
-    Merge(sent, mClient.sent.mails, mClient.sent.revision, mClient.sent.deleted);
+    const bool inboxChanged =
+        Merge(inbox, mClient.inbox.mails, mClient.inbox.revision, mClient.inbox.deleted);
+    const bool sentChanged =
+        Merge(sent, mClient.sent.mails, mClient.sent.revision, mClient.sent.deleted);
 
     // The server has these now, whether or not the merge took them in.
     std::vector<std::string> toComplete;
@@ -450,6 +456,7 @@ void Model::MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta
     for (const auto& id : mClient.sentToComplete)
         if (Mail* mail = mClient.sent.Find(id)) mail->completed = true;
     if (!toComplete.empty()) SetSentMailsCompleted(toComplete, false);
+    mCounts.notified += inboxChanged || sentChanged;
 }
 
 void Model::SendMail(const MailPtr& mail, bool callerTask) {
@@ -600,6 +607,13 @@ Model::ClientView Model::View() const {
     shown(mClient.sent, view.sent);
     for (const MailPtr& mail : mClient.outbox)
         view.outbox.push_back(mail->id + ":" + (mail->completed ? "c" : "-"));
+    std::set<std::string> seen;
+    for (const Table* table : {&mClient.inbox, &mClient.sent})
+        for (const Mail& mail : table->mails)
+            if (!table->deleted.count(mail.id)) view.all.push_back(mail.id), seen.insert(mail.id);
+    for (const MailPtr& mail : mClient.outbox)
+        if (seen.insert(mail->id).second) view.all.push_back(mail->id);
+    std::sort(view.all.begin(), view.all.end());
     view.inboxRevision = mClient.inbox.revision;
     view.sentRevision = mClient.sent.revision;
     view.online = mClient.online;

@@ -80,6 +80,7 @@ enum class Handler {
 struct Counts {
     int sendFailed = 0, deleteFailed = 0, flagFailed = 0;
     int callerSuccess = 0, callerCancel = 0, callerFailure = 0;
+    int notified = 0;  // calls of the client's observers
     bool operator==(const Counts&) const = default;
 };
 
@@ -147,6 +148,7 @@ public:
     struct ClientView {
         std::vector<std::string> inbox, sent;  // "id:rc", sorted; hidden mails left out
         std::vector<std::string> outbox;       // "id:c" in order
+        std::vector<std::string> all;          // ids of all mails the host sees, sorted
         std::uint64_t inboxRevision = 0, sentRevision = 0;
         bool online = false;
     };
@@ -154,6 +156,8 @@ public:
     // The server's requests of the four operations, "op box id,id", since the last take.
     std::vector<std::string> TakeRequests() { return std::exchange(mRequests, {}); }
     const Counts& GetCounts() const { return mCounts; }
+    // A client's first calls of its observers come before anyone can attach.
+    void SetNotified(int count) { mCounts.notified = count; }
     bool IsSuspended() const { return mMonitor.suspended; }
     bool IsServerDown() const { return mDown; }
 
