@@ -103,9 +103,9 @@ void Model::Gap(bool inbox) {
     box.gapAt = ++box.revision;
 }
 
+// Only a change of state is pushed.
 void Model::SetServerDown(bool down) {
-    mDown = down;
-    if (mMonitor.registered) {
+    if (std::exchange(mDown, down) != down && mMonitor.registered) {
         if (down)
             Queue(Job::ServerDown, true);
         else
