@@ -483,7 +483,7 @@ std::string World::Do(const Step& step) {
                 krtest::ChildProcess worker(argv);
                 std::string line;
                 if (!worker.ReadLine(&line) || line != "ending")
-                    return "the killed host process did not start: " + line;
+                    return "  the killed host process did not start: " + line + "\n";
                 // A kill at some point of its end, which writes the files.
                 for (int i = 0; i < (step.b % 4) * 100; ++i) std::this_thread::yield();
                 worker.Kill(SIGKILL);
@@ -527,16 +527,17 @@ std::string World::Settle() {
     // A call held at the server holds the monitor's thread: nothing else
     // happens there until it is released.
     if (mModel.IsHeld()) {
-        if (!mGate->WaitUntilReached(kBoundMs)) return "the held call did not reach the server";
+        if (!mGate->WaitUntilReached(kBoundMs)) return "  the held call did not reach the server\n";
         while (ZR::MessageLoop::RunPending() != 0) {
         }
         return "";
     }
     for (int round = 0; round < 100; ++round) {
-        if (!mSession->monitor.WaitUntilIdle(kBoundMs)) return "the monitor did not come to rest";
+        if (!mSession->monitor.WaitUntilIdle(kBoundMs))
+            return "  the monitor did not come to rest\n";
         if (ZR::MessageLoop::RunPending() == 0 && mSession->monitor.WaitUntilIdle(0)) return "";
     }
-    return "the client did not come to rest";
+    return "  the client did not come to rest\n";
 }
 
 std::string World::Compare(bool withServer) {
