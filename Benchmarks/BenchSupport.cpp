@@ -30,12 +30,18 @@ void __libc_free(void*);
 namespace {
 std::atomic<std::int64_t> gAllocations{0};
 std::atomic<std::int64_t> gLiveBytes{0};
+std::atomic<std::int64_t> gPeakBytes{0};
 
 void* Counted(void* p) {
     if (p) {
         gAllocations.fetch_add(1, std::memory_order_relaxed);
-        gLiveBytes.fetch_add(static_cast<std::int64_t>(malloc_usable_size(p)),
-                             std::memory_order_relaxed);
+        std::int64_t live = gLiveBytes.fetch_add(static_cast<std::int64_t>(malloc_usable_size(p)),
+                                                 std::memory_order_relaxed) +
+                            static_cast<std::int64_t>(malloc_usable_size(p));
+        std::int64_t peak = gPeakBytes.load(std::memory_order_relaxed);
+        while (live > peak &&
+               !gPeakBytes.compare_exchange_weak(peak, live, std::memory_order_relaxed)) {
+        }
     }
     return p;
 }
@@ -88,7 +94,11 @@ namespace fs = std::filesystem;
 
 HeapCount GetHeapCount() {
     return {gAllocations.load(std::memory_order_relaxed),
-            gLiveBytes.load(std::memory_order_relaxed)};
+            gLiveBytes.load(std::memory_order_relaxed), gPeakBytes.load(std::memory_order_relaxed)};
+}
+
+void ResetHeapPeak() {
+    gPeakBytes.store(gLiveBytes.load(std::memory_order_relaxed), std::memory_order_relaxed);
 }
 
 namespace {

@@ -38,8 +38,11 @@ void InitRegistry(const Corpus& corpus);
 struct HeapCount {
     std::int64_t allocations = 0;
     std::int64_t liveBytes = 0;  // as the allocator hands them out (usable size)
+    std::int64_t peakBytes = 0;  // the most live at once since the last ResetHeapPeak
 };
 HeapCount GetHeapCount();
+// Starts a new peak from what is live now.
+void ResetHeapPeak();
 
 // Counts every call that goes through the file layer's seam while it lives.
 class CountingEnv : public IO::Env {

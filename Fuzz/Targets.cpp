@@ -16,6 +16,7 @@
 #include "KRClient/KRClientExceptions.h"
 #include "KRClient/MailClient/ClientMail.h"
 #include "KRClient/MailClient/ContactListSerializer.h"
+#include "KRClient/MailClient/Internal/MailsFile.h"
 #include "KRClient/MailClient/Internal/Outbox.h"
 #include "NewDisplay/NativeImage.h"
 #include "ZR/Channel.h"
@@ -247,6 +248,31 @@ int FuzzOutbox(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+// "Mails.dat": the reader stops inside the input; what it takes whole is
+// written and read back to the same bytes.
+int FuzzMailsFile(const std::uint8_t* data, std::size_t size) {
+    namespace I = KRC::Internal;
+    ZR::MemoryIChannel in(data, size);
+    I::MailsFileContent content;
+    std::uint64_t stoppedAt = 0;
+    int status = I::ReadMails(in, content, &stoppedAt);
+    if (stoppedAt > size || (status == 0 && stoppedAt < 8 + 4 + 8 + 4 + 3 * 4)) std::abort();
+    if (status) return 0;
+    auto write = [](const I::MailsFileContent& c) {
+        ZR::MemoryOChannel32 out;
+        if (I::WriteMails(out, {c.inboxRevision, c.inbox, c.sentRevision, c.sent, c.inboxToComplete,
+                                c.sentToComplete, c.inboxToRead}) != 0)
+            std::abort();
+        return out.GetBytes();
+    };
+    std::vector<unsigned char> bytes = write(content);
+    ZR::MemoryIChannel again(bytes);
+    I::MailsFileContent back;
+    if (I::ReadMails(again, back) != 0 || again.GetRemaining() != 0 || write(back) != bytes)
+        std::abort();
+    return 0;
+}
+
 int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size) {
     JSON::JDOMParser parser;
     auto object = JSON::ObjectValue::Cast(
@@ -297,6 +323,7 @@ const Target* FindTarget(std::string_view name) {
         {"scenario", &FuzzScenario},
         {"client_mail", &FuzzClientMail},
         {"outbox", &FuzzOutbox},
+        {"mails_file", &FuzzMailsFile},
         {"attachment_json", &FuzzAttachmentJson},
         {"json", &FuzzJson},
         {"data_query", &FuzzDataQuery},
@@ -308,7 +335,8 @@ const Target* FindTarget(std::string_view name) {
 
 const char* TargetNames() {
     return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image, scenario, client_mail, outbox, attachment_json, json, data_query";
+           "native_image, scenario, client_mail, outbox, mails_file, attachment_json, json, "
+           "data_query";
 }
 
 }  // namespace krfuzz

@@ -28,6 +28,7 @@ int FuzzNativeImage(const std::uint8_t* data, std::size_t size);
 int FuzzScenario(const std::uint8_t* data, std::size_t size);
 int FuzzClientMail(const std::uint8_t* data, std::size_t size);
 int FuzzOutbox(const std::uint8_t* data, std::size_t size);
+int FuzzMailsFile(const std::uint8_t* data, std::size_t size);
 int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size);
 int FuzzJson(const std::uint8_t* data, std::size_t size);
 int FuzzDataQuery(const std::uint8_t* data, std::size_t size);

@@ -82,6 +82,8 @@ void RunMembersDemo(Emulator::Service& service, KRC::ClientProjectConnectionMana
 void RunBrowseDemo(const char* server, const char* user, const char* password);
 void RunMailDemo(Emulator::Service& service, const char* server, const std::string& root);
 
+void RunLocalCacheDemo(const char* server, const char* user, const char* password);
+
 void RunConnectionDemo(const std::string& root) {
     std::printf("\n9. A project on a server: the service emulator plays the servers.\n");
     const std::string scenario = root + "/scenario.json";
@@ -138,6 +140,11 @@ void RunConnectionDemo(const std::string& root) {
     RunBrowseDemo(kServer, "anna", "anna-secret");
     std::printf("\n13. Mail between two users, with one of them offline for a while.\n");
     RunMailDemo(*service, kServer, root);
+
+    std::printf(
+        "\n14. The browse dialog's picture with the local caches, and a project that\n"
+        "    moved since its cache was made (Tower B, renamed in step 12).\n");
+    RunLocalCacheDemo(kServer, "anna", "anna-secret");
 
     service->SaveScenarioFile(scenario);
     service->Uninstall();

@@ -2,7 +2,9 @@
 // their own against one emulated mail server. Anna goes offline, marks
 // Ben's mails read and completed and writes a reply, which waits in her
 // outbox; when she comes back, the client sends the reply and repeats her
-// changes, and both reach the server and Ben.
+// changes, and both reach the server and Ben. Last, Anna closes her client
+// and opens it again on the same cache folder: her mails are there at once,
+// from "Mails.dat", before the server is asked.
 
 #include <chrono>
 #include <cstdio>
@@ -87,6 +89,19 @@ struct Desk {
                                    ZR::UniString(service.FindUser(server, login)->refreshToken));
         return location;
     }
+    // Ends the client, which writes its files, and builds a new one on the
+    // same cache folder before the monitor runs again.
+    void Reopen() {
+        client->Close();
+        monitor.Stop();
+        client.reset();
+        client = std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, false, 0,
+                                                   std::make_unique<PrintErrors>());
+    }
+    void Start() {
+        monitor.Start();
+        Await([&] { return client->IsOnline() && monitor.GetUserContact(); });
+    }
     ZR::Ref<KRC::ClientMail> Write(const M::Address& to, const char* text) {
         ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
         mail->SetSingleRecipient(to);
@@ -152,4 +167,19 @@ void RunMailDemo(Emulator::Service& service, const char* server, const std::stri
     std::printf("     Ben %s the reply: \"%s\"\n", arrived ? "has" : "does not have",
                 arrived ? got->GetMessagePart().ToCString() : "");
     ShowServer(service, server, "anna");
+
+    std::printf("   Anna closes her mail client and opens it again on the same cache folder.\n");
+    anna.Reopen();
+    const auto inbox = anna.client->GetInboxMails();
+    std::printf("     before the server is asked: %zu inbox mails, %zu sent, revisions %llu/%llu\n",
+                inbox.GetSize(), anna.client->GetSentMails().GetSize(),
+                static_cast<unsigned long long>(anna.client->GetInboxRevision()),
+                static_cast<unsigned long long>(anna.client->GetSentRevision()));
+    for (const auto& mail : inbox)
+        std::printf("     %s \"%s\"%s%s\n", mail->GetId().ToCString(),
+                    mail->GetMessagePart().ToCString(), mail->IsRead() ? " read" : "",
+                    mail->IsCompleted() ? " completed" : "");
+    anna.Start();
+    std::printf("     online again: %s, the server going on from the stored revisions\n",
+                anna.client->IsOnline() ? "yes" : "no");
 }

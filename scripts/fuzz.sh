@@ -2,7 +2,7 @@
 # Runs one libFuzzer target for a while:
 #   scripts/fuzz.sh TARGET SECONDS [LIBFUZZER_OPTION ...]
 # TARGET: xml_channel, cache_info, data_options, login_data, location, contact_list or
-# native_image; client_mail, outbox, attachment_json or json.
+# native_image; client_mail, outbox, mails_file, attachment_json or json.
 # Builds the fuzzers with clang, AddressSanitizer and UndefinedBehaviorSanitizer
 # in build/fuzz, starts from the seed corpus Fuzz/corpus/TARGET (copied, so the
 # repository's corpus only changes by hand), and keeps what it finds in
@@ -20,7 +20,7 @@ seconds=$2
 shift 2
 case "$target" in
   xml_channel|cache_info|data_options|login_data|location|contact_list|native_image) ;;
-  client_mail|outbox|attachment_json|json) ;;
+  client_mail|outbox|mails_file|attachment_json|json) ;;
   *) echo "fuzz.sh: unknown target '$target'" >&2; exit 2 ;;
 esac
 

@@ -11,7 +11,8 @@ packages=(
 )
 if [ "${1:-}" != "--demo" ]; then
   packages+=(ccache clang-format doxygen clang libclang-rt-dev
-             libgtest-dev libgmock-dev googletest libbenchmark-dev)
+             libgtest-dev libgmock-dev googletest libbenchmark-dev
+             libsqlite3-dev)
 fi
 
 missing=()

@@ -27,12 +27,15 @@ using KRCB::Management::Entities::ProjectFolder;
 namespace Op = Emulator::Op;
 
 // What an observer heard, one text per callback: "ok", "failed 2 name", ...
-struct Heard {
+template <typename Interface>
+class Heard : public Interface {
+public:
+    unsigned int GetTaskId() override { return id; }
     std::vector<std::string> events;
     unsigned int id = 0;
 };
 
-class QueryObserver : public DataQuery::IDataQueryEventObserver, public Heard {
+class QueryObserver : public Heard<DataQuery::IDataQueryEventObserver> {
 public:
     void OnDataQuerySucceeded(ZR::Ref<DataQueryResult>& r) override {
         result = r;
@@ -40,11 +43,10 @@ public:
     }
     void OnDataQueryFailed() override { events.push_back("failed"); }
     void OnDataQueryInterrupted() override { events.push_back("interrupted"); }
-    unsigned int GetTaskId() override { return id; }
     ZR::Ref<DataQueryResult> result;
 };
 
-class CreateObserver : public ICreateProjectFolderTaskEventObserver, public Heard {
+class CreateObserver : public Heard<ICreateProjectFolderTaskEventObserver> {
 public:
     void OnProjectFolderCreationSucceeded(
         const ZR::Ref<CreateProjectFolderTaskResult>& r) override {
@@ -55,11 +57,10 @@ public:
         events.push_back("failed " + std::to_string(code) + " " + name.Std());
     }
     void OnProjectFolderCreationInterrupted() override { events.push_back("interrupted"); }
-    unsigned int GetTaskId() override { return id; }
     ZR::Ref<CreateProjectFolderTaskResult> result;
 };
 
-class RenameObserver : public IRenameProjectTaskEventObserver, public Heard {
+class RenameObserver : public Heard<IRenameProjectTaskEventObserver> {
 public:
     void OnRenameProjectSucceeded(const ZR::Ref<Project>& p, const ZR::UniString& old) override {
         events.push_back("ok " + p->GetId().Std() + " " + old.Std());
@@ -70,10 +71,9 @@ public:
                          name.Std());
     }
     void OnRenameProjectInterrupted() override { events.push_back("interrupted"); }
-    unsigned int GetTaskId() override { return id; }
 };
 
-class LibrariesObserver : public ILibrariesQueryTaskEventObserver, public Heard {
+class LibrariesObserver : public Heard<ILibrariesQueryTaskEventObserver> {
 public:
     void OnLibrariesQuerySucceeded(const ZR::Ref<LibrariesQueryTaskResult>& r) override {
         events.push_back("ok " + std::to_string(r->libraries.GetSize()) + " " +
@@ -83,7 +83,6 @@ public:
         events.push_back("failed " + std::to_string(code));
     }
     void OnLibrariesQueryInterrupted() override { events.push_back("interrupted"); }
-    unsigned int GetTaskId() override { return id; }
 };
 
 class BrowseTaskThreadTest : public LibraryTest {

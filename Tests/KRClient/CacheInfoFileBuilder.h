@@ -74,6 +74,18 @@ inline std::string BuildCacheInfoXml(int version, std::map<std::string, std::str
     return xml + "</Cache>\n";
 }
 
+// The values of a record written as "Name=text;Name=text".
+inline std::map<std::string, std::string> Fields(const std::string& text) {
+    std::map<std::string, std::string> values;
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t end = std::min(text.find(';', start), text.size());
+        std::size_t equals = text.find('=', start);
+        values[text.substr(start, equals - start)] = text.substr(equals + 1, end - equals - 1);
+        start = end + 1;
+    }
+    return values;
+}
+
 // A folder holding a hand-written "CacheInfo.xml"; answers the folder.
 inline std::string WriteCacheInfo(const std::string& folder, int version,
                                   std::map<std::string, std::string> values) {

@@ -83,15 +83,13 @@ TEST_F(KrctlEmulateMembersTest, ListsTheMembersWithTheirPermissions) {
 TEST_F(KrctlEmulateMembersTest, AProjectThatDoesNotOpenFailsWithOneLine) {
     // A user the scenario lacks is not there, as an unknown user of the login data.
     auto unknownUser = Members("dora", "/F/Tower", true);
-    EXPECT_EQ(unknownUser.exitCode, 1);
-    EXPECT_TRUE(unknownUser.out.empty()) << unknownUser.out;
-    EXPECT_EQ(std::count(unknownUser.err.begin(), unknownUser.err.end(), '\n'), 1)
-        << unknownUser.err;
-    EXPECT_EQ(Json::parse(unknownUser.err)["code"], 1) << unknownUser.err;
-
     auto unknownProject = Members("anna", "/F/Nowhere", false);
-    EXPECT_EQ(unknownProject.exitCode, 1);
-    EXPECT_TRUE(unknownProject.out.empty()) << unknownProject.out;
+    for (const auto& run : {unknownUser, unknownProject}) {
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_TRUE(run.out.empty()) << run.out;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    }
+    EXPECT_EQ(Json::parse(unknownUser.err)["code"], 1) << unknownUser.err;
     EXPECT_EQ(unknownProject.err, "krctl: the project did not open: CheckProjectNotFound\n");
 }
 

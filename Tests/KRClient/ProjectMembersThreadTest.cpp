@@ -52,8 +52,6 @@ protected:
         Emulator::UserSpec carla;
         carla.login = "carla";
         carla.fullName = "Carla Diaz";
-        carla.id = "user-carla";
-        carla.refreshToken = "rt-carla";
         service->AddUser(kServer, carla);
         service->SetPermissions(kServer, kProjectPath, "carla", {"ReadProject"});
         manager = Manager();
@@ -84,6 +82,13 @@ protected:
         members->GetFullNameFromId(id, name);
         return name.Std();
     }
+    // The user's id, -1 for none.
+    static short IdOf(const KRC::ProjectMembers& of, const char* login) {
+        short id = -1;
+        if (of.GetUserIdFromLoginName(login, id)) return id;
+        EXPECT_EQ(id, 0) << "a miss clears the id";
+        return -1;
+    }
 
     std::unique_ptr<KRC::ClientProjectConnectionManager> manager;
     ZR::Ref<KRC::ReadProjectConnection> connection;
@@ -99,9 +104,8 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     EXPECT_FALSE(recorder->offLoop);
     EXPECT_EQ(members->GetUserDataTable().GetSize(), 2u);
     EXPECT_EQ(FullName(1), "Anna Berg");
+    EXPECT_EQ(IdOf(*members, "bert"), 2);
     short id = 0;
-    EXPECT_TRUE(members->GetUserIdFromLoginName("bert", id));
-    EXPECT_EQ(id, 2);
     ZR::Guid guid;
     ASSERT_TRUE(members->GetUserGuidFromId(1, guid));
     // The guid of anna's id text; the user's own guid field (made from the seed) differs.
@@ -364,13 +368,12 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     const KRCB::UserAttributes* attributes = nullptr;
     ASSERT_TRUE(copy.GetUserAttributesFromId(7, &attributes));
     EXPECT_TRUE(attributes->HasPermission(102));
-    short id = 0;
     // The second entry under 7 kept anna's data; its name and guid still went in.
-    EXPECT_TRUE(copy.GetUserIdFromLoginName("cleo", id));
-    EXPECT_EQ(id, 7);
+    EXPECT_EQ(IdOf(copy, "cleo"), 7);
     EXPECT_EQ(copy.GetUserDataTable().Find(7)[0]->GetLoginName(), "anna");
-    EXPECT_TRUE(copy.GetUserIdFromLoginName("bert", id));
-    EXPECT_EQ(id, 9);
+    EXPECT_EQ(IdOf(copy, "bert"), 9);
+    EXPECT_EQ(IdOf(copy, "nobody"), -1);
+    short id = 0;
     const struct {
         const char* guid;
         bool found;
@@ -398,8 +401,6 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     EXPECT_TRUE(guid.IsNull());
     EXPECT_FALSE(copy.GetUserAttributesFromId(3, &attributes));
     EXPECT_EQ(attributes, nullptr);
-    EXPECT_FALSE(copy.GetUserIdFromLoginName("nobody", id));
-    EXPECT_EQ(id, 0);
 }
 
 TEST_F(ProjectMembersTablesTest, ReadFailuresClearTheTablesAndAllocateNothingLarge) {

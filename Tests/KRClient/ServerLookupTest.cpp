@@ -1,5 +1,5 @@
-// The server look-ups: typed URLs, library permissions, presence, the root
-// folder id, and server locations from the login data.
+// The server look-ups: typed URLs, library permissions, presence, and server
+// locations from the login data.
 
 #include <gtest/gtest.h>
 
@@ -48,10 +48,6 @@ TEST(ServerLookup, LibraryPermissionsNeedEveryIdOfTheirSet) {
     EXPECT_FALSE(KRC::HasLibraryModifyPermission(nullptr));
     EXPECT_FALSE(KRC::HasLibraryDeletePermission(nullptr));
     EXPECT_EQ(KRC::GetUserStatus(nullptr, nullptr), KRC::UserOffline);
-    EXPECT_EQ(KRC::GetRootFolderId(), "projectRoot");
-    EXPECT_EQ(KRC::GetRoamingProfileFolderLocation().ToPath().Std().substr(
-                  KRC::GetRoamingProfileFolderLocation().ToPath().Std().size() - 7),
-              "/ZARVEL");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Kerrow/Mail.h"
@@ -77,16 +78,11 @@ TEST(Channel, NumbersAndTextsRoundTripInBothByteOrders) {
     EXPECT_TRUE(!i.in.ReadUInt32(le) && !i.in.Read(ab) && !i.x.ReadUInt32(be) && !i.x.Read(he) &&
                 !i.x.ReadInt16(i16) && !i.in.ReadUInt64(u64) && !i.in.ReadInt32(i32) &&
                 !i.x.ReadInt64(i64) && !i.x.ReadBool(flag) && !i.in.Read(empty));
-    EXPECT_EQ(le, 0x01020304u);
-    EXPECT_EQ(be, 0x01020304u);
-    EXPECT_EQ(ab, "ab");
-    EXPECT_EQ(he, "hé");
-    EXPECT_EQ(i16, -3);
-    EXPECT_EQ(u64, 0x1122334455667788ull);
-    EXPECT_EQ(i32, -2);
-    EXPECT_EQ(i64, -5);
-    EXPECT_TRUE(flag);
-    EXPECT_TRUE(empty.IsEmpty());
+    EXPECT_EQ(std::tie(le, be, i16, u64, i32, i64, flag),
+              std::make_tuple(0x01020304u, 0x01020304u, std::int16_t{-3}, 0x1122334455667788ull, -2,
+                              std::int64_t{-5}, true));
+    EXPECT_EQ((std::vector<ZR::UniString>{ab, he, empty}),
+              (std::vector<ZR::UniString>{"ab", "hé", ""}));
     EXPECT_EQ(i.in.GetRemaining(), 0u);
 
     XIn two(Bytes{2});  // a boolean is 0 or 1, nothing else

@@ -103,6 +103,8 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
     const std::string longKey(1 << 20, 'k');
     std::string manyZeros;
     for (int i = 0; i < 2'000'000; ++i) manyZeros += ",0";
+    const std::string mail = R"("users": [{"login": "anna", "id": "u-a"}], "mailboxes": [)";
+    const std::string inbox = mail + R"({"user": "anna", "box": "Inbox", )";
     const Row rows[] = {
         {Server(R"("projects": [{"path": "/a"}, {"path": "/b", "colour": 1}])"),
          "servers[0].projects[1].colour: unknown key"},
@@ -168,6 +170,29 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
          "servers[0]." + std::string(40, 'k') + "...(4096 bytes): a key longer than 4096 bytes"},
         {Server("\"" + longKey.substr(0, 4096) + "\": 1"),
          "servers[0]." + std::string(40, 'k') + "...(4096 bytes): unknown key"},
+        // Mailboxes and their mails.
+        {Server(inbox + R"("colour": 1}])"), "servers[0].mailboxes[0].colour"},
+        {Server(mail + R"({"user": "carl", "box": "Inbox"}])"),
+         "servers[0].mailboxes[0].user: no such user"},
+        {Server(mail + R"({"user": "anna", "box": "Trash"}])"),
+         "servers[0].mailboxes[0].box: expected Inbox"},
+        {Server(mail + R"({"user": "anna"}])"), "servers[0].mailboxes[0]: missing key \"box\""},
+        {Server(mail + R"({"mailbox": "u-a/Inbox", "user": "anna"}])"),
+         "servers[0].mailboxes[0]: either"},
+        {Server(mail + R"({"mailbox": "%zz/Inbox"}])"),
+         "servers[0].mailboxes[0].mailbox: expected a mailbox id"},
+        {Server(mail + R"({"user": "anna", "box": "Inbox"}, {"mailbox": "u-a/Inbox"}])"),
+         "servers[0].mailboxes[1]: a mailbox given twice"},
+        {Server(inbox + R"("revision": -1}])"),
+         "servers[0].mailboxes[0].revision: expected an integer"},
+        {Server(inbox + R"("mails": [{"id": "m"}, {"id": "m"}]}])"),
+         "servers[0].mailboxes[0].mails[1]: a mail id given twice"},
+        {Server(inbox + R"("mails": [{"id": "m", "to": [{"mailbox": "x"}]}]}])"),
+         "servers[0].mailboxes[0].mails[0].to[0].mailbox: expected a mailbox id"},
+        {Server(inbox + R"("mails": [{"id": "m", "importance": 3}]}])"),
+         "servers[0].mailboxes[0].mails[0].importance: expected an integer from 0 to 2"},
+        {Server(inbox + R"("mails": [{"id": "m", "parts": [{"name": "a"}, {"name": "a"}]}]}])"),
+         "servers[0].mailboxes[0].mails[0].parts[1].name: a part name given twice"},
     };
     for (const Row& row : rows) {
         try {
@@ -190,6 +215,9 @@ TEST(EmulatorScenario, EveryKeyRoundTrips) {
     };
     const std::string user = R"("users": [{"login": "a"}], )";
     const std::string project = user + R"("projects": [{"path": "/p", )";
+    const std::string boxes =
+        R"("users": [{"login": "anna", "id": "u-a"}, {"login": "bert", "id": "u-b"}], "mailboxes": )";
+    const std::string box = boxes + R"([{"user": "bert", "box": "Inbox", "mails": [{"id": "m", )";
     const Row rows[] = {
         {R"("friendlyName": "F")", "/servers/0/friendlyName", R"("F")"},
         {R"("version": [3, 65535])", "/servers/0/version", "[3, 65535]"},
@@ -238,6 +266,26 @@ TEST(EmulatorScenario, EveryKeyRoundTrips) {
              "permissions": {"a": ["LibraryModify"]}}])",
          "/servers/0/libraries/0",
          R"({"path": "/L/Bolts", "id": "l1", "permissions": {"a": ["LibraryModify"]}})"},
+        {boxes + R"([{"user": "anna", "box": "Sent", "revision": 9}])", "/servers/0/mailboxes/0",
+         R"({"user": "anna", "box": "Sent", "revision": 9, "mails": []})"},
+        {boxes + R"([{"mailbox": "x%2Fy/Inbox", "mails": [{"id": "m"}]}])",
+         "/servers/0/mailboxes/0",
+         R"({"mailbox": "x%2Fy/Inbox", "revision": 1, "mails": [{"id": "m"}]})"},
+        {box + R"("from": [{"mailbox": "u-a/Sent", "name": "Anna"}],
+                  "to": [{"mailbox": "u-b/Inbox", "name": ""}]}]}])",
+         "/servers/0/mailboxes/0/mails/0",
+         R"({"id": "m", "from": [{"mailbox": "u-a/Sent", "name": "Anna"}],
+             "to": [{"mailbox": "u-b/Inbox", "name": ""}]})"},
+        {box + R"("sent": -5, "importance": 0, "read": true, "completed": true}]}])",
+         "/servers/0/mailboxes/0/mails/0",
+         R"({"id": "m", "sent": -5, "importance": 0, "read": true, "completed": true})"},
+        {box + R"("headers": {"ThreadId": "t", "X": ""}}]}])",
+         "/servers/0/mailboxes/0/mails/0/headers", R"({"ThreadId": "t", "X": ""})"},
+        {box + R"("parts": [{"name": "T", "contentType": "text/plain", "text": "Hi"},
+                            {"name": "B", "headers": {"S": "2"}, "data": "AQI="}, {"name": "E"}]}]}])",
+         "/servers/0/mailboxes/0/mails/0/parts",
+         R"([{"name": "T", "contentType": "text/plain", "text": "Hi"},
+             {"name": "B", "headers": {"S": "2"}, "data": "AQI="}, {"name": "E"}])"},
     };
     for (const Row& row : rows) {
         std::string text = Server(row.members);
@@ -248,6 +296,26 @@ TEST(EmulatorScenario, EveryKeyRoundTrips) {
                   nlohmann::ordered_json::parse(row.value));
         EXPECT_EQ(Emulator::Service::FromScenarioText(written, 7)->ToScenarioText(), written);
     }
+}
+
+// A loaded box serves its mails at its revision; the changes before it are
+// not known, so a fetch from below gets the whole box.
+TEST(EmulatorScenario, ALoadedMailboxStandsAtItsRevisionAndChangesFromThere) {
+    auto service = Emulator::Service::FromScenarioText(Server(
+        R"("users": [{"login": "bert", "id": "u-b"}], "mailboxes": [{"user": "bert", "box": "Inbox",
+           "revision": 7, "mails": [{"id": "m1", "read": true}, {"id": "m2"}]}])"));
+    const std::string inbox = service->GetMailboxId("u", "bert", "Inbox");
+    EXPECT_EQ(inbox, "u-b/Inbox");
+    EXPECT_EQ(service->GetMailboxRevision("u", inbox), 7u);
+    auto mails = service->GetMails("u", inbox);
+    ASSERT_EQ(mails.size(), 2u);
+    EXPECT_TRUE(mails[0].IsRead());
+    EXPECT_TRUE(service->DeleteMail("u", inbox, "m1"));
+    EXPECT_FALSE(service->DeleteMail("u", inbox, "m1"));
+    EXPECT_EQ(service->GetMails("u", inbox).at(0).GetId().ToString(), "m2");
+    service->ScriptMailGap("u", inbox);
+    EXPECT_EQ(service->GetMailboxRevision("u", inbox), 9u);
+    EXPECT_EQ(service->GetMailboxRevision("u", "u-a/Inbox"), 0u);
 }
 
 TEST(EmulatorScenario, ASyntaxErrorGivesLineAndColumnAndNotTheTextAround) {

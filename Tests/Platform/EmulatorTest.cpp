@@ -26,29 +26,22 @@ ZR::Ref<KRCB::Management::ResourceManagerClient> LogIn() {
                                                                   false);
 }
 
-Emulator::UserSpec User(const std::string& login) {
+Emulator::UserSpec User(const std::string& login, const std::string& color = "#808080ff") {
     Emulator::UserSpec user;
     user.login = login;
+    user.color = color;
     return user;
 }
 
-Emulator::ProjectSpec Project(const std::string& path) {
+Emulator::ProjectSpec Project(const std::string& path, const std::string& modelServer = "") {
     Emulator::ProjectSpec project;
     project.path = path;
+    project.modelServer = modelServer;
     return project;
 }
 
-Emulator::SessionSpec Session(const std::string& user) {
-    Emulator::SessionSpec session;
-    session.user = user;
-    return session;
-}
-
-Fault Failure(FaultKind kind, const std::string& message = "emulated failure") {
-    Fault fault;
-    fault.kind = kind;
-    fault.message = message;
-    return fault;
+Emulator::SessionSpec Session(const std::string& user, const std::string& id = "") {
+    return {id, user, {}};
 }
 
 // The name of the most special class the exception belongs to, tried in the
@@ -82,11 +75,7 @@ std::string Caught(const std::function<void()>& call) {
 }
 
 TEST(EmulatorFaults, EachKindThrowsItsException) {
-    struct Row {
-        FaultKind kind;
-        std::string expected;
-    };
-    const Row rows[] = {
+    const std::pair<FaultKind, std::string> rows[] = {
         {FaultKind::SessionRequired, "SessionRequired"},
         {FaultKind::CreateSessionFailed, "CreateSessionFailed"},
         {FaultKind::EntityNotFound, "EntityNotFound"},
@@ -102,10 +91,9 @@ TEST(EmulatorFaults, EachKindThrowsItsException) {
     };
     EmulatedService service;
     auto client = LogIn();
-    for (const Row& row : rows) {
-        Fault fault{row.kind, "scripted", 2, 7, 1, 0};
-        service->FailNext(Emulator::Op::kGetProjectState, fault);
-        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), row.expected);
+    for (const auto& [kind, expected] : rows) {
+        service->FailNext(Emulator::Op::kGetProjectState, {kind, "scripted", 2, 7, 1, 0});
+        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), expected);
         EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
     }
 }
@@ -114,19 +102,19 @@ TEST(EmulatorFaults, NthAlwaysAndClearCountFailedCallsToo) {
     EmulatedService service;
     auto client = LogIn();
     service->ResetCounts();
-    service->FailNth(Emulator::Op::kGetProjectState, 3, Failure(FaultKind::EntityNotFound));
-    service->FailNext(Emulator::Op::kGetProjectState, Failure(FaultKind::ZRException, "first"));
-    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "ZRException first");
-    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
-    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "EntityNotFound");
-    EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
+    service->FailNth(Emulator::Op::kGetProjectState, 3, {FaultKind::EntityNotFound});
+    service->FailNext(Emulator::Op::kGetProjectState, {FaultKind::ZRException, "first"});
+    auto states = [&] { return Caught([&] { client->GetProjectState(kProjectId); }); };
+    auto userId = [&] { return Caught([&] { client->GetCurrentUserId(); }); };
+    for (const char* expected : {"ZRException first", "nothing", "EntityNotFound", "nothing"})
+        EXPECT_EQ(states(), expected);
     // Faults are by operation: another one goes through.
-    service->FailAlways(Emulator::Op::kGetCurrentUserId, Failure(FaultKind::PortalServerClient));
+    service->FailAlways(Emulator::Op::kGetCurrentUserId, {FaultKind::PortalServerClient});
     EXPECT_EQ(Caught([&] { client->GetProjectIdByPath(kProjectPath); }), "nothing");
-    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "PortalServerClient");
-    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "PortalServerClient");
+    EXPECT_EQ(userId(), "PortalServerClient");
+    EXPECT_EQ(userId(), "PortalServerClient");
     service->ClearFaults();
-    EXPECT_EQ(Caught([&] { client->GetCurrentUserId(); }), "nothing");
+    EXPECT_EQ(userId(), "nothing");
 
     EXPECT_EQ(service->CallCount(Emulator::Op::kGetProjectState), 4);
     EXPECT_EQ(service->CallCount(Emulator::Op::kGetCurrentUserId), 3);
@@ -139,10 +127,7 @@ TEST(EmulatorFaults, NthAlwaysAndClearCountFailedCallsToo) {
 TEST(EmulatorFaults, AnIncompatibleModelServerRefusesTheProjectClient) {
     EmulatedService service;
     service->AddModelServer(kServer, {"ms-2", "/ms/two", 2, 4});
-    Emulator::ProjectSpec barn;
-    barn.path = "/Projects/Barn";
-    barn.modelServer = "ms-2";
-    std::string id = service->AddProject(kServer, barn);
+    std::string id = service->AddProject(kServer, Project("/Projects/Barn", "ms-2"));
     EXPECT_EQ(Caught([&] { LogIn()->GetProjectClient(ZR::UniString(id)); }),
               "IncompatibleModelServerVersion Incompatible model server version: server 2.4, "
               "client 1.0");
@@ -183,17 +168,15 @@ TEST(EmulatorState, AdditionsThatDoNotFitAreRefused) {
     refused([&] { service->AddServer({kServer, "Again"}); }, "exists");
     refused([&] { service->AddUser("https://none.test", User("x")); }, "no server");
     refused([&] { service->AddUser(kServer, User("ANNA")); }, "exists");
-    Emulator::UserSpec badColor = User("dora");
-    badColor.color = "red";
-    refused([&] { service->AddUser(kServer, badColor); }, "colour");
+    refused([&] { service->AddUser(kServer, User("dora", "red")); }, "colour");
     refused([&] { service->AddProject(kServer, Project("/projects/house")); }, "stands");
     refused([&] { service->AddProject(kServer, Project("Barn")); }, "path");
-    Emulator::ProjectSpec unknownRight = Project("/Projects/Barn");
-    unknownRight.permissions["anna"] = {"ReadProject", "Fly"};
-    refused([&] { service->AddProject(kServer, unknownRight); }, "unknown permission \"Fly\"");
-    Emulator::ProjectSpec twoSessions = Project("/Projects/Barn");
-    twoSessions.sessions = {Session("anna"), Session("Anna")};
-    refused([&] { service->AddProject(kServer, twoSessions); }, "has a session");
+    Emulator::ProjectSpec barn = Project("/Projects/Barn");
+    barn.permissions["anna"] = {"ReadProject", "Fly"};
+    refused([&] { service->AddProject(kServer, barn); }, "unknown permission \"Fly\"");
+    barn = Project("/Projects/Barn");
+    barn.sessions = {Session("anna"), Session("Anna")};
+    refused([&] { service->AddProject(kServer, barn); }, "has a session");
     // A refused project leaves nothing behind.
     EXPECT_EQ(service->GetProjectId(kServer, "/Projects/Barn"), "");
     Emulator::ProjectSpec members = Project("/Projects/Barn");
@@ -230,16 +213,17 @@ TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
 
     service->MoveProject(kServer, "/P/A", "/Q/Ä");
     EXPECT_EQ(service->GetProjectId(kServer, "/p/a"), "");
+    EXPECT_THROW(client->GetProjectIdByPath("/P/A"), PS::EntityNotFoundException);
+    EXPECT_EQ(client->GetProjectIdByPath("/Q/ä"), ZR::UniString(ids[0]));
     EXPECT_EQ(service->GetProjectId(kServer, "/q/ä"), ids[0]);
     service->AddProject(kServer, Project("/p/A"));
     std::string replaced = service->ReplaceProject(kServer, "/P/C");
     EXPECT_EQ(Caught([&] { client->GetProjectState(ZR::UniString(ids[2])); }), "EntityNotFound");
     EXPECT_EQ(client->GetProjectState(ZR::UniString(replaced)), 0);
+    EXPECT_EQ(client->GetProjectIdByPath("/P/C"), ZR::UniString(replaced));
     EXPECT_THROW(service->GetSessionComputer(kServer, sessions[2]), std::invalid_argument);
     // The replaced project's session id is free again, its user may start one.
-    Emulator::SessionSpec again = Session("BERT");
-    again.id = sessions[2];
-    EXPECT_EQ(service->AddSession(kServer, "/p/c", again), sessions[2]);
+    EXPECT_EQ(service->AddSession(kServer, "/p/c", Session("BERT", sessions[2])), sessions[2]);
 
     // Members: the next short id is one above the highest standing.
     service->AddMember(kServer, kProjectPath, {"anna", 3});

@@ -30,18 +30,13 @@ using Op = std::string;
 
 constexpr int kWaitMs = 10000;
 
-// What a monitor told, waited for under a bound.
-class Recorder : public MB::MailboxMonitorObserver {
-public:
-    ~Recorder() override { DetachFromSources(); }
-    void MailboxChanged(ZR::Ref<MB::MailboxChange>& change) override {
-        Add([&] { changes.push_back(change); });
-    }
-    void MailboxServerStatusChange(bool online) override {
-        Add([&] { statuses.push_back(online); });
-    }
-    void ContactListChanged(ZR::Ref<const MB::ContactList>&) override {
-        Add([&] { ++contactLists; });
+// State that other threads change under its lock, waited for under a bound.
+struct Waitable {
+    template <typename F>
+    void Change(F&& f) {
+        std::lock_guard<std::mutex> lock(mutex);
+        f();
+        changed.notify_all();
     }
     bool WaitFor(const std::function<bool()>& done) {
         std::unique_lock<std::mutex> lock(mutex);
@@ -49,33 +44,34 @@ public:
     }
     std::mutex mutex;
     std::condition_variable changed;
+};
+
+// What a monitor told.
+class Recorder : public MB::MailboxMonitorObserver, public Waitable {
+public:
+    ~Recorder() override { DetachFromSources(); }
+    void MailboxChanged(ZR::Ref<MB::MailboxChange>& c) override {
+        Change([&] { changes.push_back(c); });
+    }
+    void MailboxServerStatusChange(bool online) override {
+        Change([&] { statuses.push_back(online); });
+    }
+    void ContactListChanged(ZR::Ref<const MB::ContactList>&) override {
+        Change([&] { ++contactLists; });
+    }
     std::vector<ZR::Ref<MB::MailboxChange>> changes;
     std::vector<bool> statuses;
     int contactLists = 0;
-
-private:
-    template <typename F>
-    void Add(F&& f) {
-        std::lock_guard<std::mutex> lock(mutex);
-        f();
-        changed.notify_all();
-    }
 };
 
 // The outcomes of handlers, by name, each once.
-struct Outcomes {
-    std::mutex mutex;
-    std::condition_variable changed;
+struct Outcomes : Waitable {
     std::vector<std::string> ended;  // "name:success", "name:failure:<text>", "name:cancel"
     void Add(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex);
-        ended.push_back(text);
-        changed.notify_all();
+        Change([&] { ended.push_back(text); });
     }
     bool WaitForCount(std::size_t n) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs),
-                                [&] { return ended.size() >= n; });
+        return WaitFor([&] { return ended.size() >= n; });
     }
 };
 
@@ -397,24 +393,17 @@ TEST_F(MailboxMonitorThreadTest, RequestsDeliveriesStatusAndStopRace) {
 }
 
 // Holds the thread that calls Enter until Release, within the bound.
-struct Hold {
+struct Hold : Waitable {
     void Enter() {
-        std::unique_lock<std::mutex> lock(mutex);
-        reached = true;
-        changed.notify_all();
-        changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return released; });
+        Change([&] { reached = true; });
+        WaitFor([&] { return released; });
     }
     bool WaitReached() {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::milliseconds(kWaitMs), [&] { return reached; });
+        return WaitFor([&] { return reached; });
     }
     void Release() {
-        std::lock_guard<std::mutex> lock(mutex);
-        released = true;
-        changed.notify_all();
+        Change([&] { released = true; });
     }
-    std::mutex mutex;
-    std::condition_variable changed;
     bool reached = false, released = false;
 };
 

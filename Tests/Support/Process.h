@@ -44,8 +44,6 @@ public:
 
 private:
     friend ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string* input);
-    // The same with input as its standard input.
-    ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string& input);
     pid_t mPid = -1;
     int mOut = -1;
     std::string mBuffer;

@@ -23,6 +23,9 @@
 #include "KRClient/CachedProjectInfo.h"
 #include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClientExceptions.h"
+#include "KRClient/MailClient/Internal/MailsFile.h"
+#include "KRClient/MailClient/Internal/Outbox.h"
+#include "KRClient/MailClient/MailClient.h"
 #include "KRClient/RegisteredProjects.h"
 #include "KRClient/UserInterface/Login/UILoginDataStore.h"
 #include "RegistryLock.h"
@@ -209,6 +212,44 @@ Json ExamineCacheFolder(const fs::path& folder, std::vector<Record>& records, Js
     return json;
 }
 
+// The mail files of a cache folder: a damaged one is reported with the
+// offset where reading stopped; leftovers of their writes join the others.
+void ExamineMailFiles(const fs::path& folder, Json& json, Json& leftovers) {
+    Json damaged = Json::array();
+    for (const char* name : {KRC::MailClient::kMailsFileName, KRC::Outbox::kFileName}) {
+        FindLeftovers(folder.string(), name, leftovers);
+        const std::string file = (folder / name).string();
+        if (!IsRegularFile(file)) continue;
+        std::uint64_t stoppedAt = 0;
+        int status = 0;
+        if (name == std::string(KRC::MailClient::kMailsFileName)) {
+            KRC::Internal::MailsFileContent content;
+            status = KRC::Internal::ReadMailsFile(IO::Location(ZR::UniString(file)), content,
+                                                  &stoppedAt);
+        } else {
+            std::string data;
+            status = IO::fileSystem.ReadWholeFile(IO::Location(ZR::UniString(file)), &data);
+            if (status == 0) {
+                ZR::PagedArray<ZR::Ref<KRC::ClientMail>, 8> mails;
+                std::size_t used = 0;
+                status = KRC::Outbox::ReadMails(reinterpret_cast<const unsigned char*>(data.data()),
+                                                data.size(), mails, &used);
+                stoppedAt = used;
+                // Bytes behind the mails the count names: the outbox would not keep them.
+                if (status == 0 && used != data.size()) status = ZR::kErrBadData;
+            }
+        }
+        if (status == 0) continue;
+        char error[16];
+        std::snprintf(error, sizeof error, "0x%08x", static_cast<unsigned int>(status));
+        damaged.push_back({{"file", file},
+                           {"state", "damaged"},
+                           {"stoppedAt", stoppedAt},
+                           {"error", status == -7003 ? std::string("-7003") : error}});
+    }
+    if (!damaged.empty()) json["mailFiles"] = damaged;
+}
+
 // Groups of two or more records of one project: same path and user, and the
 // same server strictly, or only loosely (same host, another scheme, port or path).
 Json FindDuplicates(const std::vector<Record>& records) {
@@ -286,6 +327,8 @@ std::size_t CountProblems(const Json& report) {
     if (report["lock"]["state"] == "stale" || report["lock"]["state"] == "not a file") ++problems;
     for (const Json& c : report["cacheFolders"])
         if (c["state"] == "damaged" || c["state"] == "unreadable") ++problems;
+    for (const Json& c : report["cacheFolders"])
+        if (c.contains("mailFiles")) problems += c["mailFiles"].size();
     problems +=
         report["duplicates"].size() + report["leftovers"].size() + report["unknownUsers"].size();
     return problems;
@@ -341,6 +384,10 @@ void PrintReport(const Json& report) {
         else if (c.contains("reason"))
             std::printf(" (%s)", Text(c["reason"]).c_str());
         std::printf("\n");
+        for (const Json& m : c.value("mailFiles", Json::array()))
+            std::printf("mail file    %s: damaged, reading stopped at byte %zu (error %s)\n",
+                        Text(m["file"]).c_str(), m["stoppedAt"].get<std::size_t>(),
+                        Text(m["error"]).c_str());
     }
     for (const Json& d : report["duplicates"]) {
         std::printf("duplicate    (%s match) %s %s %s:", Text(d["match"]).c_str(),
@@ -403,8 +450,10 @@ Json Examine(const GlobalOptions& options) {
              fs::directory_iterator(fs::path(localDataFolder) / options.projectCache, ec))
             if (entry.is_directory(ec) && !entry.is_symlink(ec)) names.push_back(entry.path());
     std::sort(names.begin(), names.end());
-    for (const fs::path& folder : names)
+    for (const fs::path& folder : names) {
         folders.push_back(ExamineCacheFolder(folder, records, leftovers));
+        ExamineMailFiles(folder, folders.back(), leftovers);
+    }
     report["cacheFolders"] = folders;
     report["duplicates"] = FindDuplicates(records);
     report["leftovers"] = leftovers;
@@ -469,6 +518,31 @@ Json Repair(const GlobalOptions& options, Json& left) {
         actions.push_back("moved the " + c["state"].get<std::string>() + " cache folder " +
                           from.string() + " to " + to.string());
     }
+    // A damaged mail file goes to the quarantine alone, named after its folder;
+    // the mail client would write it anew at its next end.
+    for (const Json& c : report["cacheFolders"]) {
+        if (c["state"] == "damaged" || c["state"] == "unreadable") continue;  // moved whole
+        for (const Json& m : c.value("mailFiles", Json::array())) {
+            fs::path from = m["file"].get<std::string>();
+            if (!registryHere || !here(from.string())) {
+                left.push_back("the damaged mail file " + from.string() + " (" +
+                               (registryHere ? "outside the data folder" : why) + ")");
+                continue;
+            }
+            if (quarantine.empty()) {
+                quarantine = fs::path(options.dataFolder) / QuarantineName();
+                if (mkdir(quarantine.c_str(), 0700) != 0 && errno != EEXIST)
+                    throw Failure(FileFailure("cannot make", quarantine.string(), errno));
+            }
+            fs::path to = quarantine /
+                          (from.parent_path().filename().string() + "-" + from.filename().string());
+            if (rename(from.c_str(), to.c_str()) != 0)
+                throw Failure(
+                    FileFailure("cannot move " + from.string() + " to", to.string(), errno));
+            actions.push_back("moved the damaged mail file " + from.string() + " to " +
+                              to.string());
+        }
+    }
     for (const Json& l : report["leftovers"]) {
         std::string path = l.get<std::string>();
         if (!here(path)) {
@@ -488,12 +562,14 @@ void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, Action* actio
     auto repair = std::make_shared<bool>(false);
     CLI::App* doctor = app.add_subcommand(
         "doctor",
-        "report what is wrong with --data-folder (options, lock, cache folders, duplicates,\n"
+        "report what is wrong with --data-folder (options, lock, cache folders and their mail\n"
+        "files, duplicates,\n"
         "leftovers of interrupted writes, records of unknown users, login data), reading only\n"
         "and changing nothing; exit 1 if anything was found");
     doctor->add_flag("--repair", *repair,
-                     "under the registry lock: move damaged and unreadable cache folders into a "
-                     "quarantine folder, remove a stale lock file and leftovers (nothing is "
+                     "under the registry lock: move damaged and unreadable cache folders, and "
+                     "damaged mail files, into a quarantine folder, remove a stale lock file and "
+                     "leftovers (nothing is "
                      "deleted otherwise; duplicates are only reported, and nothing outside "
                      "--data-folder is touched)");
     doctor->callback([&options, action, repair] {

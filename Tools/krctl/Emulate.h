@@ -7,6 +7,8 @@
 
 #include "Emulator/Service.h"
 #include "IO/Location.h"
+#include "KRCB/AuthenticatedClientConnection.h"
+#include "KRCB/DataQuery.h"
 #include "Krctl.h"
 
 namespace krctl {
@@ -56,6 +58,26 @@ void AddEmulateMembersCommand(CLI::App* emulate, const GlobalOptions& options, A
 // (EmulateBrowse.cpp).
 void AddEmulateBrowseCommand(CLI::App* emulate, const GlobalOptions& options, Action* action,
                              const std::string& scenario, const bool& update);
+
+// The browse commands' login with the user's password from the scenario, and
+// one data query through the library's task (EmulateBrowse.cpp). Failure if
+// either does not succeed.
+ZR::Ref<KRCB::Management::AuthenticatedClientConnection> BrowseLogIn(
+    const Emulator::Service& service, const std::string& server, const std::string& user);
+void BrowseQuery(const ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection,
+                 const ZR::Ref<KRCB::DataQuery::DataQueryResult>& result);
+
+// emulate SCENARIO browse tree --with-cache: the server's tree in a result
+// cache with the data folder's records laid in; emulate SCENARIO browse
+// check-cache: the cached project check over those records
+// (LocalCacheCommands.cpp).
+int BrowseTreeWithCache(const GlobalOptions& options,
+                        const ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection,
+                        const std::string& server, const std::string& user, const std::string& path,
+                        int depth);
+void AddEmulateCheckCacheCommand(CLI::App* browse, const GlobalOptions& options, Action* action,
+                                 const std::string& scenario, const std::string& server,
+                                 const std::string& user);
 
 // emulate SCENARIO mailbox: a user's boxes on the mail server (EmulateMailbox.cpp).
 void AddEmulateMailboxCommand(CLI::App* emulate, GlobalOptions& options, Action* action,

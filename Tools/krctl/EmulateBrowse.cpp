@@ -34,6 +34,7 @@ struct BrowseArgs {
     std::string path;  // tree, mkdir, rename
     std::string name;  // rename
     int depth = 1;
+    bool withCache = false;  // tree
 };
 
 // The outcome of one task, as its observer heard it.
@@ -141,14 +142,30 @@ ZR::Ref<KRCB::Management::AuthenticatedClientConnection> LogIn(const Emulator::S
     }
 }
 
-// One query through the data query task; Failure if it did not succeed.
-void Query(const ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection,
-           const ZR::Ref<DataQueryResult>& result) {
+}  // namespace
+
+ZR::Ref<KRCB::Management::AuthenticatedClientConnection> BrowseLogIn(
+    const Emulator::Service& service, const std::string& server, const std::string& user) {
+    BrowseArgs args;
+    args.server = server;
+    args.user = user;
+    return LogIn(service, args);
+}
+
+void BrowseQuery(const ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection,
+                 const ZR::Ref<DataQueryResult>& result) {
     QueryObserver observer;
     auto shared = connection;
     DataQuery::DataQueryTask task(shared, 1, &observer, result);
     RunTask(task, observer.outcome);
     if (!observer.outcome.ok) throw Failure("the data query " + observer.outcome.error);
+}
+
+namespace {
+
+void Query(const ZR::Ref<KRCB::Management::AuthenticatedClientConnection>& connection,
+           const ZR::Ref<DataQueryResult>& result) {
+    BrowseQuery(connection, result);
 }
 
 struct Line {
@@ -235,7 +252,10 @@ int RunBrowse(const GlobalOptions& options, const BrowseArgs& args, const std::s
     {
         Installed installed(*service);
         ZR::MessageLoop::Scope loop;
-        if (command == "tree") {
+        if (command == "tree" && args.withCache) {
+            code = BrowseTreeWithCache(options, LogIn(*service, args), args.server, args.user,
+                                       args.path, args.depth);
+        } else if (command == "tree") {
             PrintLines(options, Tree(LogIn(*service, args), args));
         } else if (command == "libraries") {
             LibrariesObserver observer;
@@ -341,6 +361,10 @@ void AddEmulateBrowseCommand(CLI::App* emulate, const GlobalOptions& options, Ac
         "depth");
     tree->add_option("PATH", args->path, "folder path, \"/A/B\"");
     tree->add_option("--depth", args->depth, "levels below PATH")->check(CLI::Range(0, 1000000));
+    tree->add_flag("--with-cache", args->withCache,
+                   "fold the answers into a result cache and lay in the projects that the records "
+                   "of --data-folder hold for this server and user, sorted by name; each entry "
+                   "says whether it comes from the server, the local cache or both (key source)");
     tree->callback(bind("tree"));
     CLI::App* mkdir = browse->add_subcommand(
         "mkdir",
@@ -355,6 +379,8 @@ void AddEmulateBrowseCommand(CLI::App* emulate, const GlobalOptions& options, Ac
     CLI::App* libraries =
         browse->add_subcommand("libraries", "the server's libraries (kind library, path, id)");
     libraries->callback(bind("libraries"));
+
+    AddEmulateCheckCacheCommand(browse, options, action, scenario, args->server, args->user);
 }
 
 }  // namespace krctl

@@ -38,6 +38,7 @@ struct MailArgs {
     std::string action;  // send, list, read, complete, delete
     std::string server, user, from, to, subject, text, id;
     std::string box = "inbox";
+    bool offline = false;  // no server is reached: the client works from its files
 };
 
 std::string Owner(const Emulator::Service& service, const std::string& server,
@@ -162,18 +163,22 @@ Json MailData(const ZR::Ref<KRC::ClientMail>& mail) {
 class Session {
 public:
     Session(const GlobalOptions& options, const Emulator::Service& service,
-            const std::string& server, const std::string& login)
-        : mFolder(ZR::UniString(options.dataFolder + "/Mail/" + login)),
-          mMonitor(Location(service, server, login),
+            const std::string& server, const std::string& login, bool offline)
+        : offline(offline),
+          mFolder(ZR::UniString(options.dataFolder + "/Mail/" + login)),
+          mMonitor(Location(service, server, login, offline),
                    ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
-          mSignals(ZR::UniString(server), ZR::UniString(login),
-                   Location(service, server, login).GetPassword()),
-          mManager(Location(service, server, login), mFolder) {
+          mSignals(ZR::UniString(offline ? kNoServer : server), ZR::UniString(login),
+                   Location(service, server, login, offline).GetPassword()),
+          mManager(Location(service, server, login, offline), mFolder) {
         if (IO::fileSystem.CreateFolderTree(mFolder))
             throw Failure("can't make the mail folder " + options.dataFolder + "/Mail");
         mMonitor.Attach(mWaiter);  // before the client: told after it has merged
         client = std::make_unique<KRC::MailClient>(&mMonitor, &mSignals, &mManager, false, 0,
                                                    std::make_unique<PrintErrors>());
+        // The client starts a monitor that is not running, from the stored
+        // revisions; offline it finds no server and stays offline.
+        if (offline) return;
         mMonitor.Start();
         const bool ready = ZR::MessageLoop::RunUntil(
             [&] { return mWaiter.online_ > 0 && mWaiter.changes > 0 && mMonitor.GetUserContact(); },
@@ -204,13 +209,17 @@ public:
         return result->Get();
     }
 
+    const bool offline;
     std::unique_ptr<KRC::MailClient> client;
 
 private:
+    // Offline: a server that is nowhere, with the user's own token.
+    static constexpr const char* kNoServer = "https://offline.invalid";
     static IO::Location Location(const Emulator::Service& service, const std::string& server,
-                                 const std::string& login) {
+                                 const std::string& login, bool offline = false) {
         IO::Location location;
-        KRCB::CreateServerLocation(location, ZR::UniString(server), ZR::UniString(login),
+        KRCB::CreateServerLocation(location, ZR::UniString(offline ? kNoServer : server),
+                                   ZR::UniString(login),
                                    ZR::UniString(service.FindUser(server, login)->refreshToken));
         return location;
     }
@@ -240,7 +249,7 @@ int Send(const GlobalOptions& options, Emulator::Service& service, const MailArg
         to.Add(M::Address({ZR::UniString(Owner(service, server, login)), "Inbox"},
                           ZR::UniString(login)));
     if (to.IsEmpty()) throw UsageError("--to names no user");
-    Session session(options, service, server, args.from);
+    Session session(options, service, server, args.from, args.offline);
     KRC::ClientMail draft;
     draft.SetMessagePart(ZR::UniString(args.text));
     draft.SetRecipients(to);
@@ -249,6 +258,14 @@ int Send(const GlobalOptions& options, Emulator::Service& service, const MailArg
     ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail(form));
     const ZR::UniString id = mail->GetId();
     session.client->SendMail(mail, session.Task());
+    if (session.offline) {
+        // No contact without the server: it waits in the outbox.
+        if (options.json)
+            PrintJson(Json{{"id", id.Std()}, {"sent", false}});
+        else
+            std::printf("mail %s waits in the outbox\n", id.Std().c_str());
+        return kExitDone;
+    }
     // Sent when the server lists it in the sent box, not when the request ends.
     std::string result = session.Wait([&] { return !session.client->IsOutboxMail(id); });
     if (result != "done") throw Failure("the mail was not sent: " + result);
@@ -260,7 +277,8 @@ int Send(const GlobalOptions& options, Emulator::Service& service, const MailArg
 }
 
 int List(const GlobalOptions& options, Emulator::Service& service, const MailArgs& args) {
-    Session session(options, service, ServerOf(service, args.server, args.user), args.user);
+    Session session(options, service, ServerOf(service, args.server, args.user), args.user,
+                    args.offline);
     auto& c = *session.client;
     KRC::MailClient::Mails mails = args.box == "sent"     ? c.GetSentMails()
                                    : args.box == "outbox" ? c.GetOutboxMails()
@@ -289,7 +307,10 @@ int List(const GlobalOptions& options, Emulator::Service& service, const MailArg
 }
 
 int Change(const GlobalOptions& options, Emulator::Service& service, const MailArgs& args) {
-    Session session(options, service, ServerOf(service, args.server, args.user), args.user);
+    if (args.offline && args.action == "delete")
+        throw UsageError("a delete is not kept offline: it needs the server");
+    Session session(options, service, ServerOf(service, args.server, args.user), args.user,
+                    args.offline);
     auto& c = *session.client;
     const ZR::UniString id(args.id);
     const bool inbox = c.IsInboxMail(id);
@@ -309,13 +330,16 @@ int Change(const GlobalOptions& options, Emulator::Service& service, const MailA
     } else {
         c.DeleteSentMails(ids, session.Task());
     }
+    // Offline the flag is set and kept for the server, and the task cancelled.
     std::string result = session.Wait();
-    if (result != "done") throw Failure("the server did not take the change: " + result);
+    const bool kept = session.offline && result == "cancelled";
+    if (result != "done" && !kept) throw Failure("the server did not take the change: " + result);
     if (options.json)
-        PrintJson(Json{{"id", args.id}, {"action", args.action}, {"done", true}});
+        PrintJson(Json{{"id", args.id}, {"action", args.action}, {"done", !kept}});
     else
-        std::printf("%s mail %s: done\n", args.action.c_str(),
-                    ZR::Internal::Printable(args.id).c_str());
+        std::printf("%s mail %s: %s\n", args.action.c_str(),
+                    ZR::Internal::Printable(args.id).c_str(),
+                    kept ? "kept for the server" : "done");
     return kExitDone;
 }
 
@@ -353,6 +377,10 @@ void AddEmulateMailCommand(CLI::App* emulate, const GlobalOptions& options, Acti
         CLI::App* sub = mail->add_subcommand(name, help);
         sub->add_option("--server", args->server,
                         "management server URL (default: the one server with the user)");
+        sub->add_flag("--offline", args->offline,
+                      "keep the client offline: it reaches no server and works from its "
+                      "stored files, and what it "
+                      "changes goes to the server at the next command that is online");
         sub->callback([&options, action, args, &scenario, &update] {
             *action = [&options, args, &scenario, &update] {
                 return RunMail(options, *args, scenario, update);

@@ -41,6 +41,8 @@ using Action = std::function<int()>;
 void AddCacheCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddLoginCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* action);
+// krctl registry tree: the records' bare folder tree (LocalCacheCommands.cpp).
+void AddRegistryTreeCommand(CLI::App* registry, const GlobalOptions& options, Action* action);
 void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddLockCommands(CLI::App& app, const GlobalOptions& options, Action* action);
 void AddEmulateCommands(CLI::App& app, GlobalOptions& options, Action* action);

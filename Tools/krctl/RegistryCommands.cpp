@@ -437,6 +437,8 @@ void AddRegistryCommands(CLI::App& app, const GlobalOptions& options, Action* ac
             return SetProperty(options, *project, *property, *values);
         };
     });
+
+    AddRegistryTreeCommand(registry, options, action);
 }
 
 void AddOptionsCommands(CLI::App& app, const GlobalOptions& options, Action* action) {

@@ -287,14 +287,4 @@ void MailClient::SignalReceived(KRCB::SignalClient*, const KRCB::Signal& signal)
     }
 }
 
-// Storage of the boxes comes with the limit on completed mails; until then
-// a client starts empty and from revision 0.
-int MailClient::ReadFromDisc() {
-    return 0;
-}
-
-int MailClient::WriteToDisc() const {
-    return 0;
-}
-
 }  // namespace KRC

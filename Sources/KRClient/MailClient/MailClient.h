@@ -51,13 +51,15 @@ public:
 
     /// monitor, signalClient and connectionManager must not be null; the
     /// manager is used here only, for its cache folder. Attaches to the
-    /// monitor and the signal client and, if the monitor is not running yet,
-    /// gives it the stored revisions to go on from.
+    /// monitor and the signal client, reads Mails.dat and Outbox.dat of the
+    /// cache folder (a missing or damaged Mails.dat gives empty boxes) and, if
+    /// the monitor is not running yet, gives it the stored revisions to go on
+    /// from.
     MailClient(KRCB::Mailbox::MailboxMonitor* monitor, KRCB::SignalClient* signalClient,
                const KRCB::ProjectConnectionManagerInterface* connectionManager,
                bool useCompletedLimit, unsigned int completedLimitNum,
                std::unique_ptr<MailClientErrorHandler> errorHandler);
-    /// Closes, then writes the outbox. Not from an observer's call.
+    /// Closes, then writes Mails.dat and the outbox. Not from an observer's call.
     ~MailClient() override;
     MailClient(const MailClient&) = delete;
     MailClient& operator=(const MailClient&) = delete;
@@ -122,7 +124,8 @@ public:
     std::uint64_t GetInboxRevision() const;
     std::uint64_t GetSentRevision() const;
 
-    // The limit on completed mails. The setters store the value only.
+    // The limit on completed mails: the oldest countable completed mails over
+    // the limit go, each with its whole thread. The setters store the value only.
     void SetUseCompletedLimit(bool use);
     bool UseCompletedLimit() const;
     void SetCompletedLimitNum(unsigned int limit);

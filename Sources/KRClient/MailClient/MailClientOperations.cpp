@@ -388,8 +388,8 @@ bool MailClient::IsOutboxMail(const ZR::Ref<ClientMail>& mail) const {
     return mail && IsOutboxMail(mail->GetId());
 }
 
-// The limit on completed mails: the settings are kept; counting and
-// removing come with the storage of the boxes.
+// The limit on completed mails: the settings only store their value; the
+// limit itself is in MailClientStorage.cpp.
 
 void MailClient::SetUseCompletedLimit(bool use) {
     Guard guard(mLock);
@@ -409,14 +409,6 @@ void MailClient::SetCompletedLimitNum(unsigned int limit) {
 unsigned int MailClient::GetCompletedLimitNum() const {
     Guard guard(mLock);
     return mCompletedLimitNum;
-}
-
-unsigned int MailClient::CountCompletedMails() const {
-    return 0;
-}
-
-bool MailClient::DeleteCompletedMailsOverLimit() {
-    return false;
 }
 
 }  // namespace KRC

@@ -25,7 +25,10 @@ constexpr char kSuffixCharacters[] =
 
 // ".NAME.tmp-": every temporary file of NAME begins so.
 std::string TempPrefix(const Name& name) {
-    return "." + name.ToString().Std().substr(0, kMaxNameInTemp) + std::string(kTempTag);
+    std::string prefix(".");
+    prefix += name.ToString().Std().substr(0, kMaxNameInTemp);
+    prefix += kTempTag;
+    return prefix;
 }
 
 bool IsTempOf(const std::string& entry, const std::string& prefix) {
@@ -121,41 +124,63 @@ void RemoveLeftovers(const std::string& folder, const std::string& prefix) {
 
 }  // namespace
 
-int FileSystem::WriteFileAtomically(const Location& location, const std::string& data,
-                                    unsigned int mode) const {
-    std::string path;
+AtomicFileWriter::AtomicFileWriter(const Location& location, unsigned int mode) {
     Name name;
-    if (!Posix::LocalPath(location, &path) || !location.GetLastLocalName(&name))
-        return kErrBadLocation;
+    if (!Posix::LocalPath(location, &mPath) || !location.GetLastLocalName(&name)) {
+        mStatus = kErrBadLocation;
+        return;
+    }
     Location parent = location.GetParent();
-    std::string folder = parent.IsEmpty() ? std::string(".") : parent.ToPath().Std();
+    mFolder = parent.IsEmpty() ? std::string(".") : parent.ToPath().Std();
 
     struct stat st;
-    if (Sys::Stat(path.c_str(), &st) == 0) {
-        if (S_ISDIR(st.st_mode)) return kErrIsAFolder;
+    if (Sys::Stat(mPath.c_str(), &st) == 0) {
+        if (S_ISDIR(st.st_mode)) mStatus = kErrIsAFolder;
     } else if (errno != ENOENT) {
-        return StatusFromErrno(errno);
+        mStatus = StatusFromErrno(errno);
     }
+    if (mStatus != kOk) return;
+    mPrefix = TempPrefix(name);
+    // What dead writers left goes first, so that a run of writers killed
+    // before they finished leaves one temporary file, not one each.
+    RemoveLeftovers(mFolder, mPrefix);
+    mStatus = CreateTemp(mFolder, mPrefix, static_cast<mode_t>(mode), &mFd, &mTemp);
+}
 
-    const std::string prefix = TempPrefix(name);
-    int fd = -1;
-    std::string temp;
-    if (int status = CreateTemp(folder, prefix, static_cast<mode_t>(mode), &fd, &temp);
-        status != kOk)
-        return status;
-    int status = kOk;
-    if (Sys::WriteAll(fd, data.data(), data.size()) != 0 || Sys::Fsync(fd) != 0 ||
-        Sys::Rename(temp.c_str(), path.c_str()) != 0) {
-        status = StatusFromErrno(errno);
-        // Still held: no cleaner can have taken it meanwhile.
-        Sys::Unlink(temp.c_str());
+AtomicFileWriter::~AtomicFileWriter() {
+    if (mFd < 0) return;
+    // Still held: no cleaner can have taken it meanwhile.
+    Sys::Unlink(mTemp.c_str());
+    Posix::CloseFd(mFd);
+}
+
+int AtomicFileWriter::Write(const void* data, std::size_t length) {
+    if (mStatus != kOk) return mStatus;
+    if (mFd < 0) return mStatus = kErrNotOpen;
+    if (Sys::WriteAll(mFd, data, length) != 0) mStatus = StatusFromErrno(errno);
+    return mStatus;
+}
+
+int AtomicFileWriter::Commit() {
+    if (mStatus != kOk) return mStatus;
+    if (mFd < 0) return mStatus = kErrNotOpen;
+    if (Sys::Fsync(mFd) != 0 || Sys::Rename(mTemp.c_str(), mPath.c_str()) != 0) {
+        mStatus = StatusFromErrno(errno);
+        return mStatus;  // the destructor removes the temporary file
     }
     // The lock goes with the descriptor; after the rename it was on the new file.
-    Posix::CloseFd(fd);
-    if (status != kOk) return status;
-    SyncFolder(folder);
-    RemoveLeftovers(folder, prefix);
+    Posix::CloseFd(mFd);
+    mFd = -1;
+    SyncFolder(mFolder);
+    RemoveLeftovers(mFolder, mPrefix);
     return kOk;
+}
+
+int FileSystem::WriteFileAtomically(const Location& location, const std::string& data,
+                                    unsigned int mode) const {
+    AtomicFileWriter writer(location, mode);
+    if (int status = writer.Write(data.data(), data.size())) return status;
+    return writer.Commit();
 }
 
 }  // namespace IO

@@ -1,5 +1,6 @@
 #include "KRCB/Entities.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "KRCB/Clients.h"
@@ -65,7 +66,7 @@ bool HoldsName(const Items& items, const ZR::UniString& name) {
 }  // namespace
 
 bool ProjectFolder::HasProject(const ZR::UniString& name) const {
-    return HoldsName(mProjects, name);
+    return FindProjectSlot(name) != kNoSlot;
 }
 bool ProjectFolder::HasLibrary(const ZR::UniString& name) const {
     return HoldsName(mLibraries, name);
@@ -92,6 +93,7 @@ ProjectFolder::~ProjectFolder() {
         ZR::Ref<ProjectFolder> folder = std::move(pending.back());
         pending.pop_back();
         if (folder && folder.Std().use_count() == 1) {
+            folder->BeforeTearDown();
             for (ZR::Ref<ProjectFolder>& child : folder->mSubFolders)
                 pending.push_back(std::move(child));
             folder->mSubFolders.Clear();
@@ -174,25 +176,47 @@ unsigned int ProjectFolder::GetAllChildProjects(
     return n;
 }
 
+std::size_t ProjectFolder::FindProjectSlot(const ZR::UniString& name) const {
+    if (mEmptyProjectSlots != 0) {
+        for (std::size_t i = 0; i < mProjects.GetSize(); ++i)
+            if (mProjects[i]->GetName().IsEqual(name, ZR::kIgnoreCase)) return i;
+        return kNoSlot;
+    }
+    const auto it = mProjectSlotsByName.find(name.FoldCase().Std());
+    return it == mProjectSlotsByName.end() ? kNoSlot : it->second.front();
+}
+
+void ProjectFolder::IndexProjectSlot(std::size_t slot) {
+    if (!mProjects[slot]) {
+        ++mEmptyProjectSlots;
+        return;
+    }
+    std::vector<std::size_t>& slots =
+        mProjectSlotsByName[mProjects[slot]->GetName().FoldCase().Std()];
+    slots.insert(std::lower_bound(slots.begin(), slots.end(), slot), slot);
+}
+
 bool ProjectFolder::GetProjectByName(const ZR::UniString& name, ZR::Ref<Project>& project) const {
-    for (const auto& p : mProjects)
-        if (p->GetName().IsEqual(name, ZR::kIgnoreCase)) {
-            project = p;
-            return true;
-        }
-    return false;
+    const std::size_t slot = FindProjectSlot(name);
+    if (slot == kNoSlot) return false;
+    project = mProjects[slot];
+    return true;
 }
 
 void ProjectFolder::AddProject(ZR::Ref<Project>& project) {
     mProjects.Add(project);
+    IndexProjectSlot(mProjects.GetSize() - 1);
 }
 
 void ProjectFolder::ReplaceProjectByName(const ZR::UniString& name, ZR::Ref<Project>& project) {
-    for (auto& p : mProjects)
-        if (p->GetName().IsEqual(name, ZR::kIgnoreCase)) {
-            p = project;
-            return;
-        }
+    const std::size_t slot = FindProjectSlot(name);
+    if (slot == kNoSlot) return;
+    // The slot leaves the entry of its old name: the new project may bear another.
+    auto it = mProjectSlotsByName.find(mProjects[slot]->GetName().FoldCase().Std());
+    it->second.erase(std::find(it->second.begin(), it->second.end(), slot));
+    if (it->second.empty()) mProjectSlotsByName.erase(it);
+    mProjects[slot] = project;
+    IndexProjectSlot(slot);
 }
 
 unsigned int ProjectFolder::GetLibraryCount() const {

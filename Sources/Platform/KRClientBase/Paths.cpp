@@ -216,9 +216,14 @@ ZR::UniString GetParentFolderPath(const ZR::UniString& path) {
 
 namespace Management {
 ZR::UniString GetProjectName(const ZR::UniString& projectPath) {
-    ZR::Array<ZR::UniString> elements;
-    GetProjectPathElements(projectPath, elements);
-    return elements.IsEmpty() ? ZR::UniString() : elements.GetLast();
+    // The last element, found from the end: every folder of a deep tree asks
+    // this of its path.
+    const std::string& s = projectPath.Std();
+    const std::size_t end = s.find_last_not_of('/');
+    if (end == std::string::npos) return ZR::UniString();
+    const std::size_t slash = s.rfind('/', end);
+    const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
+    return ZR::UniString(s.substr(start, end + 1 - start));
 }
 
 void AppendToResourcePath(const ZR::UniString& name, ZR::UniString& path) {

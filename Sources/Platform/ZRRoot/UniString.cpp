@@ -3,6 +3,7 @@
 #include <unicode/ucasemap.h>
 #include <unicode/utypes.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
@@ -110,6 +111,16 @@ bool UniString::IsEqual(const UniString& other, CaseComparison cc) const {
 
 int UniString::Compare(const UniString& other, CaseComparison cc) const {
     if (cc == CaseComparison::Sensitive) return Order(mText.compare(other.mText));
+    if (IsAscii(mText) && IsAscii(other.mText)) {
+        // Sorting calls this per pair: no folded copies for plain text.
+        const std::size_t n = std::min(mText.size(), other.mText.size());
+        for (std::size_t i = 0; i < n; ++i) {
+            const auto a = static_cast<unsigned char>(AsciiLower(mText[i]));
+            const auto b = static_cast<unsigned char>(AsciiLower(other.mText[i]));
+            if (a != b) return a < b ? 0 : 2;
+        }
+        return Order(mText.size() < other.mText.size() ? -1 : (mText.size() > n ? 1 : 0));
+    }
     return Order(FoldCase().mText.compare(other.FoldCase().mText));
 }
 

@@ -471,7 +471,7 @@ std::string World::Do(const Step& step) {
             mSession.reset();
             KeepFiles();
             std::vector<Mail> sent;
-            std::vector<std::string> argv{MAIL_WORKER_PATH, mFolder.Path(), krtest::kBertId};
+            std::vector<std::string> argv{MAIL_RANDOM_WORKER_PATH, mFolder.Path(), krtest::kBertId};
             const std::vector<std::string> candidates = mModel.Candidates(true);
             argv.push_back(candidates.empty() ? "-" : candidates[step.b % candidates.size()]);
             for (int i = 0; i <= step.a % 2; ++i) {

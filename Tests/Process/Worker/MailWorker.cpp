@@ -1,35 +1,19 @@
-// A host process on a mail client's cache folder, with no server, for the
-// random mail sequences that kill it while it writes:
-//   mail_worker FOLDER TO_OWNER_ID READ_ID MAIL_ID...
-// sends the mails (each to TO_OWNER_ID's inbox, so they wait in the outbox),
-// sets READ_ID read unless it is "-", prints "ending" and ends the client,
-// which writes its files, then prints "ended".
+// A host process that writes its mail files again and again: mail_worker
+// FOLDER START builds a mail client on FOLDER, gives it an inbox at revision
+// n and an outbox of one mail with the text n, and ends it, which writes
+// Mails.dat and Outbox.dat; for n = START + 1, START + 2, ... until it is
+// killed. It prints "ready" first and n after each end.
 
 #include <cstdio>
-#include <memory>
+#include <cstdlib>
 #include <string>
 
-#include "KRCB/MailboxMonitor.h"
-#include "KRCB/SignalClient.h"
-#include "KRClient/MailClient/MailAttachment.h"
 #include "KRClient/MailClient/MailClient.h"
+#include "Support/ScriptedMailboxMonitor.h"
 
 namespace {
 
-// The host's attachment class of the random sequences, so that the mails it
-// rewrites keep theirs.
-class Pinned : public KRC::MailAttachment {
-public:
-    static const ZR::ClassInfo classInfo;
-    MailAttachment* Clone() const override { return new Pinned(*this); }
-    const ZR::ClassInfo& GetClassInfo() const override { return classInfo; }
-    bool IsAutomaticCompleteEnabled() const override { return false; }
-    static ZR::Object* Make() { return new Pinned; }
-};
-const ZR::ClassInfo Pinned::classInfo("MailRandom::Pinned", "5E1D0C0A-0000-4000-8000-00000000a7e1",
-                                      1, 0, &KRC::MailAttachment::classInfo, &Pinned::Make);
-
-struct Silent : KRC::MailClientErrorHandler {
+class NoErrors : public KRC::MailClientErrorHandler {
     void MailSendingFailed(Failure&) override {}
     void MailDeletingFailed(Failure&) override {}
     void SetMailsReadFailed(Failure&) override {}
@@ -49,27 +33,35 @@ struct Folder : KRCB::ProjectConnectionManagerInterface {
 }  // namespace
 
 int main(int argc, char** argv) {
-    namespace M = Kerrow::Server::Mail;
-    if (argc < 4) return 2;
-    KRCB::Mailbox::MailboxMonitor monitor;
-    KRCB::SignalClient signals("https://nowhere.invalid", "anna", "rt-none");
+    if (argc != 3) return 2;
     Folder folder{IO::Location(ZR::UniString(argv[1]))};
-    auto client = std::make_unique<KRC::MailClient>(&monitor, &signals, &folder, false, 0,
-                                                    std::make_unique<Silent>());
-    M::AddressList to;
-    to.Add(M::Address(M::MailboxId(ZR::UniString(argv[2]), "Inbox"), "to"));
-    for (int i = 4; i < argc; ++i) {
-        auto mail = ZR::Ref<M::Mail>::Make(M::MailId(ZR::UniString(argv[i])));
-        ZR::Ref<KRC::ClientMail> own(new KRC::ClientMail(mail));
-        own->SetRecipients(to);
-        own->SetMessagePart(ZR::UniString(std::string("text of ") + argv[i]));
-        client->SendMail(own, KRC::MailClient::Task());
-    }
-    if (std::string(argv[3]) != "-") client->SetInboxMailRead(ZR::UniString(argv[3]));
-    std::printf("ending\n");
+    krtest::ScriptedMailboxMonitor monitor;
+    monitor.Start();
+    KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
+    std::printf("ready\n");
     std::fflush(stdout);
-    client.reset();
-    monitor.Stop();
-    std::printf("ended\n");
-    return 0;
+    for (long n = std::atol(argv[2]) + 1;; ++n) {
+        {
+            KRC::MailClient client(&monitor, &signals, &folder, false, 0,
+                                   std::make_unique<NoErrors>());
+            // Enough mails that a write takes a while to kill it in.
+            krtest::ScriptedMailboxMonitor::Box inbox;
+            for (int i = 0; i < 20; ++i) {
+                Kerrow::Server::Mail::Mail mail{
+                    Kerrow::Server::Mail::MailId(ZR::UniString("m" + std::to_string(i)))};
+                mail.SetHeader("Body", ZR::UniString(std::string(400, 'x')));
+                inbox.created.push_back(mail);
+            }
+            inbox.to = static_cast<std::uint64_t>(n);
+            monitor.Deliver(krtest::ScriptedMailboxMonitor::Change(inbox, {}));
+            ZR::HashSet<ZR::UniString> old;
+            for (const auto& mail : client.GetOutboxMails()) old.Add(mail->GetId());
+            client.DeleteOutboxMails(old);
+            ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
+            mail->SetMessagePart(ZR::UniString(std::to_string(n)));
+            client.SendMail(mail, {});
+        }
+        std::printf("%ld\n", n);
+        std::fflush(stdout);
+    }
 }

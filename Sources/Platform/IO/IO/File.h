@@ -146,6 +146,33 @@ public:
                       std::size_t maxBytes = SIZE_MAX) const;
 };
 
+/// A stored file written in pieces, for contents too large to hold twice in
+/// memory: the temporary file, flush and rename of WriteFileAtomically. The
+/// target is replaced only by Commit; a writer destroyed before it, or whose
+/// write failed, removes its temporary file and leaves the target as it was.
+class IO_EXPORT AtomicFileWriter {
+public:
+    explicit AtomicFileWriter(const Location& location, unsigned int mode = kNewFileMode);
+    ~AtomicFileWriter();
+    AtomicFileWriter(const AtomicFileWriter&) = delete;
+    AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
+
+    /// 0 while all went well; the first failure otherwise, which every later
+    /// call answers too.
+    int GetStatus() const { return mStatus; }
+    int Write(const void* data, std::size_t length);
+    /// Flushes and puts the file in place; once.
+    int Commit();
+
+private:
+    std::string mPath;
+    std::string mFolder;
+    std::string mPrefix;
+    std::string mTemp;
+    int mFd = -1;
+    int mStatus = kOk;
+};
+
 extern IO_EXPORT FileSystem fileSystem;
 
 }  // namespace IO

@@ -3,7 +3,10 @@
 /// Entities of the management server as the client sees them, and the mapping
 /// of permission texts to ids.
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Gfx/Color.h"
@@ -229,9 +232,12 @@ public:
     virtual unsigned int GetProjects(ZR::PagedArray<ZR::Ref<Project>, 8>& projects) const;
     virtual unsigned int GetAllChildProjectCount() const;
     virtual unsigned int GetAllChildProjects(ZR::PagedArray<ZR::Ref<Project>, 8>& projects) const;
-    /// Case-insensitive; the first hit in order.
+    /// Case-insensitive; the first hit in order. Through an index of the
+    /// names, so that laying many projects into one folder stays linear.
     virtual bool GetProjectByName(const ZR::UniString& name, ZR::Ref<Project>& project) const;
     virtual void AddProject(ZR::Ref<Project>& project);
+    /// The first project of that name gives its slot to project, which may
+    /// bear another name; no hit does nothing.
     virtual void ReplaceProjectByName(const ZR::UniString& name, ZR::Ref<Project>& project);
     virtual unsigned int GetLibraryCount() const;
     virtual unsigned int GetLibraries(ZR::PagedArray<ZR::Ref<Library>, 8>& libraries) const;
@@ -281,12 +287,29 @@ public:
     void AppendSubFolder(const ZR::Ref<ProjectFolder>& folder) { mSubFolders.Add(folder); }
 
 protected:
+    /// Called on a folder that is about to go while its sub-folders are
+    /// still in place; the destructor tears deep trees down without
+    /// recursion, so a derived destructor would find them gone.
+    virtual void BeforeTearDown() {}
+
     Fields mFields;
     ZR::UniString mName;
     ZR::PagedArray<ZR::Ref<Project>, 8> mProjects;
     ZR::PagedArray<ZR::Ref<Library>, 8> mLibraries;
     ZR::PagedArray<ZR::Ref<File>, 8> mFiles;
     ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> mSubFolders;
+
+private:
+    static constexpr std::size_t kNoSlot = static_cast<std::size_t>(-1);
+    /// The slot of the first project of that name, or kNoSlot.
+    std::size_t FindProjectSlot(const ZR::UniString& name) const;
+    void IndexProjectSlot(std::size_t slot);
+
+    /// Folded name to the slots of mProjects that bear it, ascending. Empty
+    /// entries are not indexed; while there are any, a search goes through
+    /// the list, to fail on them as it always did.
+    std::unordered_map<std::string, std::vector<std::size_t>> mProjectSlotsByName;
+    std::size_t mEmptyProjectSlots = 0;
 };
 
 /// Throws IncompatibleModelServerVersionException unless the server's

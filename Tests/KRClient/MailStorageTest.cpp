@@ -1,0 +1,390 @@
+// The mail client's "Mails.dat" across restarts, read whole or not at all
+// whatever the damage, and the limit on completed mails.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+// Boxes of changes name only the fields a case needs.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
+#include "KRClient/MailClient/Internal/MailsFile.h"
+#include "MailClientFixture.h"
+#include "Support/AllocationMeter.h"
+#include "Support/FaultEnv.h"
+
+namespace krtest::mailclient {
+namespace {
+
+using Box = ScriptedMailboxMonitor::Box;
+using Ids = KRC::MailClient::Ids;
+
+// An attachment that forbids automatic completing.
+class Fixed : public KRC::MailAttachment {
+public:
+    static const ZR::ClassInfo classInfo;
+    MailAttachment* Clone() const override { return new Fixed(*this); }
+    const ZR::ClassInfo& GetClassInfo() const override { return classInfo; }
+    bool IsAutomaticCompleteEnabled() const override { return false; }
+    static ZR::Object* Make() { return new Fixed; }
+};
+const ZR::ClassInfo Fixed::classInfo("Test::Fixed", "0A0B0C0D-0000-4000-8000-0000000000f1", 1, 0,
+                                     &KRC::MailAttachment::classInfo, &Fixed::Make);
+
+// A server mail sent at time, in thread (none if empty), from sender.
+M::Mail At(const std::string& id, int time, const std::string& thread = "", bool completed = false,
+           bool fixed = false, const std::string& sender = "me") {
+    ZR::Ref<M::Mail> shared = ZR::Ref<M::Mail>::Make(ServerMail(id, sender, completed));
+    KRC::ClientMail wrapped(shared);
+    wrapped.SetSent(M::Date(time));
+    if (!thread.empty()) wrapped.SetThreadId(ZR::UniString(thread));
+    if (fixed) wrapped.AddAttachment(Fixed());
+    return *wrapped.ToServerMail();
+}
+
+std::string Bytes(const ZR::MemoryOChannel32& out) {
+    return std::string(reinterpret_cast<const char*>(out.GetData()), out.GetSize());
+}
+
+void PutMail(ZR::OChannel& out, const M::Mail& mail) {
+    ZR::Ref<M::Mail> shared = ZR::Ref<M::Mail>::Make(mail);
+    ASSERT_EQ(KRC::ClientMail::Write(ZR::Ref<KRC::ClientMail>(new KRC::ClientMail(shared)), out),
+              0);
+}
+
+// A new client on the harness's folder, as a new run of the host makes it.
+void Restart(MailClientHarness& h, bool monitorRunning) {
+    h.client.reset();
+    h.monitor.ClearRequests();
+    if (monitorRunning)
+        h.monitor.Start();
+    else
+        h.monitor.Stop();
+    h.client = std::make_unique<KRC::MailClient>(&h.monitor, &h.signals, &h.manager, false, 0,
+                                                 std::make_unique<RecordingErrorHandler>(h.heard));
+    h.client->Attach(h.observer);
+}
+
+std::string InitRevisions(const MailClientHarness& h) {
+    for (const auto& r : h.monitor.Requests())
+        if (r.op == "InitMailboxRevision")
+            return std::to_string(r.inboxRevision) + "/" + std::to_string(r.sentRevision);
+    return "none";
+}
+
+TEST(MailStorageTest, OfflineChangesComeBackAfterARestartAndGoAtTheNextStatusChange) {
+    MailClientHarness h;
+    auto& c = *h.client;
+    h.monitor.Deliver(
+        ScriptedMailboxMonitor::Change({.created = {ServerMail("a"), ServerMail("b")}, .to = 5},
+                                       {.created = {ServerMail("s", "me", true)}, .to = 7}));
+    // Offline: the flags wait in their lists, a delete hides its mail, and a
+    // mail with no known sender waits in the outbox.
+    c.SetInboxMailCompleted("a");
+    c.SetSentMailCompleted("s");
+    c.SetInboxMailRead("b");
+    c.DeleteInboxMail("b", {});
+    ZR::Ref<KRC::ClientMail> out(new KRC::ClientMail);
+    c.SendMail(out, {});
+    ASSERT_EQ(Names(c.GetInboxMails()), "a");
+
+    Restart(h, false);
+    EXPECT_EQ(InitRevisions(h), "5/7");
+    // The deletion under way is not stored: the mail is back.
+    EXPECT_EQ(Names(h.client->GetInboxMails()), "a,b");
+    EXPECT_EQ(Names(h.client->GetSentMails()), "s");
+    EXPECT_EQ(Names(h.client->GetOutboxMails()), out->GetId().Std());
+    ZR::Ref<KRC::ClientMail> a, b;
+    ASSERT_TRUE(h.client->GetMail("a", a) && h.client->GetMail("b", b));
+    EXPECT_TRUE(a->IsCompleted() && !a->IsRead() && b->IsRead() && !b->IsCompleted());
+
+    // Each list back in its own field, whatever the order in the file.
+    h.monitor.Start();
+    h.KnowUser();
+    h.monitor.ClearRequests();
+    h.monitor.SetStatus(true);
+    EXPECT_EQ(h.DescribeAll(), (Strings{"SendMails " + out->GetId().Std() +
+                                            " [ShowErrorInMailSending,SendMailFinished]",
+                                        "SetMailsCompleted Inbox a [InboxMailSetToCompleted]",
+                                        "SetMailsCompleted Sent s [SentMailSetToCompleted]",
+                                        "SetMailsRead Inbox b [InboxMailSetToRead]"}));
+}
+
+// The file as documented, composed by hand: revisions, inbox, sent box, then
+// completed inbox, completed sent and read inbox.
+std::string Composed(bool duplicate) {
+    ZR::MemoryOChannel32 out;
+    out.WriteUInt64(9);
+    out.WriteUInt32(duplicate ? 2 : 1);
+    PutMail(out, At("x", 100, "", false, false, "first"));
+    if (duplicate) PutMail(out, At("x", 200, "", false, false, "second"));
+    out.WriteUInt64(3);
+    out.WriteUInt32(1);
+    PutMail(out, At("s", 300, "t"));
+    for (const char* id : {"c1", "c2", "r1"}) {
+        out.WriteUInt32(1);
+        out.Write(ZR::UniString(id));
+    }
+    return Bytes(out);
+}
+
+TEST(MailStorageTest, AHandComposedFileIsReadAsLaidOutAndWrittenBackInTheSameLayout) {
+    MailClientHarness h(false);
+    const std::string file = h.folder.Sub("Mails.dat");
+    h.client.reset();  // its end would write the file
+    WriteFile(file, Composed(true));
+    Restart(h, false);
+    EXPECT_EQ(InitRevisions(h), "9/3");
+    ZR::Ref<KRC::ClientMail> x;
+    ASSERT_TRUE(h.client->GetMail("x", x));
+    EXPECT_EQ(x->GetSender().GetName().Std(), "first");  // of two with one id the first stays
+    EXPECT_EQ(Names(h.client->GetSentMails()), "s");
+
+    h.monitor.Start();
+    h.monitor.ClearRequests();
+    h.monitor.SetStatus(true);
+    EXPECT_EQ(h.DescribeAll(), (Strings{"SetMailsCompleted Inbox c1 [InboxMailSetToCompleted]",
+                                        "SetMailsCompleted Sent c2 [SentMailSetToCompleted]",
+                                        "SetMailsRead Inbox r1 [InboxMailSetToRead]"}));
+    h.client.reset();
+    EXPECT_EQ(ReadFile(file), Composed(false));
+    struct stat st;
+    ASSERT_EQ(::stat(file.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST(MailStorageTest, AFileCutAtAnyByteGivesEmptyBoxesAndStaysUntilTheNextWrite) {
+    const std::string whole = Composed(true);
+    // Every cut is refused by the reader, which the client takes whole or not at all...
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        ZR::MemoryIChannel in(whole.data(), size);
+        KRC::Internal::MailsFileContent content;
+        EXPECT_NE(KRC::Internal::ReadMails(in, content), 0) << size;
+    }
+    // ...and the client, at cuts spread over every item, keeps nothing of it.
+    MailClientHarness h(false);
+    const std::string file = h.folder.Sub("Mails.dat");
+    for (std::size_t size = 0; size < whole.size() && !HasFailure(); size += 17) {
+        SCOPED_TRACE(size);
+        h.client.reset();
+        WriteFile(file, whole.substr(0, size));
+        Restart(h, false);
+        EXPECT_EQ(InitRevisions(h), "0/0");
+        EXPECT_TRUE(h.client->GetAllMails().IsEmpty());
+        EXPECT_EQ(h.client->GetInboxRevision() + h.client->GetSentRevision(), 0u);
+        EXPECT_EQ(ReadFile(file).size(), size);
+    }
+}
+
+TEST(MailStorageTest, HostileFilesAreRefusedWithoutAllocatingOrReadingBeyondTheInput) {
+    namespace I = KRC::Internal;
+    ZR::MemoryOChannel32 mails;
+    for (const char* id : {"m1", "m2", "m3"}) PutMail(mails, At(id, 1));
+    const std::string three = Bytes(mails);
+    const std::size_t oneMail = three.size() / 3;
+    std::string newer = three;
+    newer[oneMail + 4 + 4 + 16] = 2;  // main version of the second frame, behind name and id
+    auto box = [](std::uint32_t count, const std::string& body) {
+        ZR::MemoryOChannel32 out;
+        out.WriteUInt64(1);
+        out.WriteUInt32(count);
+        return Bytes(out) + body;
+    };
+    const std::string emptyBox = box(0, "");
+    struct Case {
+        const char* name;
+        std::string bytes;
+        int status;
+        std::uint64_t stoppedAt;
+    } cases[] = {
+        {"mail count", box(0xFFFFFFFFu, std::string(64, '\0')), ZR::kErrTooLarge, 8},
+        {"id count", emptyBox + emptyBox + std::string("\xff\xff\xff\xff", 4) + "abcd",
+         ZR::kErrTooLarge, 24},
+        {"newer frame", box(3, newer), ZR::kGeneralErrorCode, 12 + oneMail},
+        {"bytes behind are not looked at", box(3, three) + emptyBox + std::string(12, '\0') + "zz",
+         0, 12 + three.size() + 12 + 12},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZR::MemoryIChannel in(c.bytes.data(), c.bytes.size());
+        I::MailsFileContent content;
+        std::uint64_t stoppedAt = 0;
+        LargestAllocation meter;
+        EXPECT_EQ(I::ReadMails(in, content, &stoppedAt), c.status);
+        EXPECT_EQ(stoppedAt, c.stoppedAt);
+        EXPECT_LT(meter.Bytes(), 4096u);
+    }
+
+    // A file of 1 GB whose counts lie: refused after its first items, and
+    // the client holds nothing of it.
+    MailClientHarness h(false);
+    const std::string file = h.folder.Sub("Mails.dat");
+    h.client.reset();
+    WriteFile(file, box(0xFFFFFFFFu, three));
+    std::filesystem::resize_file(file, 1u << 30);
+    std::uint64_t stoppedAt = 0;
+    I::MailsFileContent content;
+    LargestAllocation meter;
+    EXPECT_EQ(I::ReadMailsFile(h.folder.Location() + IO::Name("Mails.dat"), content, &stoppedAt),
+              ZR::kErrTooLarge);
+    EXPECT_EQ(stoppedAt, 8u);
+    Restart(h, false);
+    EXPECT_LT(meter.Bytes(), 1u << 20);
+    EXPECT_EQ(InitRevisions(h), "0/0");
+    EXPECT_TRUE(h.client->GetAllMails().IsEmpty());
+}
+
+TEST(MailStorageTest, AWriteThatFailsLeavesTheOldFileAndNoTemporaryFile) {
+    const int errors[][2] = {{static_cast<int>(Call::Write), ENOSPC},
+                             {static_cast<int>(Call::Fsync), EIO},
+                             {static_cast<int>(Call::Rename), EROFS}};
+    for (const auto& [call, error] : errors) {
+        SCOPED_TRACE(CallName(static_cast<Call>(call)));
+        MailClientHarness h;
+        h.monitor.Deliver(
+            ScriptedMailboxMonitor::Change({.created = {ServerMail("a")}, .to = 1}, {}));
+        h.client.reset();
+        const std::string old = ReadFile(h.folder.Sub("Mails.dat"));
+        Restart(h, true);
+        h.monitor.Deliver(
+            ScriptedMailboxMonitor::Change({.created = {ServerMail("b")}, .from = 1, .to = 2}, {}));
+        FaultEnv faults;
+        faults.FailNth(static_cast<Call>(call), 1, error);
+        h.client.reset();
+        EXPECT_EQ(faults.Struck(), 1);
+        EXPECT_EQ(ReadFile(h.folder.Sub("Mails.dat")), old);
+        EXPECT_TRUE(Listing(h.folder.Path(), ".Mails.dat.tmp").empty());
+    }
+}
+
+// The limit through the public interface: the mails of each case stand in
+// the boxes as the server gave them; requests name the ids deleted.
+TEST(MailStorageTest, TheLimitDeletesTheOldestCountableMailsWithTheirThreads) {
+    struct Case {
+        const char* name;
+        std::vector<M::Mail> inbox, sent;
+        bool use;
+        unsigned int limit;
+        unsigned int countable;
+        bool deletes;
+        Strings requests;
+    } cases[] = {
+        {"off", {At("a", 1, "", true)}, {}, false, 0, 1, false, {}},
+        {"as many as the limit",
+         {At("a", 1, "", true), At("b", 2, "", true), At("c", 3, "", true)},
+         {},
+         true,
+         3,
+         3,
+         false,
+         {}},
+        {"one over: the oldest goes",
+         {At("b", 2, "", true), At("a", 1, "", true), At("c", 3, "", true), At("d", 4, "", true)},
+         {},
+         true,
+         3,
+         4,
+         true,
+         {"DeleteMails Inbox a [ShowErrorInMailDeleting]"}},
+        {"limit 0: every countable mail, inbox then sent",
+         {At("a", 1, "", true), At("u", 2)},
+         {At("s", 3, "", true)},
+         true,
+         0,
+         2,
+         true,
+         {"DeleteMails Inbox a [ShowErrorInMailDeleting]",
+          "DeleteMails Sent s [ShowErrorInMailDeleting]"}},
+        {"a thread goes whole, newer and uncompleted mails too",
+         {At("old", 1, "T", true), At("other", 3, "", true), At("young", 5, "T")},
+         {At("reply", 6, "T", false, true)},
+         true,
+         1,
+         2,
+         true,
+         {"DeleteMails Inbox old,young [ShowErrorInMailDeleting]",
+          "DeleteMails Sent reply [ShowErrorInMailDeleting]"}},
+        {"a mail without thread goes alone",
+         {At("a", 1, "", true), At("b", 2, "T", true), At("c", 3, "T")},
+         {},
+         true,
+         1,
+         2,
+         true,
+         {"DeleteMails Inbox a [ShowErrorInMailDeleting]"}},
+        // Fixed in a thread with a mail that allows completing: not counted,
+        // but it goes with its thread; in a thread of its own it counts.
+        {"fixed mails",
+         {At("f", 1, "T", true, true), At("q", 2, "T", true), At("g", 3, "G", true, true)},
+         {},
+         true,
+         0,
+         2,
+         true,
+         {"DeleteMails Inbox f,q,g [ShowErrorInMailDeleting]"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        MailClientHarness h;
+        auto& client = *h.client;
+        h.monitor.Deliver(ScriptedMailboxMonitor::Change({.created = c.inbox, .to = 1},
+                                                         {.created = c.sent, .to = 1}));
+        h.monitor.ClearRequests();
+        // The setters only store their value.
+        client.SetUseCompletedLimit(c.use);
+        client.SetCompletedLimitNum(c.limit);
+        EXPECT_TRUE(h.monitor.Requests().empty());
+        EXPECT_EQ(client.CountCompletedMails(), c.countable);
+        EXPECT_EQ(client.DeleteCompletedMailsOverLimit(), c.deletes);
+        EXPECT_EQ(h.DescribeAll(), c.requests);
+        if (!c.deletes) continue;
+        // The mails being deleted no longer count: a second run finds nothing to do.
+        EXPECT_EQ(client.CountCompletedMails(), std::min(c.limit, c.countable));
+        h.monitor.ClearRequests();
+        EXPECT_FALSE(client.DeleteCompletedMailsOverLimit());
+        EXPECT_TRUE(h.monitor.Requests().empty());
+    }
+}
+
+TEST(MailStorageTest, TheLimitTakesOutboxMailsAloneAndRunsWhenMailsAreCompleted) {
+    MailClientHarness h;
+    auto& c = *h.client;
+    // An outbox mail, completed while it waits, and a mail of its thread.
+    ZR::Ref<KRC::ClientMail> out(new KRC::ClientMail);
+    out->SetSent(M::Date(1));
+    c.SendMail(out, {});
+    c.SetSentMailCompleted(out->GetId());
+    h.monitor.Deliver(
+        ScriptedMailboxMonitor::Change({.created = {At("mate", 2, out->GetThreadId().Std(), true),
+                                                    At("a", 5, "", true), At("b", 6)},
+                                        .to = 1},
+                                       {}));
+    c.SetUseCompletedLimit(true);
+    c.SetCompletedLimitNum(2);
+    EXPECT_TRUE(c.DeleteCompletedMailsOverLimit());
+    EXPECT_TRUE(c.GetOutboxMails().IsEmpty());
+    EXPECT_TRUE(h.monitor.Requests().empty());
+    EXPECT_EQ(Names(c.GetInboxMails()), "mate,a,b");
+
+    // Completing a mail runs the limit: "mate", now the oldest, goes.
+    c.SetInboxMailCompleted("b");
+    EXPECT_EQ(h.DescribeAll().back(), "DeleteMails Inbox mate [ShowErrorInMailDeleting]");
+    EXPECT_EQ(Names(c.GetInboxMails()), "a,b");
+
+    // So does a sent mail that the client completes when the server lists
+    // it, before its own request goes out.
+    h.monitor.SetStatus(true);
+    h.monitor.ClearRequests();
+    c.SetCompletedLimitNum(0);
+    h.monitor.Deliver(
+        ScriptedMailboxMonitor::Change({.from = 1, .to = 1}, {.created = {At("s", 9)}, .to = 1}));
+    EXPECT_EQ(
+        h.DescribeAll(),
+        (Strings{"DeleteMails Inbox a,b [ShowErrorInMailDeleting]",
+                 "DeleteMails Sent s [ShowErrorInMailDeleting]",
+                 "SetMailsCompleted Sent s [ShowErrorInSetMailsRead,SentMailSetToCompleted]"}));
+}
+
+}  // namespace
+}  // namespace krtest::mailclient

@@ -1,0 +1,252 @@
+// Local projects and folders in the shape of the server's entities.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "KRClient/UserInterface/LocalCache/CacheProject.h"
+#include "KRClient/UserInterface/LocalCache/CacheProjectFolder.h"
+#include "ZR/Exceptions.h"
+
+namespace {
+
+using namespace KRC::UI::LocalCache;
+using namespace KRCB::Management::Entities;
+
+ProjectInfo Info(const char* path, const char* id, const char* version = "") {
+    ProjectInfo info;
+    info.path = path;
+    info.id = id;
+    info.version = version;
+    info.size = 11;
+    info.modifiedTimeUtc = -5;
+    info.hasChanges = true;
+    info.isDetached = true;
+    return info;
+}
+
+ZR::Ref<Project> ServerProject(const char* path, const char* id) {
+    Resource::Fields f;
+    f.path = path;
+    f.id = id;
+    f.size = 99;
+    f.modelServerId = "ms";
+    f.state = Resource::ResourceStatus::Locked;
+    f.tags.Add(ZR::Ref<const Tag>(std::make_shared<Tag>("t", "tag")));
+    ZR::HashSet<ZR::UniString> users;
+    users.Add("anna");
+    return ZR::Ref<Project>(std::make_shared<Project>(f, "1.4.0 / 7", users));
+}
+
+ZR::Ref<ProjectFolder> Folder(const char* path, const char* parentId = "") {
+    return ZR::Ref<ProjectFolder>(
+        std::make_shared<CacheProjectFolder>(path, parentId, true, false, false));
+}
+
+TEST(CacheProject, VersionTextsNeverFail) {
+    const struct {
+        const char* text;
+        unsigned major, minor, build;
+    } rows[] = {
+        {"1.2.3 (remark) / 456", 1, 2, 3},  // build checked below
+        {"", 0, 0, 0},
+        {"7.8", 7, 8, 0},
+        {"1.2.3/4", 1, 2, 0},
+        {"(x)2.0.0 / 9", 2, 0, 0},
+        {"99999999999.1.2 (x", 0, 0, 0},
+        {"4294967295.1.1 / 4294967296", 4294967295u, 1, 0},
+        {"abc", 0, 0, 0},
+        {" 3 . 4", 3, 0, 0},
+    };
+    const unsigned builds[] = {456, 0, 0, 4, 9, 0, 0, 0, 0};
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        CacheProject p(Info("/a/p", "id", rows[i].text), ZR::UniString("f"));
+        EXPECT_EQ(p.GetProjectMajorVersion(), rows[i].major) << rows[i].text;
+        EXPECT_EQ(p.GetProjectMinorVersion(), rows[i].minor) << rows[i].text;
+        EXPECT_EQ(p.GetProjectBuildNumber(), builds[i]) << rows[i].text;
+        EXPECT_EQ(p.GetProjectVersion(), rows[i].text);
+        EXPECT_EQ(p.IsSameVersion(), rows[i].major == Project::kMajorVersion);
+        EXPECT_EQ(p.IsReadable(), Project::IsReadable(rows[i].major, rows[i].minor, builds[i]));
+    }
+}
+
+TEST(CacheProject, LocalAnswersServerForwardingAndUnwrapping) {
+    const ZR::Ref<Project> server = ServerProject("/srv/Name", "S1");
+    CacheProject local(Info("/a/Local", "L1", "1.0.0 / 2"), ZR::UniString("folder"));
+    CacheProject over(Info("/a/Local", "L1"), server);
+    CacheProject nested(Info("/x/y", "L2"), ZR::Ref<Project>(std::make_shared<CacheProject>(over)));
+    CacheProject none(Info("/a/None", "L3"), ZR::Ref<Project>());
+
+    EXPECT_FALSE(local.HasServerInfo());
+    EXPECT_EQ(local.GetId(), "L1");
+    EXPECT_EQ(local.GetName(), "Local");
+    EXPECT_EQ(local.GetParentFolderId(), "folder");
+    EXPECT_EQ(local.GetSize(), 11u);
+    EXPECT_EQ(local.GetModifiedTimeUtc(), -5);
+    EXPECT_EQ(local.GetState(), Resource::ResourceStatus::Available);
+    EXPECT_EQ(local.GetVisibilityState(), Resource::VisibilityStatus::Visible);
+    EXPECT_TRUE(local.GetModelServerId().IsEmpty());
+    EXPECT_FALSE(local.IsUserJoined("anna"));
+    EXPECT_FALSE(none.HasServerInfo());
+    EXPECT_TRUE(none.GetParentFolderId().IsEmpty());
+
+    for (const CacheProject* p : {&over, &nested}) {
+        EXPECT_TRUE(p->HasServerInfo());
+        EXPECT_EQ(p->GetId(), "S1");
+        EXPECT_EQ(p->GetPath(), "/srv/Name");
+        EXPECT_EQ(p->GetSize(), 99u);
+        EXPECT_EQ(p->GetState(), Resource::ResourceStatus::Locked);
+        EXPECT_EQ(p->GetProjectBuildNumber(), 7u);
+        EXPECT_TRUE(p->IsUserJoined("anna"));
+        EXPECT_TRUE(p->HasChanges());
+        EXPECT_TRUE(p->IsDetached());
+        ZR::PagedArray<ZR::Ref<const Tag>, 8> tags;
+        tags.Add(ZR::Ref<const Tag>(std::make_shared<Tag>("old", "old")));
+        p->GetTags(tags);
+        EXPECT_TRUE(tags.IsEmpty());
+        EXPECT_FALSE(p->HasTags());
+    }
+    ZR::HashSet<ZR::UniString> users;
+    local.GetJoinedUsers(users);
+    EXPECT_EQ(users.GetSize(), 0u);
+    nested.GetJoinedUsers(users);
+    EXPECT_EQ(users.GetSize(), 1u);
+}
+
+TEST(CacheProjectFolder, IdsPathsAndInheritance) {
+    CacheProjectFolder root("", "", true, true, false), a("/a/b", "p", true, false, true);
+    EXPECT_NE(root.GetId(), CacheProjectFolder("", "", true, true, false).GetId());
+    EXPECT_EQ(root.GetPath(true), "Project Root");
+    EXPECT_EQ(a.GetPath(true), "Project Root//a/b");
+    EXPECT_EQ(a.GetPath(false), "/a/b");
+    EXPECT_EQ(a.GetName(), "b");
+    EXPECT_EQ(a.GetParentFolderId(), "p");
+    EXPECT_TRUE(a.ContainsFiles());
+    EXPECT_FALSE(a.ContainsLibraries());
+
+    ProjectFolder::Fields f;
+    f.id = "srv";
+    f.defaultModelServerId = "ms";
+    f.defaultBlobStoreId = "bs";
+    f.uploadType = ProjectFolder::UploadToFolder;
+    f.uploadFirst = "one";
+    ProjectFolder server(f);
+    a.OnParentSet(&server);
+    ProjectFolder::DefaultLibraryUploadFolderType type;
+    ZR::UniString first, second;
+    a.GetDefaultLibraryUploadFolder(type, first, second);
+    EXPECT_EQ(a.GetParentFolderId(), "srv");
+    EXPECT_EQ(a.GetDefaultModelServerId(), "ms");
+    EXPECT_EQ(a.GetDefaultBlobStoreId(), "bs");
+    EXPECT_EQ(type, ProjectFolder::UploadToFolder);
+    EXPECT_EQ(first, "one");
+    a.OnParentSet(nullptr);
+    a.GetDefaultLibraryUploadFolder(type, first, second);
+    EXPECT_TRUE(a.GetParentFolderId().IsEmpty() && a.GetDefaultModelServerId().IsEmpty() &&
+                a.GetDefaultBlobStoreId().IsEmpty());
+    EXPECT_EQ(type, ProjectFolder::UploadToFolder);  // kept
+}
+
+TEST(CacheProjectFolder, ProjectsSearchesAndRecursiveLists) {
+    ZR::Ref<ProjectFolder> root = Folder("");
+    ZR::Ref<ProjectFolder> a = Folder("/a"), b = Folder("/a/b"), c = Folder("/c");
+    a->AddProjectFolder(b);
+    root->AddProjectFolder(a);
+    root->AddProjectFolder(c);
+    EXPECT_EQ(b->GetParentFolderId(), a->GetId());
+    ZR::Ref<Project> p1(std::make_shared<CacheProject>(Info("/Name", "1"), root->GetId()));
+    ZR::Ref<Project> p2(std::make_shared<CacheProject>(Info("/name", "2"), root->GetId()));
+    ZR::Ref<Project> p3(std::make_shared<CacheProject>(Info("/a/b/x", "3"), b->GetId()));
+    root->AddProject(p1);
+    root->AddProject(p2);
+    b->AddProject(p3);
+    // A server folder under a local one: its libraries are not counted.
+    ZR::Ref<ProjectFolder> server(std::make_shared<ProjectFolder>(ProjectFolder::Fields{}));
+    server->AddLibrary(ZR::Ref<Library>(std::make_shared<Library>()));
+    c->AddProjectFolder(server);
+
+    ZR::Ref<Project> found;
+    EXPECT_TRUE(root->GetProjectByName("NAME", found));
+    EXPECT_EQ(found->GetId(), "1");
+    ZR::Ref<Project> replacement(std::make_shared<CacheProject>(Info("/NAME", "9"), root->GetId()));
+    root->ReplaceProjectByName("name", replacement);
+    ZR::PagedArray<ZR::Ref<Project>, 8> projects;
+    projects.Add(p3);
+    EXPECT_EQ(root->GetProjects(projects), 2u);
+    ASSERT_EQ(projects.GetSize(), 3u);
+    EXPECT_EQ(projects[1]->GetId(), "9");
+    EXPECT_EQ(projects[2]->GetId(), "2");
+    EXPECT_EQ(root->GetAllChildProjectCount(), 3u);
+    EXPECT_EQ(root->GetAllChildResourceCount(), 4u);  // the server folder answers for itself
+    EXPECT_EQ(root->GetAllChildLibraryCount(), 0u);
+    ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> all;
+    EXPECT_EQ(root->GetAllSubFolders(all), 4u);
+    EXPECT_EQ(all[1], b);
+    ZR::Ref<ProjectFolder> folder = c;
+    EXPECT_FALSE(root->GetProjectFolderByName("zz", folder));
+    EXPECT_EQ(folder, c);
+    EXPECT_TRUE(root->GetProjectFolderByName("A", folder));
+    EXPECT_EQ(folder, a);
+    for (const char* name : {"A", "a", "zz"})
+        EXPECT_FALSE(root->HasProject(name) || root->HasLibrary(name) || root->HasFile(name) ||
+                     root->HasFolder(name) || root->HasResourceOrFolder(name));
+
+    // The names are indexed: a slot whose project takes another name leaves
+    // its old entry, and the first hit in order still wins.
+    ZR::Ref<ProjectFolder> d = Folder("/d");
+    auto put = [&d](const char* replaced, const char* name, const char* id) {
+        ZR::Ref<Project> p(std::make_shared<CacheProject>(
+            Info((std::string("/d/") + name).c_str(), id), d->GetId()));
+        replaced ? d->ReplaceProjectByName(replaced, p) : d->AddProject(p);
+    };
+    auto idOf = [&d](const char* name) {
+        ZR::Ref<Project> p;
+        return d->GetProjectByName(name, p) ? p->GetId().Std() : "none";
+    };
+    put(nullptr, "x", "1");
+    put(nullptr, "Y", "2");
+    put(nullptr, "X", "3");
+    put("X", "z", "4");  // slots: z4 Y2 X3
+    EXPECT_EQ(idOf("x") + idOf("Z") + idOf("y"), "342");
+    put("Y", "x", "5");  // z4 x5 X3
+    EXPECT_EQ(idOf("X") + idOf("y"), "5none");
+    put("z", "X", "6");  // X6 x5 X3
+    put("nothing", "w", "7");
+    EXPECT_EQ(idOf("x") + idOf("z") + idOf("w"), "6nonenone");
+    projects.Clear();
+    d->GetProjects(projects);
+    ASSERT_EQ(projects.GetSize(), 3u);
+    EXPECT_EQ(projects[0]->GetId() + projects[1]->GetId() + projects[2]->GetId(), "653");
+    ZR::Ref<Project> empty;
+    d->AddProject(empty);
+    EXPECT_EQ(idOf("x"), "6");  // found before the empty entry is reached
+    EXPECT_THROW(idOf("w"), ZR::NullReferenceException);
+}
+
+TEST(CacheProjectFolder, OutlivingSubFoldersForgetTheirParentAndDeepTreesGoQuietly) {
+    ZR::Ref<ProjectFolder> kept = Folder("/a/b/c");
+    {
+        ZR::Ref<ProjectFolder> root = Folder(""), a = Folder("/a"), b = Folder("/a/b");
+        b->AddProjectFolder(kept);
+        a->AddProjectFolder(b);
+        root->AddProjectFolder(a);
+        b = a = nullptr;  // only the tree holds them: torn down level by level
+        EXPECT_FALSE(kept->GetParentFolderId().IsEmpty());
+    }
+    EXPECT_TRUE(kept->GetParentFolderId().IsEmpty());
+
+    ZR::Ref<ProjectFolder> top = Folder(""), current = top;
+    for (int i = 0; i < 10000; ++i) {
+        ZR::Ref<ProjectFolder> next = Folder("/d");
+        current->AddProjectFolder(next);
+        current = next;
+    }
+    current = nullptr;
+    ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> all;
+    EXPECT_EQ(top->GetAllSubFolders(all), 10000u);
+    all.Clear();
+    top = nullptr;
+}
+
+}  // namespace
