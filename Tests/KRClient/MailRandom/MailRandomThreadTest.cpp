@@ -92,6 +92,8 @@ TEST(MailRandomThreadTest, KeptCasesAgreeWithTheModel) {
         {1, "fail:3,2 delete-inbox:3,10 other-read:10,3"},
         // A mail leaves the outbox when the sent box lists it, not when its request ends.
         {1, "down:3,10 send:2,3"},
+        // ...also when the sent box listed it before a death between the two files.
+        {11, "away:7,9 send:6,9 restart:10,6 crash:9,0"},
         // The server pushes only a change of its state: "up" when up reconnects nobody.
         {11432, "hold:3,10 delete-inbox:6,1 up:3,9 complete-inbox:4,1 bert-sends:9,7 fail:3,2"},
     };
