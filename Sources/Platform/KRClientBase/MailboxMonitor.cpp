@@ -4,6 +4,7 @@
 // from its callbacks while it holds its lock.
 #include "KRCB/MailboxMonitor.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <string>
@@ -45,6 +46,9 @@ struct MonitorCore {
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<Job> queue;
+    // Between jobs or not: for WaitUntilIdle.
+    bool busy = false;
+    std::condition_variable idle;
     bool running = false;
     bool stopping = false;
     bool suspended = false;
@@ -375,20 +379,23 @@ void MonitorCore::Run() {
         wake.wait(lock,
                   [this] { return stopping || suspendPending || (!suspended && !queue.empty()); });
         if (stopping) break;
+        busy = true;
         if (suspendPending) {
             suspendPending = false;
             lock.unlock();
             Disconnect(true);
             Tell(false);
             lock.lock();
-            continue;
+        } else {
+            Job job = std::move(queue.front());
+            queue.pop_front();
+            if (job.kind == Job::Kind::Fetch && job.tasks.IsEmpty()) fetchQueued = false;
+            lock.unlock();
+            Process(job);
+            lock.lock();
         }
-        Job job = std::move(queue.front());
-        queue.pop_front();
-        if (job.kind == Job::Kind::Fetch && job.tasks.IsEmpty()) fetchQueued = false;
-        lock.unlock();
-        Process(job);
-        lock.lock();
+        busy = false;
+        idle.notify_all();
     }
     lock.unlock();
     Disconnect(true);
@@ -439,6 +446,15 @@ void MailboxMonitor::Start() {
     mCore->thread = std::thread([core = mCore] { core->Run(); });
 }
 
+bool MailboxMonitor::WaitUntilIdle(int timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mCore->mutex);
+    return mCore->idle.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] {
+        const Internal::MonitorCore& c = *mCore;
+        return !c.running || c.stopping ||
+               (!c.busy && !c.suspendPending && (c.suspended || c.queue.empty()));
+    });
+}
+
 void MailboxMonitor::Stop() {
     std::thread thread;
     MailboxEventHandlerTasks canceled;
@@ -463,6 +479,7 @@ void MailboxMonitor::Stop() {
         mCore->running = false;
         mCore->online = false;
         mCore->reported = -1;
+        mCore->idle.notify_all();
     }
     Internal::Finish(canceled, MailboxEventHandlerTask::Result::Canceled);
 }

@@ -162,6 +162,11 @@ public:
     /// The refresh token of the next login (the manager's changed).
     void SetRefreshToken(const ZR::UniString& token);
 
+    /// For tests that pump the monitor: waits until its thread is between jobs
+    /// with nothing queued that can run now (or it is not running); false
+    /// after timeoutMs.
+    bool WaitUntilIdle(int timeoutMs) const;
+
     virtual void SendMails(ServerMails& mails, MailboxEventHandlerTasks& tasks);
     virtual void SetMailsRead(const MailIdTable& ids, const Kerrow::Server::Mail::MailboxName& box,
                               MailboxEventHandlerTasks& tasks);

@@ -1,0 +1,243 @@
+#pragma once
+// A reference of what the mail client promises, small enough to read in one
+// go: the server's boxes, the mailbox monitor's queue and connection, and the
+// client's tables, outbox, lists of changes and deletions under way. It is
+// written apart from the client and shares none of its code, so that after
+// each step of a random sequence the two can be compared.
+//
+// The server and the monitor are modelled as far as they decide what the
+// client is given: a fetch answers what changed after a revision, the whole
+// box, or a gap; requests run one after the other, each followed by a fetch;
+// a suspended monitor keeps its queue; a monitor that left the server hears
+// no pushes. What the client does with that is its own promise.
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace mailrandom {
+
+struct Mail {
+    Mail() = default;
+    explicit Mail(std::string mailId) : id(std::move(mailId)) {}
+    std::string id;
+    bool read = false;
+    bool completed = false;
+    bool autoComplete = true;     // no attachment forbids the client to complete it
+    std::vector<std::string> to;  // logins
+    bool senderSet = false;       // outbox mails only
+};
+using MailPtr = std::shared_ptr<Mail>;
+
+// One mailbox of the server: mails in order of arrival, a revision that each
+// change raises, and the log from which fetches are answered.
+struct ServerBox {
+    enum class Kind { Created, Updated, Deleted };
+    struct Entry {
+        std::uint64_t revision;
+        std::string id;
+        Kind kind;
+    };
+    struct Delta {
+        bool whole = false;
+        std::uint64_t from = 0, to = 0;
+        std::vector<Mail> created, updated;
+        std::vector<std::string> deleted;
+        bool HasChange() const { return whole || from != to; }
+    };
+
+    std::vector<Mail> mails;
+    std::uint64_t revision = 0;
+    std::uint64_t gapAt = 0;
+    bool wholeNext = false;
+    std::vector<Entry> log;
+
+    Mail* Find(const std::string& id);
+    void Put(const Mail& mail);
+    bool Remove(const std::string& id);
+    void Log(const std::string& id, Kind kind) { log.push_back({++revision, id, kind}); }
+    Delta Changes(std::uint64_t from);
+};
+
+// What a request's handlers and the caller's task do with its end.
+enum class Handler {
+    ShowSendError,
+    SendFinished,
+    ShowDeleteError,
+    ShowFlagError,
+    InboxCompleted,
+    InboxRead,
+    SentCompleted,
+    Caller
+};
+
+struct Counts {
+    int sendFailed = 0, deleteFailed = 0, flagFailed = 0;
+    int callerSuccess = 0, callerCancel = 0, callerFailure = 0;
+    int notified = 0;  // calls of the client's observers
+    bool operator==(const Counts&) const = default;
+};
+
+enum class Fault { Fail, Cancel };
+
+class Model {
+public:
+    // The request operations of the mail server, as faults name them.
+    static constexpr const char* kSend = "SendMails";
+    static constexpr const char* kRead = "SetMailsRead";
+    static constexpr const char* kComplete = "SetMailsCompleted";
+    static constexpr const char* kDelete = "DeleteMails";
+
+    // storage: the client keeps its tables, revisions and lists across a
+    // restart; without it only the outbox survives.
+    explicit Model(bool storage) : mStorage(storage) {}
+
+    // The server, before or between steps. user is "anna" (the client's
+    // user, whose boxes the monitor follows) or "bert".
+    ServerBox& Box(const std::string& user, bool inbox) {
+        return mServer[user + (inbox ? "/I" : "/S")];
+    }
+    void PutMail(const std::string& user, bool inbox, const Mail& mail);
+    void RemoveMail(const std::string& user, bool inbox, const std::string& id);
+    void Gap(bool inbox);
+    void WholeNext(bool inbox) { Box("anna", inbox).wholeNext = true; }
+    void SetServerDown(bool down);
+    void ArmFault(const std::string& op, Fault fault) { mFaults.emplace(op, fault); }
+    // A gate for the next call of op that has none yet: the call waits at
+    // the server until Release, and the monitor waits with it. Released
+    // gates stay until a call has passed them.
+    void Hold(const std::string& op) { mGates[op].push_back(true); }
+    void Release();
+    bool IsHolding() const;
+    bool IsHeld() const { return mHeld.has_value(); }
+
+    // The client's start (a monitor that is not running yet is started).
+    void Start();
+    // An end in order, and a new start on the same files.
+    void Restart();
+    // The process dies as it ends: before it writes, or (mailsWritten) after
+    // "Mails.dat" and before "Outbox.dat". What it did not write stays as the
+    // last end in order left it.
+    void Crash(bool mailsWritten);
+    // An end in order, then another host process on the files that sends
+    // mails and sets readId read ("-": none) offline, and is killed as it
+    // writes: each of its files is new or as it was.
+    void Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
+              bool mailsNew);
+
+    // The host.
+    void SendMail(const MailPtr& mail, bool callerTask);
+    void SetInboxMailsRead(const std::vector<std::string>& ids, bool callerTask);
+    void SetInboxMailsCompleted(const std::vector<std::string>& ids, bool callerTask);
+    void SetSentMailsCompleted(const std::vector<std::string>& ids, bool callerTask);
+    void DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask);
+
+    // Signals and presence, as the signal client hands them on.
+    void UpdateMails() { Queue(Job::Fetch), Run(); }
+    void ResetConnection() { Queue(Job::Reconnect, true), Run(); }
+    void UpdateContactList() { Queue(Job::Contacts), Run(); }
+    void SetPresence(bool online);
+
+    // What the host sees.
+    struct ClientView {
+        std::vector<std::string> inbox, sent;  // "id:rc", sorted; hidden mails left out
+        std::vector<std::string> outbox;       // "id:c" in order
+        std::vector<std::string> all;          // ids of all mails the host sees, sorted
+        std::uint64_t inboxRevision = 0, sentRevision = 0;
+        bool online = false;
+    };
+    ClientView View() const;
+    // The server's requests of the four operations, "op box id,id", since the last take.
+    std::vector<std::string> TakeRequests() { return std::exchange(mRequests, {}); }
+    const Counts& GetCounts() const { return mCounts; }
+    // A client's first calls of its observers come before anyone can attach.
+    void SetNotified(int count) { mCounts.notified = count; }
+    bool IsSuspended() const { return mMonitor.suspended; }
+    bool IsServerDown() const { return mDown; }
+
+    // Ids the steps may aim at: the client's and the server's of a box.
+    std::vector<std::string> Candidates(bool inbox) const;
+
+private:
+    struct Job {
+        enum Kind { Request, Contacts, Fetch, Reconnect, ServerDown } kind = Request;
+        std::string op, box;
+        std::vector<std::string> ids;
+        std::vector<Mail> mails;  // a send's mails as they went
+        std::vector<Handler> handlers;
+    };
+    struct Table {
+        std::vector<Mail> mails;
+        std::uint64_t revision = 0;
+        std::set<std::string> deleted;
+        Mail* Find(const std::string& id);
+    };
+    struct Client {
+        bool online = false;
+        Table inbox, sent;
+        std::vector<std::string> inboxToComplete, inboxToRead, sentToComplete;
+        std::vector<MailPtr> outbox;
+        std::set<std::string> underWay;
+    };
+    struct Monitor {
+        bool suspended = false, suspendPending = false;
+        bool connected = false, registered = false, contactKnown = false;
+        int reported = -1;
+        bool fetchQueued = false;
+        std::uint64_t inboxRevision = 0, sentRevision = 0;
+        std::deque<Job> queue;
+    };
+    struct Stored {
+        std::vector<Mail> inbox, sent;
+        std::uint64_t inboxRevision = 0, sentRevision = 0;
+        std::vector<std::string> inboxToComplete, inboxToRead, sentToComplete;
+        std::vector<Mail> outbox;
+    };
+
+    void Queue(Job::Kind kind, Job job, bool front = false);
+    void Queue(Job::Kind kind, bool front = false);
+    void Run();
+    void Process(Job& job);
+    bool EnsureConnected();
+    void Connect();
+    void Tell(bool online);
+    void Fetch();
+    void Apply(const Job& job);
+    void Answer(const Job& job);
+    void Finish(const Job& job, int outcome);  // 0 success, 1 cancel, 2 failure
+    void Push(const std::string& user);
+    void StartFromStored();
+    void StoreMails();
+
+    // The client's side.
+    void StatusChange(bool online);
+    void MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta& sent);
+    void SendMails(std::vector<Handler> tasks);
+    void SendMailChanges();
+    void FlagRequest(const char* op, const char* box, std::vector<std::string> ids,
+                     std::vector<Handler> handlers);
+    static void AddChanges(std::vector<std::string>& list, const std::vector<std::string>& ids,
+                           std::vector<std::string>* added);
+    static void Forget(std::vector<std::string>& list, const std::vector<std::string>& ids);
+
+    bool mStorage;
+    bool mDown = false;
+    bool mRunning = false;
+    std::map<std::string, std::deque<bool>> mGates;  // op: closed or not, in order
+    std::optional<Job> mHeld;
+    std::map<std::string, ServerBox> mServer;
+    std::multimap<std::string, Fault> mFaults;
+    Client mClient;
+    Monitor mMonitor;
+    Stored mStored;
+    Counts mCounts;
+    std::vector<std::string> mRequests;
+};
+
+}  // namespace mailrandom
