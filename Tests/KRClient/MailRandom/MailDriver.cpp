@@ -110,15 +110,9 @@ private:
     Heard& mHeard;
 };
 
-struct FolderManager : KRCB::ProjectConnectionManagerInterface {
-    explicit FolderManager(IO::Location folder) : folder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return folder; }
-    ZR::UniString GetProjectPath() const override { return krtest::kProjectPath; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return folder; }
-    IO::Location folder;
+struct FolderManager : KRCB::CacheFolderConnection {
+    explicit FolderManager(IO::Location folder)
+        : CacheFolderConnection(std::move(folder), IO::Location(), krtest::kProjectPath) {}
 };
 
 // One run of the host: a monitor of its own, and the client on the cache

@@ -35,17 +35,6 @@ struct Silent : KRC::MailClientErrorHandler {
     void SetMailsReadFailed(Failure&) override {}
 };
 
-struct Folder : KRCB::ProjectConnectionManagerInterface {
-    explicit Folder(IO::Location folder) : folder(std::move(folder)) {}
-    const IO::Location& GetKerrowLocation() const override { return folder; }
-    ZR::UniString GetProjectPath() const override { return "/p"; }
-    bool IsSecondary() const override { return false; }
-    KRCB::SignalClient* GetSignalClient() const override { return nullptr; }
-    ZR::UniString GetSessionId() const override { return ""; }
-    IO::Location GetCacheFolderLocation() const override { return folder; }
-    IO::Location folder;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -53,7 +42,7 @@ int main(int argc, char** argv) {
     if (argc < 4) return 2;
     KRCB::Mailbox::MailboxMonitor monitor;
     KRCB::SignalClient signals("https://nowhere.invalid", "anna", "rt-none");
-    Folder folder{IO::Location(ZR::UniString(argv[1]))};
+    KRCB::CacheFolderConnection folder{IO::Location(ZR::UniString(argv[1])), IO::Location(), "/p"};
     auto client = std::make_unique<KRC::MailClient>(&monitor, &signals, &folder, false, 0,
                                                     std::make_unique<Silent>());
     M::AddressList to;
