@@ -17,6 +17,7 @@
 #include "KRClient/MailClient/MailClient.h"
 #include "KRClient/MailClient/UserContactFactory.h"
 #include "MailModel.h"
+#include "PinnedAttachment.h"
 #include "Support/EmulatorFixture.h"
 #include "Support/Process.h"
 #include "Support/TempFolder.h"
@@ -32,17 +33,7 @@ namespace {
 
 constexpr int kBoundMs = 10000;
 
-// An attachment that keeps its mail from being completed by the client.
-class Pinned : public KRC::MailAttachment {
-public:
-    static const ZR::ClassInfo classInfo;
-    MailAttachment* Clone() const override { return new Pinned(*this); }
-    const ZR::ClassInfo& GetClassInfo() const override { return classInfo; }
-    bool IsAutomaticCompleteEnabled() const override { return false; }
-    static ZR::Object* Make() { return new Pinned; }
-};
-const ZR::ClassInfo Pinned::classInfo("MailRandom::Pinned", "5E1D0C0A-0000-4000-8000-00000000a7e1",
-                                      1, 0, &KRC::MailAttachment::classInfo, &Pinned::Make);
+using mailrandom::Pinned;
 
 const char* const kFaultOps[] = {Model::kSend, Model::kRead, Model::kComplete, Model::kDelete};
 

@@ -13,21 +13,11 @@
 #include "KRCB/SignalClient.h"
 #include "KRClient/MailClient/MailAttachment.h"
 #include "KRClient/MailClient/MailClient.h"
+#include "KRClient/MailRandom/PinnedAttachment.h"
 
 namespace {
 
-// The host's attachment class of the random sequences, so that the mails it
-// rewrites keep theirs.
-class Pinned : public KRC::MailAttachment {
-public:
-    static const ZR::ClassInfo classInfo;
-    MailAttachment* Clone() const override { return new Pinned(*this); }
-    const ZR::ClassInfo& GetClassInfo() const override { return classInfo; }
-    bool IsAutomaticCompleteEnabled() const override { return false; }
-    static ZR::Object* Make() { return new Pinned; }
-};
-const ZR::ClassInfo Pinned::classInfo("MailRandom::Pinned", "5E1D0C0A-0000-4000-8000-00000000a7e1",
-                                      1, 0, &KRC::MailAttachment::classInfo, &Pinned::Make);
+using mailrandom::Pinned;
 
 struct Silent : KRC::MailClientErrorHandler {
     void MailSendingFailed(Failure&) override {}
