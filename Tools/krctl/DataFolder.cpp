@@ -148,6 +148,16 @@ RecordWalk WalkRecords(const std::string& projectsFolder) {
     return walk;
 }
 
+RecordWalk ReadRecords(const GlobalOptions& options) {
+    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
+    RecordWalk walk;
+    if (view.localPresent) walk = WalkRecords(view.projectsFolder);
+    if (!walk.unreadable.empty())
+        Note(options,
+             std::to_string(walk.unreadable.size()) + " damaged record(s): run krctl doctor");
+    return walk;
+}
+
 std::string LoginDataFile(const std::string& baseFolder) {
     return baseFolder + "/" + KRCB::LoginDataStore::LoginDataStoreCache::kFileName;
 }

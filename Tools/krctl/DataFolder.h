@@ -52,6 +52,10 @@ struct RecordWalk {
     std::vector<std::string> unreadable;  // cache folders
 };
 RecordWalk WalkRecords(const std::string& projectsFolder);
+// The records of the data folder, read one by one as the registry reads them
+// but without its start, which would make the folders it misses; a note tells
+// how many could not be read.
+RecordWalk ReadRecords(const GlobalOptions& options);
 
 // Why the login data file of the base folder is refused by its reader (too
 // large, nested too deep, not its form); empty if it is absent or readable.

@@ -60,12 +60,7 @@ struct RecordGroup {
 std::vector<RecordGroup> ReadGroups(const GlobalOptions& options, const std::string& server,
                                     const std::string& user) {
     if (!server.empty()) CheckServerUrl(server);
-    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
-    RecordWalk walk;
-    if (view.localPresent) walk = WalkRecords(view.projectsFolder);
-    if (!walk.unreadable.empty())
-        Note(options,
-             std::to_string(walk.unreadable.size()) + " damaged record(s): run krctl doctor");
+    RecordWalk walk = ReadRecords(options);
     std::vector<RecordGroup> groups;
     for (const auto& record : walk.records) {
         const ZR::UniString url = record->GetPortalServerUrl(), login = record->GetLoginName();

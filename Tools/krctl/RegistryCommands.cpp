@@ -80,19 +80,6 @@ Json ProjectToJson(const KRC::RegisteredProject& p) {
     return json;
 }
 
-// The records of the data folder, read one by one as the registry reads them
-// but without its start, which would make the folders it misses. Those that
-// can't be read are counted.
-RecordWalk ReadRecords(const GlobalOptions& options) {
-    DataFolderView view = CheckDataFolderBeforeStart(options, Access::Read);
-    RecordWalk walk;
-    if (view.localPresent) walk = WalkRecords(view.projectsFolder);
-    if (!walk.unreadable.empty())
-        Note(options,
-             std::to_string(walk.unreadable.size()) + " damaged record(s): run krctl doctor");
-    return walk;
-}
-
 int List(const GlobalOptions& options, const ProjectArgs& filter) {
     if (!filter.server.empty()) CheckServerUrl(filter.server);
     RecordWalk walk = ReadRecords(options);
