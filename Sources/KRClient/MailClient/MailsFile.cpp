@@ -48,6 +48,7 @@ int ReadBox(CountingIChannel& in, std::uint64_t& revision, MailTable& table,
     itemStart = in.GetPosition();
     std::uint32_t count = 0;
     if (int status = ReadCount(in, count, kMinStoredMailBytes)) return status;
+    table.Reserve(table.GetSize() + count);  // the count fits in what is left
     for (std::uint32_t i = 0; i < count; ++i) {
         itemStart = in.GetPosition();
         ZR::Ref<ClientMail> mail;

@@ -8,6 +8,7 @@
 #include <list>
 #include <stdexcept>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -63,6 +64,43 @@ public:
     using Array<T>::Array;
 };
 
+namespace Internal {
+
+// The index of an insertion-ordered table holds only list positions and finds
+// them by the key stored in the list, so each key is kept once.
+template <typename It, typename K, typename KeyOf, typename Hash, typename Eq>
+struct PositionIndex {
+    struct Hasher {
+        using is_transparent = void;
+        [[no_unique_address]] Hash hash;
+        std::size_t operator()(const It& it) const { return hash(KeyOf()(*it)); }
+        std::size_t operator()(const K& key) const { return hash(key); }
+    };
+    struct Equal {
+        using is_transparent = void;
+        [[no_unique_address]] Eq eq;
+        bool operator()(const It& a, const It& b) const { return eq(KeyOf()(*a), KeyOf()(*b)); }
+        bool operator()(const K& a, const It& b) const { return eq(a, KeyOf()(*b)); }
+        bool operator()(const It& a, const K& b) const { return eq(KeyOf()(*a), b); }
+    };
+    using Set = std::unordered_set<It, Hasher, Equal>;
+};
+
+struct FirstOf {
+    template <typename P>
+    const auto& operator()(const P& pair) const {
+        return pair.first;
+    }
+};
+struct Itself {
+    template <typename T>
+    const T& operator()(const T& item) const {
+        return item;
+    }
+};
+
+}  // namespace Internal
+
 template <typename K, typename V, typename Hash = std::hash<K>, typename Eq = std::equal_to<K>>
 class HashTable {
 public:
@@ -72,11 +110,13 @@ public:
 
     HashTable() = default;
     HashTable(const HashTable& other) {
+        Reserve(other.GetSize());
         for (const auto& e : other) Add(e.first, e.second);
     }
     HashTable& operator=(const HashTable& other) {
         if (this != &other) {
             Clear();
+            Reserve(other.GetSize());
             for (const auto& e : other) Add(e.first, e.second);
         }
         return *this;
@@ -86,36 +126,39 @@ public:
 
     /// Keeps an existing key and answers false.
     bool Add(const K& key, const V& value) {
-        if (mIndex.count(key)) return false;
+        if (mIndex.find(key) != mIndex.end()) return false;
         mEntries.emplace_back(key, value);
-        mIndex.emplace(key, std::prev(mEntries.end()));
+        Insert(std::prev(mEntries.end()));
         return true;
     }
     void Set(const K& key, const V& value) {
         auto it = mIndex.find(key);
         if (it != mIndex.end())
-            it->second->second = value;
+            (*it)->second = value;
         else
             Add(key, value);
     }
     bool Remove(const K& key) {
         auto it = mIndex.find(key);
         if (it == mIndex.end()) return false;
-        mEntries.erase(it->second);
+        const iterator entry = *it;
         mIndex.erase(it);
+        mEntries.erase(entry);
         return true;
     }
-    bool Contains(const K& key) const { return mIndex.count(key) != 0; }
+    bool Contains(const K& key) const { return mIndex.find(key) != mIndex.end(); }
     V* Find(const K& key) {
         auto it = mIndex.find(key);
-        return it == mIndex.end() ? nullptr : &it->second->second;
+        return it == mIndex.end() ? nullptr : &(*it)->second;
     }
     const V* Find(const K& key) const {
         auto it = mIndex.find(key);
-        return it == mIndex.end() ? nullptr : &it->second->second;
+        return it == mIndex.end() ? nullptr : &(*it)->second;
     }
     std::size_t GetSize() const { return mEntries.size(); }
     bool IsEmpty() const { return mEntries.empty(); }
+    /// Makes room for n entries, so that filling the table rehashes once.
+    void Reserve(std::size_t n) { mIndex.reserve(n); }
     void Clear() {
         mIndex.clear();
         mEntries.clear();
@@ -127,8 +170,17 @@ public:
     const_iterator end() const { return mEntries.end(); }
 
 private:
+    void Insert(iterator entry) {
+        try {
+            mIndex.insert(entry);
+        } catch (...) {
+            mEntries.erase(entry);
+            throw;
+        }
+    }
+
     std::list<Entry> mEntries;
-    std::unordered_map<K, iterator, Hash, Eq> mIndex;
+    typename Internal::PositionIndex<iterator, K, Internal::FirstOf, Hash, Eq>::Set mIndex;
 };
 
 template <typename K, typename Hash = std::hash<K>, typename Eq = std::equal_to<K>>
@@ -141,11 +193,13 @@ public:
         for (const auto& k : items) Add(k);
     }
     HashSet(const HashSet& other) {
+        Reserve(other.GetSize());
         for (const auto& k : other) Add(k);
     }
     HashSet& operator=(const HashSet& other) {
         if (this != &other) {
             Clear();
+            Reserve(other.GetSize());
             for (const auto& k : other) Add(k);
         }
         return *this;
@@ -154,21 +208,29 @@ public:
     HashSet& operator=(HashSet&&) noexcept = default;
 
     bool Add(const K& key) {
-        if (mIndex.count(key)) return false;
+        if (mIndex.find(key) != mIndex.end()) return false;
         mItems.push_back(key);
-        mIndex.emplace(key, std::prev(mItems.end()));
+        try {
+            mIndex.insert(std::prev(mItems.end()));
+        } catch (...) {
+            mItems.pop_back();
+            throw;
+        }
         return true;
     }
     bool Remove(const K& key) {
         auto it = mIndex.find(key);
         if (it == mIndex.end()) return false;
-        mItems.erase(it->second);
+        const auto item = *it;
         mIndex.erase(it);
+        mItems.erase(item);
         return true;
     }
-    bool Contains(const K& key) const { return mIndex.count(key) != 0; }
+    bool Contains(const K& key) const { return mIndex.find(key) != mIndex.end(); }
     std::size_t GetSize() const { return mItems.size(); }
     bool IsEmpty() const { return mItems.empty(); }
+    /// Makes room for n keys, so that filling the set rehashes once.
+    void Reserve(std::size_t n) { mIndex.reserve(n); }
     void Clear() {
         mIndex.clear();
         mItems.clear();
@@ -178,8 +240,9 @@ public:
     const_iterator end() const { return mItems.end(); }
 
 private:
+    using Position = typename std::list<K>::iterator;
     std::list<K> mItems;
-    std::unordered_map<K, typename std::list<K>::iterator, Hash, Eq> mIndex;
+    typename Internal::PositionIndex<Position, K, Internal::Itself, Hash, Eq>::Set mIndex;
 };
 
 }  // namespace ZR
