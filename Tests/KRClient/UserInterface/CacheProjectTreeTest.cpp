@@ -49,25 +49,21 @@ TEST(CacheProject, VersionTextsNeverFail) {
         const char* text;
         unsigned major, minor, build;
     } rows[] = {
-        {"1.2.3 (remark) / 456", 1, 2, 3},  // build checked below
+        {"1.2.3 (remark) / 456", 1, 2, 456},
         {"", 0, 0, 0},
         {"7.8", 7, 8, 0},
-        {"1.2.3/4", 1, 2, 0},
-        {"(x)2.0.0 / 9", 2, 0, 0},
+        {"1.2.3/4", 1, 2, 4},
+        {"(x)2.0.0 / 9", 2, 0, 9},
         {"99999999999.1.2 (x", 0, 0, 0},
         {"4294967295.1.1 / 4294967296", 4294967295u, 1, 0},
         {"abc", 0, 0, 0},
         {" 3 . 4", 3, 0, 0},
     };
-    const unsigned builds[] = {456, 0, 0, 4, 9, 0, 0, 0, 0};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        CacheProject p(Info("/a/p", "id", rows[i].text), ZR::UniString("f"));
-        EXPECT_EQ(p.GetProjectMajorVersion(), rows[i].major) << rows[i].text;
-        EXPECT_EQ(p.GetProjectMinorVersion(), rows[i].minor) << rows[i].text;
-        EXPECT_EQ(p.GetProjectBuildNumber(), builds[i]) << rows[i].text;
-        EXPECT_EQ(p.GetProjectVersion(), rows[i].text);
-        EXPECT_EQ(p.IsSameVersion(), rows[i].major == Project::kMajorVersion);
-        EXPECT_EQ(p.IsReadable(), Project::IsReadable(rows[i].major, rows[i].minor, builds[i]));
+    for (const auto& row : rows) {
+        CacheProject p(Info("/a/p", "id", row.text), ZR::UniString("f"));
+        EXPECT_EQ(p.GetProjectMajorVersion(), row.major) << row.text;
+        EXPECT_EQ(p.GetProjectMinorVersion(), row.minor) << row.text;
+        EXPECT_EQ(p.GetProjectBuildNumber(), row.build) << row.text;
     }
 }
 
@@ -78,29 +74,20 @@ TEST(CacheProject, LocalAnswersServerForwardingAndUnwrapping) {
     CacheProject nested(Info("/x/y", "L2"), ZR::Ref<Project>(std::make_shared<CacheProject>(over)));
     CacheProject none(Info("/a/None", "L3"), ZR::Ref<Project>());
 
-    EXPECT_FALSE(local.HasServerInfo());
-    EXPECT_EQ(local.GetId(), "L1");
-    EXPECT_EQ(local.GetName(), "Local");
-    EXPECT_EQ(local.GetParentFolderId(), "folder");
-    EXPECT_EQ(local.GetSize(), 11u);
+    EXPECT_FALSE(local.HasServerInfo() || none.HasServerInfo());
+    EXPECT_EQ(local.GetId() + "|" + local.GetName() + "|" + local.GetParentFolderId(),
+              "L1|Local|folder");
     EXPECT_EQ(local.GetModifiedTimeUtc(), -5);
-    EXPECT_EQ(local.GetState(), Resource::ResourceStatus::Available);
-    EXPECT_EQ(local.GetVisibilityState(), Resource::VisibilityStatus::Visible);
-    EXPECT_TRUE(local.GetModelServerId().IsEmpty());
     EXPECT_FALSE(local.IsUserJoined("anna"));
-    EXPECT_FALSE(none.HasServerInfo());
     EXPECT_TRUE(none.GetParentFolderId().IsEmpty());
 
     for (const CacheProject* p : {&over, &nested}) {
         EXPECT_TRUE(p->HasServerInfo());
-        EXPECT_EQ(p->GetId(), "S1");
-        EXPECT_EQ(p->GetPath(), "/srv/Name");
-        EXPECT_EQ(p->GetSize(), 99u);
+        EXPECT_EQ(p->GetId() + "|" + p->GetPath(), "S1|/srv/Name");
         EXPECT_EQ(p->GetState(), Resource::ResourceStatus::Locked);
         EXPECT_EQ(p->GetProjectBuildNumber(), 7u);
-        EXPECT_TRUE(p->IsUserJoined("anna"));
-        EXPECT_TRUE(p->HasChanges());
-        EXPECT_TRUE(p->IsDetached());
+        EXPECT_TRUE(p->IsUserJoined("anna") && p->HasChanges() && p->IsDetached());
+        // The server's tags are not shown, and what the caller held is cleared.
         ZR::PagedArray<ZR::Ref<const Tag>, 8> tags;
         tags.Add(ZR::Ref<const Tag>(std::make_shared<Tag>("old", "old")));
         p->GetTags(tags);
@@ -119,11 +106,7 @@ TEST(CacheProjectFolder, IdsPathsAndInheritance) {
     EXPECT_NE(root.GetId(), CacheProjectFolder("", "", true, true, false).GetId());
     EXPECT_EQ(root.GetPath(true), "Project Root");
     EXPECT_EQ(a.GetPath(true), "Project Root//a/b");
-    EXPECT_EQ(a.GetPath(false), "/a/b");
     EXPECT_EQ(a.GetName(), "b");
-    EXPECT_EQ(a.GetParentFolderId(), "p");
-    EXPECT_TRUE(a.ContainsFiles());
-    EXPECT_FALSE(a.ContainsLibraries());
 
     ProjectFolder::Fields f;
     f.id = "srv";
@@ -136,11 +119,10 @@ TEST(CacheProjectFolder, IdsPathsAndInheritance) {
     ProjectFolder::DefaultLibraryUploadFolderType type;
     ZR::UniString first, second;
     a.GetDefaultLibraryUploadFolder(type, first, second);
-    EXPECT_EQ(a.GetParentFolderId(), "srv");
-    EXPECT_EQ(a.GetDefaultModelServerId(), "ms");
-    EXPECT_EQ(a.GetDefaultBlobStoreId(), "bs");
+    EXPECT_EQ(
+        a.GetParentFolderId() + a.GetDefaultModelServerId() + a.GetDefaultBlobStoreId() + first,
+        "srvmsbsone");
     EXPECT_EQ(type, ProjectFolder::UploadToFolder);
-    EXPECT_EQ(first, "one");
     a.OnParentSet(nullptr);
     a.GetDefaultLibraryUploadFolder(type, first, second);
     EXPECT_TRUE(a.GetParentFolderId().IsEmpty() && a.GetDefaultModelServerId().IsEmpty() &&

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,11 +25,27 @@ struct Server {
     std::map<std::string, std::pair<std::string, std::string>> byId;    // id -> path, id
 };
 
-Server Make(std::initializer_list<std::pair<const char*, const char*>> projects) {
+// "a=b c=d" as pairs.
+std::vector<std::pair<std::string, std::string>> Pairs(const char* text) {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    std::istringstream in(text);
+    for (std::string word; in >> word;) {
+        const auto at = word.find('=');
+        pairs.emplace_back(word.substr(0, at), word.substr(at + 1));
+    }
+    return pairs;
+}
+
+// "path=id" is a project found both ways; "@id=path" one found by its id only.
+Server Make(const char* projects) {
     Server s;
-    for (const auto& [path, id] : projects) {
-        s.byPath[path] = {path, id};
-        s.byId[id] = {path, id};
+    for (const auto& [key, value] : Pairs(projects)) {
+        if (key[0] == '@') {
+            s.byId[key.substr(1)] = {value, key.substr(1)};
+        } else {
+            s.byPath[key] = {key, value};
+            s.byId[value] = {key, value};
+        }
     }
     return s;
 }
@@ -48,11 +65,12 @@ struct Outcome {
     std::vector<std::string> log, calls, told;
 };
 
-Outcome Decide(const Server& server, const char* path,
-               const std::vector<std::pair<const char*, const char*>>& records) {
+// Records as "path=id ...".
+Outcome Decide(const char* serverProjects, const char* path, const char* records) {
+    const Server server = Make(serverProjects);
     Outcome out;
     auto list = std::make_shared<ZR::Array<ProjectInfo>>();
-    for (const auto& [p, id] : records) {
+    for (const auto& [p, id] : Pairs(records)) {
         ProjectInfo info;
         info.path = p;
         info.id = id;
@@ -85,130 +103,83 @@ Outcome Decide(const Server& server, const char* path,
     return out;
 }
 
-std::vector<std::string> State(const char* p, const char* q, const char* cp, const char* ci) {
+// Lines joined by "\n", from the first.
+std::string Lines(const std::vector<std::string>& lines, std::size_t first = 0) {
+    std::string text;
+    for (std::size_t i = first; i < lines.size(); ++i) text += (i > first ? "\n" : "") + lines[i];
+    return text;
+}
+
+std::string State(const char* p, const char* q, const char* cp, const char* ci) {
     auto one = [](const char* name, const char* value) {
         return std::string("I||") + name + (value ? std::string(": ") + value : " is null");
     };
-    return {one("project by path", p), one("project by cache id", q), one("cache by path", cp),
-            one("cache by id", ci)};
-}
-
-std::vector<std::string> With(std::vector<std::string> state, std::vector<std::string> more) {
-    state.insert(state.end(), more.begin(), more.end());
-    return state;
+    return Lines({one("project by path", p), one("project by cache id", q),
+                  one("cache by path", cp), one("cache by id", ci)});
 }
 
 TEST(CachedProjectCheck, RulesLogLinesAndCallbacks) {
-    const std::string moveOld = "I|KRClient|Project moved to new path, opened with old path. ";
-    const std::string moveNew = "I|KRClient|Project moved to new path, opened with new path. ";
+    const std::string moved = "I|KRClient|Project moved to new path, opened with ";
     const std::string dupOld = "I|KRClient|Project duplicated, opened with old path. ";
     const std::string dupNew = "I|KRClient|Project duplicated, opened with new path. ";
+    const std::string occupied =
+        " path. Move handle failed, new path is occupied. Cache project id on new path: ";
+    const std::string xMoved = "Old path: /old, new path: /new, project id: X";
+    // The rules past the simple cases first log the four projects they gathered;
+    // rows with a state check those, the others only the lines after them.
     const struct {
         const char* what;
-        Server server;
+        const char* server;
         const char* path;
-        std::vector<std::pair<const char*, const char*>> records;
-        std::vector<std::string> log;
-        std::vector<std::string> told;
+        const char* records;
+        const char* told;
+        std::string log, state = "";
     } rows[] = {
-        {"no record",
-         Make({{"/p", "X"}}),
-         "/p",
-         {{"/q", "Y"}, {"", "X"}},
-         {"I||Server only project"},
-         {}},
-        {"server lacks", Make({}), "/p", {{"/P", "X"}}, {"I||Cache only project"}, {}},
-        {"agree", Make({{"/p", "X"}}), "/P", {{"/p", "x"}}, {"I||Cache and server project"}, {}},
-        {"other id",
-         Make({{"/p", "N"}}),
-         "/p",
-         {{"/p", "X"}},
-         {"I||Cache and server project with different project id"},
-         {}},
-        {"moved, old opened",
-         Make({{"/new", "X"}}),
-         "/old",
-         {{"/old", "X"}},
-         With(State(nullptr, "path: /new id: X", "path: /old id: X", nullptr),
-              {moveOld + "Old path: /old, new path: /new, project id: X"}),
-         {"moved /old /new X"}},
-        {"moved, old opened, new occupied",
-         Make({{"/new", "X"}}),
-         "/old",
-         {{"/old", "X"}, {"/NEW", ""}, {"/new", "Y"}},
-         With(State(nullptr, "path: /new id: X", "path: /old id: X", nullptr),
-              {moveOld + "Old path: /old, new path: /new, project id: X",
-               "W|KRClient|Project moved to new path, opened with old path. Move handle failed, "
-               "new path is occupied. Cache project id on new path: "}),
-         {}},
-        {"moved, new opened",
-         Make({{"/new", "X"}}),
-         "/new",
-         {{"/old", "X"}},
-         With(State("path: /new id: X", nullptr, nullptr, "path: /old id: X"),
-              {moveNew + "Old path: /old, new path: /new, project id: X"}),
-         {"moved /old /new X"}},
-        {"moved, new opened, occupied",
-         Make({{"/new", "X"}}),
-         "/new",
-         {{"/old", "X"}, {"/new", "Z"}},
-         With(State("path: /new id: X", nullptr, "path: /new id: Z", "path: /old id: X"),
-              {moveNew + "Old path: /old, new path: /new, project id: X",
-               "W|KRClient|Project moved to new path, opened with new path. Move handle failed, "
-               "new path is occupied. Cache project id on new path: Z"}),
-         {}},
-        {"duplicated, old opened",
-         Make({{"/p", "N"}, {"/q", "X"}}),
-         "/p",
-         {{"/p", "X"}},
-         With(State("path: /p id: N", "path: /q id: X", "path: /p id: X", nullptr),
-              {dupOld + "Old path: /p, new path: /q, server project id on old path: N, cache and "
-                        "server project id on new path: X"}),
-         {"dup /p /q N X"}},
-        {"duplicated, new opened",
-         Make({{"/old", "N"}, {"/new", "X"}}),
-         "/new",
-         {{"/old", "X"}},
-         With(State("path: /new id: X", nullptr, nullptr, "path: /old id: X"),
-              {dupNew + "Old path: /old, new path: /new, server project id on old path: N, cache "
-                        "and server project id on new path: X"}),
-         {"dup /old /new N X"}},
-        {"not handled",
-         [] {
-             Server s = Make({{"/q", "M"}});
-             s.byId["X"] = {"/q", "X"};
-             return s;
-         }(),
-         "/p",
-         {{"/p", "X"}},
-         With(State(nullptr, "path: /q id: M", "path: /p id: X", nullptr),
-              {"W|KRClient|not handled state"}),
-         {}},
-        {"found by id, gone by path",
-         [] {
-             Server s;
-             s.byId["X"] = {"/gone", "X"};
-             return s;
-         }(),
-         "/p",
-         {{"/p", "X"}},
-         {"I||Cache only project"},
-         {}},
+        {"no record", "/p=X", "/p", "/q=Y =X", "", "I||Server only project"},
+        {"server lacks", "", "/p", "/P=X", "", "I||Cache only project"},
+        {"agree", "/p=X", "/P", "/p=x", "", "I||Cache and server project"},
+        {"other id", "/p=N", "/p", "/p=X", "",
+         "I||Cache and server project with different project id"},
+        {"moved, old opened", "/new=X", "/old", "/old=X", "moved /old /new X",
+         moved + "old path. " + xMoved,
+         State(nullptr, "path: /new id: X", "path: /old id: X", nullptr)},
+        {"moved, old opened, new occupied", "/new=X", "/old", "/old=X /NEW= /new=Y", "",
+         moved + "old path. " + xMoved + "\nW" + moved.substr(1) + "old" + occupied},
+        {"moved, new opened", "/new=X", "/new", "/old=X", "moved /old /new X",
+         moved + "new path. " + xMoved},
+        {"moved, new opened, occupied", "/new=X", "/new", "/old=X /new=Z", "",
+         moved + "new path. " + xMoved + "\nW" + moved.substr(1) + "new" + occupied + "Z",
+         State("path: /new id: X", nullptr, "path: /new id: Z", "path: /old id: X")},
+        {"duplicated, old opened", "/p=N /q=X", "/p", "/p=X", "dup /p /q N X",
+         dupOld + "Old path: /p, new path: /q, server project id on old path: N, cache and "
+                  "server project id on new path: X",
+         State("path: /p id: N", "path: /q id: X", "path: /p id: X", nullptr)},
+        {"duplicated, new opened", "/old=N /new=X", "/new", "/old=X", "dup /old /new N X",
+         dupNew + "Old path: /old, new path: /new, server project id on old path: N, cache "
+                  "and server project id on new path: X"},
+        {"not handled", "/q=M @X=/q", "/p", "/p=X", "", "W|KRClient|not handled state",
+         State(nullptr, "path: /q id: M", "path: /p id: X", nullptr)},
+        {"found by id, gone by path", "@X=/gone", "/p", "/p=X", "", "I||Cache only project"},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
         const Outcome out = Decide(row.server, row.path, row.records);
-        EXPECT_EQ(out.log, row.log) << row.what;
-        EXPECT_EQ(out.told, row.told) << row.what;
+        const bool gathered = out.log.size() > 1;
+        EXPECT_EQ(Lines(out.log, gathered ? 4 : 0), row.log);
+        if (!row.state.empty()) {
+            EXPECT_EQ(Lines({out.log.begin(), out.log.begin() + 4}), row.state);
+        }
+        EXPECT_EQ(Lines(out.told), row.told);
     }
 }
 
 TEST(CachedProjectCheck, GatheringPicksRecordsAndLooksUpOnlyWhatItNeeds) {
     // The first record with the path wins, unless a later one has the id too.
-    Outcome out = Decide(Make({{"/p", "X"}}), "/p", {{"/p", "A"}, {"/p", "X"}, {"/P", "B"}});
+    Outcome out = Decide("/p=X", "/p", "/p=A /p=X /P=B");
     EXPECT_EQ(out.log, std::vector<std::string>{"I||Cache and server project"});
     EXPECT_EQ(out.calls, std::vector<std::string>{"path /p"});
     // An empty list still asks for the path; no list asks nothing.
-    out = Decide(Make({{"/p", "X"}}), "/p", {});
+    out = Decide("/p=X", "/p", "");
     EXPECT_EQ(out.log, std::vector<std::string>{"I||Server only project"});
     EXPECT_EQ(out.calls, std::vector<std::string>{"path /p"});
     CachedProjectCheckTask::Lookup never = [](const ZR::UniString&) -> ZR::Ref<Project> {
@@ -220,7 +191,7 @@ TEST(CachedProjectCheck, GatheringPicksRecordsAndLooksUpOnlyWhatItNeeds) {
         CachedProjectCheckTask::Check("/p", {}, never, never, {}, {});
     }
     EXPECT_TRUE(sink.GetRecords().empty());
-    out = Decide(Make({{"/new", "X"}}), "/old", {{"/old", "X"}});
+    out = Decide("/new=X", "/old", "/old=X");
     EXPECT_EQ(out.calls, (std::vector<std::string>{"path /old", "id X", "path /new"}));
 }
 
