@@ -1,5 +1,4 @@
-// krctl doctor over data folders prepared with plain file operations: one of
-// each problem, found, repaired once, and left alone the second time.
+// krctl doctor over data folders prepared with plain file operations.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -69,7 +68,6 @@ TEST_F(DoctorTest, FindsEachPlantedProblemRepairsOnceAndThenFindsOnlyTheDuplicat
     EXPECT_EQ(folders["damaged"]["line"], 3);
     EXPECT_GT(folders["damaged"]["column"].get<int>(), 10);
     EXPECT_EQ(folders["dup-1"]["md5Name"], false);
-    EXPECT_EQ(folders["dup-1"]["dataVersion"], 10);
     int good = 0;
     for (auto& [name, c] : folders) good += c.value("md5Name", false) ? 1 : 0;
     EXPECT_EQ(good, 1);  // the one the registry made
@@ -160,29 +158,23 @@ TEST_F(DoctorTest, RepairActsOnlyInsideTheGivenFolderAndSetsAsideWhatCannotBeRea
     EXPECT_EQ(Json::parse(Run({"--json", "doctor"}).out)["problems"], 0);
 }
 
+// Which files the reader refuses is its own test's; here how krctl names one.
 TEST_F(DoctorTest, ALoginDataFileItsReaderRefusesIsNamedWithTheReasonAndLeftAsItIs) {
     const std::string file = Base() + "/LoginData.json";
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {std::string(40, '[') + std::string(40, ']'), "nested deeper than 32"},
-        {"", "larger than 64 MiB"},  // made by growing the file
-    };
     fs::create_directories(Base());
-    for (const auto& [content, reason] : cases) {
-        krtest::WriteFile(file, content);
-        if (content.empty()) fs::resize_file(file, (64u << 20) + 1);
-        const auto listing = krtest::Listing(Base());
-        auto list = krtest::RunProcess({KRCTL_PATH, "--base-folder", Base(), "login", "list"});
-        EXPECT_EQ(list.exitCode, 1);
-        EXPECT_EQ(list.err.rfind("krctl: the login data file " + file + " was refused: ", 0), 0u)
-            << list.err;
-        EXPECT_NE(list.err.find(reason), std::string::npos) << list.err;
-        auto doctor = Run({"--base-folder", Base(), "doctor"});
-        EXPECT_EQ(doctor.exitCode, 1);
-        EXPECT_NE(doctor.out.find("login data   " + file + ": refused (" + reason),
-                  std::string::npos)
-            << doctor.out;
-        EXPECT_EQ(krtest::Listing(Base()), listing);  // nothing set aside or made
-    }
+    krtest::WriteFile(file, std::string(40, '[') + std::string(40, ']'));
+    const std::string reason = "nested deeper than 32";
+    const auto listing = krtest::Listing(Base());
+    auto list = krtest::RunProcess({KRCTL_PATH, "--base-folder", Base(), "login", "list"});
+    EXPECT_EQ(list.exitCode, 1);
+    EXPECT_EQ(list.err.rfind("krctl: the login data file " + file + " was refused: ", 0), 0u)
+        << list.err;
+    EXPECT_NE(list.err.find(reason), std::string::npos) << list.err;
+    auto doctor = Run({"--base-folder", Base(), "doctor"});
+    EXPECT_EQ(doctor.exitCode, 1);
+    EXPECT_NE(doctor.out.find("login data   " + file + ": refused (" + reason), std::string::npos)
+        << doctor.out;
+    EXPECT_EQ(krtest::Listing(Base()), listing);  // nothing set aside or made
 }
 
 }  // namespace

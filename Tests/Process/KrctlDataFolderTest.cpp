@@ -81,7 +81,6 @@ TEST_F(KrctlDataFolderTest, ReadCommandsMakeNothingAndARelativeLocalDataFolderIs
     const std::string says = "LocalDataFolderPath '" + relative + "' is not an absolute path";
     const std::vector<Case> unusable = {
         {{"registry", "list"}, 1, "krctl: " + Data() + "/KRDataOptions.xml: " + says + "\n"},
-        {{"options", "show"}, 1, says},
         {{"registry", "create", "--server", "https://srv", "--user", "bert", "--path", "/B"},
          1,
          says},
@@ -147,16 +146,8 @@ TEST_F(KrctlDataFolderTest, ACopyWhoseOptionsPointAtTheOriginalChangesItOnlyWhen
         "krctl: reading from " + Data() + ", where the options of " + copy + " point\n";
     const auto original = Snapshot(Data());
     Expect({{Set("77"), 1, refused},
-            {{"options", "set", "periodTime", "9"}, 1, refused},
-            {{"registry", "create", "--server", "https://srv", "--user", "bert", "--path", "/B"},
-             1,
-             refused},
             {{"lock", "hold", "--seconds", "0"}, 1, refused},
-            {{"registry", "list"}, 0, reads},
-            {{"options", "show"}, 0, reads},
-            {{"registry", "find", "--server", "https://srv", "--user", "anna", "--path", "/A/P"},
-             0,
-             reads}},
+            {{"registry", "list"}, 0, reads}},
            inCopy);
     EXPECT_EQ(Snapshot(Data()), original);
 
