@@ -1,4 +1,5 @@
-// Local projects and folders in the shape of the server's entities.
+// Local projects and folders in the shape of the server's entities, and the
+// records laid over a folder tree.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
 #include "KRClient/UserInterface/LocalCache/CacheProjectFolder.h"
+#include "KRClient/UserInterface/LocalCache/ProjectFolderMerge.h"
 #include "ZR/Exceptions.h"
 
 namespace {
@@ -148,17 +150,10 @@ TEST(CacheProjectFolder, ProjectsSearchesAndRecursiveLists) {
     server->AddLibrary(ZR::Ref<Library>(std::make_shared<Library>()));
     c->AddProjectFolder(server);
 
-    ZR::Ref<Project> found;
-    EXPECT_TRUE(root->GetProjectByName("NAME", found));
-    EXPECT_EQ(found->GetId(), "1");
-    ZR::Ref<Project> replacement(std::make_shared<CacheProject>(Info("/NAME", "9"), root->GetId()));
-    root->ReplaceProjectByName("name", replacement);
     ZR::PagedArray<ZR::Ref<Project>, 8> projects;
     projects.Add(p3);
-    EXPECT_EQ(root->GetProjects(projects), 2u);
+    EXPECT_EQ(root->GetProjects(projects), 2u);  // added to what was there
     ASSERT_EQ(projects.GetSize(), 3u);
-    EXPECT_EQ(projects[1]->GetId(), "9");
-    EXPECT_EQ(projects[2]->GetId(), "2");
     EXPECT_EQ(root->GetAllChildProjectCount(), 3u);
     EXPECT_EQ(root->GetAllChildResourceCount(), 4u);  // the server folder answers for itself
     EXPECT_EQ(root->GetAllChildLibraryCount(), 0u);
@@ -229,6 +224,95 @@ TEST(CacheProjectFolder, OutlivingSubFoldersForgetTheirParentAndDeepTreesGoQuiet
     EXPECT_EQ(top->GetAllSubFolders(all), 10000u);
     all.Clear();
     top = nullptr;
+}
+
+ZR::Array<ProjectInfo> Records(std::initializer_list<std::pair<const char*, const char*>> rows) {
+    ZR::Array<ProjectInfo> records;
+    for (const auto& [path, id] : rows) records.Add(Info(path, id));
+    return records;
+}
+
+// "path[ids]" for each folder, depth first: the picture a dialog shows.
+std::string Picture(const ProjectFolder& root) {
+    auto one = [](const ProjectFolder& folder) {
+        std::string text = folder.GetPath(false).Std() + "[";
+        ZR::PagedArray<ZR::Ref<Project>, 8> projects;
+        folder.GetProjects(projects);
+        for (std::size_t i = 0; i < projects.GetSize(); ++i)
+            text += (i ? "," : "") + projects[i]->GetId().Std();
+        return text + "]";
+    };
+    std::string text = one(root);
+    ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> all;
+    root.GetAllSubFolders(all);
+    for (const auto& folder : all) text += " " + one(*folder);
+    return text;
+}
+
+TEST(ProjectFolderMerge, BuildsTheFolderTreeOfTheRecords) {
+    const struct {
+        ZR::Array<ProjectInfo> records;
+        const char* picture;
+    } rows[] = {
+        {Records({}), "[]"},
+        {Records({{"/A/p1", "1"}, {"/a/p2", "2"}}), "[] /A[1,2]"},
+        {Records({{"/top", "1"}, {"/x/y/z", "2"}, {"/X/Y/w", "3"}}), "[1] /x[] /x/y[2,3]"},
+        {Records({{"/a/p", "1"}, {"/A/P", "2"}}), "[] /a[2]"},  // the second replaces the first
+        {Records({{"/a/skip", "-"}, {"/b/p", "1"}}), "[] /b[1]"},
+        {Records({{"", "e"}, {"//", "s"}, {"a//b/", "t"}}), nullptr},  // odd paths: no crash
+    };
+    for (const auto& row : rows) {
+        ZR::Ref<ProjectFolder> root;
+        ProjectFolderMerge::Merge(
+            row.records, [](const ProjectInfo& p) { return p.id != "-"; }, root);
+        ASSERT_TRUE(root);
+        EXPECT_TRUE(root->GetPath(false).IsEmpty());
+        EXPECT_TRUE(root->ContainsProjects() && root->ContainsLibraries() &&
+                    !root->ContainsFiles());
+        if (row.picture) {
+            EXPECT_EQ(Picture(*root), row.picture);
+        }
+    }
+}
+
+TEST(ProjectFolderMerge, OverAServerTree) {
+    ProjectFolder::Fields rootFields, libFields;
+    rootFields.id = "root";
+    libFields.id = "f";
+    libFields.path = "/Docs";
+    libFields.containsLibraries = false;
+    ZR::Ref<ProjectFolder> root(std::make_shared<ProjectFolder>(rootFields));
+    ZR::Ref<ProjectFolder> docs(std::make_shared<ProjectFolder>(libFields));
+    root->AddProjectFolder(docs);
+    Resource::Fields server;
+    server.id = "S";
+    server.path = "/Docs/Plan";
+    ZR::Ref<Project> plan(std::make_shared<Project>(server, "", ZR::HashSet<ZR::UniString>()));
+    docs->AddProject(plan);
+    server.id = "T";
+    server.path = "/Docs/Other";
+    ZR::Ref<Project> other(std::make_shared<Project>(server, "", ZR::HashSet<ZR::UniString>()));
+    docs->AddProject(other);
+
+    const ZR::Array<ProjectInfo> records =
+        Records({{"/docs/PLAN", "L1"}, {"/DOCS/new/n", "L2"}, {"/Docs/x", "L3"}});
+    for (int pass = 0; pass < 2; ++pass) {
+        ProjectFolderMerge::Merge(
+            records, [](const ProjectInfo&) { return true; }, root);
+        EXPECT_EQ(Picture(*root), "[] /Docs[S,T,L3] /DOCS/new[L2]") << pass;
+        ZR::Ref<Project> merged;
+        ASSERT_TRUE(docs->GetProjectByName("plan", merged));
+        const auto* cached = dynamic_cast<const CacheProject*>(merged.Get());
+        ASSERT_NE(cached, nullptr);
+        EXPECT_TRUE(cached->HasServerInfo());
+        EXPECT_EQ(cached->GetProjectInfo().id, "L1");
+    }
+    ZR::Ref<ProjectFolder> created;
+    ASSERT_TRUE(docs->GetProjectFolderByName("NEW", created));
+    EXPECT_EQ(created->GetPath(false), "/DOCS/new");  // all from the record, the found parent too
+    EXPECT_EQ(created->GetParentFolderId(), "f");
+    EXPECT_FALSE(created->ContainsLibraries() || created->ContainsFiles());
+    EXPECT_TRUE(created->ContainsProjects());
 }
 
 }  // namespace
