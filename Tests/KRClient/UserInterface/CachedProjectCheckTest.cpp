@@ -137,8 +137,8 @@ TEST(CachedProjectCheck, RulesLogLinesAndCallbacks) {
     const std::string occupied =
         " path. Move handle failed, new path is occupied. Cache project id on new path: ";
     const std::string xMoved = "Old path: /old, new path: /new, project id: X";
-    // The rules past the simple cases first log the four projects they gathered;
-    // rows with a state check those, the others only the lines after them.
+    // The rules past the simple cases first log the four projects they gathered:
+    // one row checks those, the others only the lines after them.
     const struct {
         const char* what;
         const char* server;
@@ -153,8 +153,7 @@ TEST(CachedProjectCheck, RulesLogLinesAndCallbacks) {
         {"other id", "/p=N", "/p", "/p=X", "",
          "I||Cache and server project with different project id"},
         {"moved, old opened", "/new=X", "/old", "/old=X", "moved /old /new X",
-         moved + "old path. " + xMoved,
-         State(nullptr, "path: /new id: X", "path: /old id: X", nullptr)},
+         moved + "old path. " + xMoved},
         {"moved, old opened, new occupied", "/new=X", "/old", "/old=X /NEW= /new=Y", "",
          moved + "old path. " + xMoved + "\nW" + moved.substr(1) + "old" + occupied},
         {"moved, new opened", "/new=X", "/new", "/old=X", "moved /old /new X",
@@ -164,13 +163,11 @@ TEST(CachedProjectCheck, RulesLogLinesAndCallbacks) {
          State("path: /new id: X", nullptr, "path: /new id: Z", "path: /old id: X")},
         {"duplicated, old opened", "/p=N /q=X", "/p", "/p=X", "dup /p /q N X",
          dupOld + "Old path: /p, new path: /q, server project id on old path: N, cache and "
-                  "server project id on new path: X",
-         State("path: /p id: N", "path: /q id: X", "path: /p id: X", nullptr)},
+                  "server project id on new path: X"},
         {"duplicated, new opened", "/old=N /new=X", "/new", "/old=X", "dup /old /new N X",
          dupNew + "Old path: /old, new path: /new, server project id on old path: N, cache "
                   "and server project id on new path: X"},
-        {"not handled", "/q=M @X=/q", "/p", "/p=X", "", "W|KRClient|not handled state",
-         State(nullptr, "path: /q id: M", "path: /p id: X", nullptr)},
+        {"not handled", "/q=M @X=/q", "/p", "/p=X", "", "W|KRClient|not handled state"},
         {"found by id, gone by path", "@X=/gone", "/p", "/p=X", "", "I||Cache only project"},
     };
     for (const auto& row : rows) {
