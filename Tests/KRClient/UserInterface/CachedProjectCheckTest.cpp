@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -28,11 +27,6 @@ using KRC::UI::LocalCache::ProjectInfo;
 using KRCB::Management::Entities::Project;
 using KRCB::Management::Entities::Resource;
 
-struct Server {
-    std::map<std::string, std::pair<std::string, std::string>> byPath;  // path -> path, id
-    std::map<std::string, std::pair<std::string, std::string>> byId;    // id -> path, id
-};
-
 // "a=b c=d" as pairs.
 std::vector<std::pair<std::string, std::string>> Pairs(const char* text) {
     std::vector<std::pair<std::string, std::string>> pairs;
@@ -44,29 +38,18 @@ std::vector<std::pair<std::string, std::string>> Pairs(const char* text) {
     return pairs;
 }
 
-// "path=id" is a project found both ways; "@id=path" one found by its id only.
-Server Make(const char* projects) {
-    Server s;
-    for (const auto& [key, value] : Pairs(projects)) {
-        if (key[0] == '@') {
-            s.byId[key.substr(1)] = {value, key.substr(1)};
-        } else {
-            s.byPath[key] = {key, value};
-            s.byId[value] = {key, value};
-        }
+// The server's projects as "path=id ..."; "@path=id" is found by its id only.
+ZR::Ref<Project> Found(const char* server, bool byId, const std::string& key) {
+    for (auto [path, id] : Pairs(server)) {
+        const bool idOnly = path[0] == '@';
+        if (idOnly) path.erase(0, 1);
+        if (byId ? id != key : idOnly || path != key) continue;
+        Resource::Fields f;
+        f.path = path;
+        f.id = id;
+        return ZR::Ref<Project>(std::make_shared<Project>(f, "", ZR::HashSet<ZR::UniString>()));
     }
-    return s;
-}
-
-ZR::Ref<Project> Found(const std::map<std::string, std::pair<std::string, std::string>>& table,
-                       const std::string& key, std::vector<std::string>& calls, const char* kind) {
-    calls.push_back(std::string(kind) + key);
-    auto it = table.find(key);
-    if (it == table.end()) return ZR::Ref<Project>();
-    Resource::Fields f;
-    f.path = it->second.first;
-    f.id = it->second.second;
-    return ZR::Ref<Project>(std::make_shared<Project>(f, "", ZR::HashSet<ZR::UniString>()));
+    return ZR::Ref<Project>();
 }
 
 struct Outcome {
@@ -85,14 +68,15 @@ CachedProjectCheckTask::Projects Records(const char* text) {
     return CachedProjectCheckTask::Projects(list);
 }
 
-Outcome Decide(const char* serverProjects, const char* path, const char* records) {
-    const Server server = Make(serverProjects);
+Outcome Decide(const char* server, const char* path, const char* records) {
     Outcome out;
     CachedProjectCheckTask::Lookup byPath = [&](const ZR::UniString& p) {
-        return Found(server.byPath, p.ToLowerCase().Std(), out.calls, "path ");
+        out.calls.push_back("path " + p.ToLowerCase().Std());
+        return Found(server, false, p.ToLowerCase().Std());
     };
     CachedProjectCheckTask::Lookup byId = [&](const ZR::UniString& id) {
-        return Found(server.byId, id.Std(), out.calls, "id ");
+        out.calls.push_back("id " + id.Std());
+        return Found(server, true, id.Std());
     };
     ZR::CaptureLogSink sink;
     {
@@ -167,8 +151,8 @@ TEST(CachedProjectCheck, RulesLogLinesAndCallbacks) {
         {"duplicated, new opened", "/old=N /new=X", "/new", "/old=X", "dup /old /new N X",
          dupNew + "Old path: /old, new path: /new, server project id on old path: N, cache "
                   "and server project id on new path: X"},
-        {"not handled", "/q=M @X=/q", "/p", "/p=X", "", "W|KRClient|not handled state"},
-        {"found by id, gone by path", "@X=/gone", "/p", "/p=X", "", "I||Cache only project"},
+        {"not handled", "/q=M @/q=X", "/p", "/p=X", "", "W|KRClient|not handled state"},
+        {"found by id, gone by path", "@/gone=X", "/p", "/p=X", "", "I||Cache only project"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
