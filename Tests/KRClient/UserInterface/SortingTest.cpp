@@ -123,6 +123,17 @@ TEST(ResourceComparer, IsAStrictWeakOrderingSafeForStdSort) {
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end(), less));
 }
 
+// The items sorted by Sorter in place, each shown by key, one blank after each.
+template <typename Sorter, typename T, typename Key>
+std::string Sorted(std::initializer_list<T> items, Key key) {
+    ZR::PagedArray<T, 8> array;
+    for (const T& item : items) array.Add(item);
+    Sorter sort(array);
+    std::string text;
+    for (std::size_t i = 0; i < array.GetSize(); ++i) text += key(array[i]) + " ";
+    return text;
+}
+
 TEST(Sorters, PathsServersAndUsers) {
     using Path = ZR::Array<ZR::UniString>;
     auto path = [](std::initializer_list<const char*> elements) {
@@ -130,37 +141,24 @@ TEST(Sorters, PathsServersAndUsers) {
         for (const char* e : elements) p.Add(e);
         return p;
     };
-    ZR::PagedArray<Path, 8> paths;
-    for (const Path& p : {path({"A", "c"}), path({"a", "b"}), path({"a"}), path({}), path({"B"})})
-        paths.Add(p);
-    PathSorter sortPaths(paths);
-    const std::vector<std::string> expectedPaths = {"", "a", "a/b", "A/c", "B"};
-    ASSERT_EQ(paths.GetSize(), expectedPaths.size());
-    for (std::size_t i = 0; i < paths.GetSize(); ++i) {
-        std::string joined;
-        for (const ZR::UniString& e : paths[i].Std())
-            joined += (joined.empty() ? "" : "/") + e.Std();
-        EXPECT_EQ(joined, expectedPaths[i]);
-    }
-
+    auto joined = [](const Path& p) {
+        std::string text;
+        for (const ZR::UniString& e : p.Std()) text += (text.empty() ? "" : "/") + e.Std();
+        return text;
+    };
+    EXPECT_EQ(Sorted<PathSorter>(
+                  {path({"A", "c"}), path({"a", "b"}), path({"a"}), path({}), path({"B"})}, joined),
+              " a a/b A/c B ");
     using KRCB::LoginDataStore::Server;
-    ZR::PagedArray<Server, 8> servers;
-    for (const Server& s : {Server("https://z", "Beta"), Server("https://c", ""),
-                            Server("https://b", "alpha"), Server("https://a", "Alpha")})
-        servers.Add(s);
-    ServerSorter sortServers(servers);
-    const char* expectedUrls[] = {"https://a", "https://b", "https://z", "https://c"};
-    for (std::size_t i = 0; i < servers.GetSize(); ++i)
-        EXPECT_EQ(servers[i].GetUniqueURL(), expectedUrls[i]) << i;
-
+    EXPECT_EQ(Sorted<ServerSorter>({Server("https://z", "Beta"), Server("https://c", ""),
+                                    Server("https://b", "alpha"), Server("https://a", "Alpha")},
+                                   [](const Server& s) { return s.GetUniqueURL().Std(); }),
+              "https://a https://b https://z https://c ");
     using KRCB::LoginDataStore::User;
-    ZR::PagedArray<User, 8> users;
-    for (const User& u : {User("zed", "", "Ann"), User("bob", "", ""), User("amy", "", "ann")})
-        users.Add(u);
-    UserSorter sortUsers(users);
-    const char* expectedUsers[] = {"amy", "zed", "bob"};
-    for (std::size_t i = 0; i < users.GetSize(); ++i)
-        EXPECT_EQ(users[i].GetUserName(), expectedUsers[i]) << i;
+    EXPECT_EQ(
+        Sorted<UserSorter>({User("zed", "", "Ann"), User("bob", "", ""), User("amy", "", "ann")},
+                           [](const User& u) { return u.GetUserName().Std(); }),
+        "amy zed bob ");
 }
 
 }  // namespace
