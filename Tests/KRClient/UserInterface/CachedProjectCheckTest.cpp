@@ -189,7 +189,8 @@ TEST(CachedProjectCheck, GatheringPicksRecordsAndLooksUpOnlyWhatItNeeds) {
 }
 
 // Run on a worker against the emulated service: what the server is asked, where
-// the callbacks run, failures and the runs that ask nothing.
+// the callbacks run, failures and the runs that ask nothing; the rules
+// themselves are the unit test's.
 class CachedProjectCheckThreadTest : public LibraryTest {
 protected:
     // A login of its own, so that no look-up of an earlier run is remembered.
@@ -226,8 +227,6 @@ protected:
     };
 };
 
-// What the server is asked and where the callbacks run; the rules themselves
-// are the unit test's.
 TEST_F(CachedProjectCheckThreadTest, FindsMovesAndDuplicatesOnTheServerFromTheWorker) {
     service->MoveProject(kServer, kProjectPath, "/Projects/Home");
     AddProject("/Projects/Barn", "barn");
