@@ -210,13 +210,12 @@ TEST_F(KrctlCommandLineTest, NoWordInTheWrongPlaceIsRepeatedByAnyCommand) {
         bool json = false;
     };
     const std::vector<Place> places = {
-        {{}, {secret}},                // a word too many
-        {{secret}, {}},                // a stray word before the command
-        {{"--token=" + secret}, {}},   // an option the command has, where it has none
-        {{}, {"--tokn=" + secret}},    // a mistyped option with its value
-        {{}, {"--tokn", secret}},      // a mistyped option, then its value
-        {{}, {"--password", secret}},  // an option no command has
-        {{}, {"--", secret}},          // a word after the end of the options
+        {{}, {secret}},               // a word too many
+        {{secret}, {}},               // a stray word before the command
+        {{"--token=" + secret}, {}},  // an option the command has, where it has none
+        {{}, {"--tokn=" + secret}},   // a mistyped option with its value
+        {{}, {"--tokn", secret}},     // a mistyped option, then its value
+        {{}, {"--", secret}},         // a word after the end of the options
         {{"--json"}, {"--tokn", secret}, true},
     };
     for (const Words& command : commands) {
