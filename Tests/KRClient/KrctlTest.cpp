@@ -280,7 +280,9 @@ TEST_F(KrctlCommandLineTest, EachMistakeNamesTheOptionOrThePositionOfTheWord) {
          "--base-folder is given more than once (see krctl login list --help)"},
         {{"--json=yes", "login", "list"}, "--json takes no value (see krctl --help)"},
         {{"--wait", "-1", "registry", "list"}, "--wait " + seconds},
+        {{"--wait", "abc", "registry", "list"}, "--wait " + seconds},
         {{"--wait", "1e400", "registry", "list"}, "--wait " + seconds},
+        {{"--wait", "nan", "registry", "list"}, "--wait " + seconds},
         {{"lock", "hold", "--seconds", "86400.5"}, "--seconds " + seconds},
         // Mistakes found after parsing exit 2 as well, in every command.
         {{"--base-folder", Log(), "login", "list"}, "--base-folder " + Log() + " is not a folder"},
