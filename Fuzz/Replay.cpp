@@ -17,13 +17,14 @@
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: fuzz_replay TARGET DIR\ntargets: %s\n", krfuzz::TargetNames());
+        std::fprintf(stderr, "usage: fuzz_replay TARGET DIR\ntargets: %s\n",
+                     krfuzz::TargetNames().c_str());
         return 2;
     }
     const krfuzz::Target* target = krfuzz::FindTarget(argv[1]);
     if (!target) {
         std::fprintf(stderr, "fuzz_replay: unknown target %s (targets: %s)\n", argv[1],
-                     krfuzz::TargetNames());
+                     krfuzz::TargetNames().c_str());
         return 2;
     }
     std::vector<std::filesystem::path> files;

@@ -311,32 +311,32 @@ int FuzzJson(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+constexpr Target kTargets[] = {{"xml_channel", &FuzzXmlChannel},
+                               {"cache_info", &FuzzCacheInfo},
+                               {"data_options", &FuzzDataOptions},
+                               {"login_data", &FuzzLoginData},
+                               {"location", &FuzzLocation},
+                               {"contact_list", &FuzzContactList},
+                               {"native_image", &FuzzNativeImage},
+                               {"scenario", &FuzzScenario},
+                               {"client_mail", &FuzzClientMail},
+                               {"outbox", &FuzzOutbox},
+                               {"mails_file", &FuzzMailsFile},
+                               {"attachment_json", &FuzzAttachmentJson},
+                               {"json", &FuzzJson},
+                               {"data_query", &FuzzDataQuery}};
+
 const Target* FindTarget(std::string_view name) {
-    static const Target kTargets[] = {
-        {"xml_channel", &FuzzXmlChannel},
-        {"cache_info", &FuzzCacheInfo},
-        {"data_options", &FuzzDataOptions},
-        {"login_data", &FuzzLoginData},
-        {"location", &FuzzLocation},
-        {"contact_list", &FuzzContactList},
-        {"native_image", &FuzzNativeImage},
-        {"scenario", &FuzzScenario},
-        {"client_mail", &FuzzClientMail},
-        {"outbox", &FuzzOutbox},
-        {"mails_file", &FuzzMailsFile},
-        {"attachment_json", &FuzzAttachmentJson},
-        {"json", &FuzzJson},
-        {"data_query", &FuzzDataQuery},
-    };
     for (const Target& target : kTargets)
         if (name == target.name) return &target;
     return nullptr;
 }
 
-const char* TargetNames() {
-    return "xml_channel, cache_info, data_options, login_data, location, contact_list, "
-           "native_image, scenario, client_mail, outbox, mails_file, attachment_json, json, "
-           "data_query";
+std::string TargetNames() {
+    std::string names;
+    for (const Target& target : kTargets)
+        names += (names.empty() ? "" : ", ") + std::string(target.name);
+    return names;
 }
 
 }  // namespace krfuzz

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace krfuzz {
@@ -18,24 +19,12 @@ struct Target {
     Entry entry;
 };
 
-int FuzzXmlChannel(const std::uint8_t* data, std::size_t size);
-int FuzzCacheInfo(const std::uint8_t* data, std::size_t size);
-int FuzzDataOptions(const std::uint8_t* data, std::size_t size);
-int FuzzLoginData(const std::uint8_t* data, std::size_t size);
-int FuzzLocation(const std::uint8_t* data, std::size_t size);
-int FuzzContactList(const std::uint8_t* data, std::size_t size);
-int FuzzNativeImage(const std::uint8_t* data, std::size_t size);
-int FuzzScenario(const std::uint8_t* data, std::size_t size);
-int FuzzClientMail(const std::uint8_t* data, std::size_t size);
-int FuzzOutbox(const std::uint8_t* data, std::size_t size);
-int FuzzMailsFile(const std::uint8_t* data, std::size_t size);
-int FuzzAttachmentJson(const std::uint8_t* data, std::size_t size);
-int FuzzJson(const std::uint8_t* data, std::size_t size);
+// In a file of its own for the transport it brings; the others are reached by name.
 int FuzzDataQuery(const std::uint8_t* data, std::size_t size);
 
 // Null for an unknown name.
 const Target* FindTarget(std::string_view name);
 // The names, for usage texts.
-const char* TargetNames();
+std::string TargetNames();
 
 }  // namespace krfuzz

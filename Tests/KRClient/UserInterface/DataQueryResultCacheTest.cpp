@@ -23,6 +23,19 @@ using KRCB::DataQuery::DataQueryResult;
 using KRCB::Management::Entities::Project;
 using KRCB::Management::Entities::ProjectFolder;
 
+// Records of local projects at the paths given, each with its path as id.
+ZR::Array<ProjectInfo> Records(std::initializer_list<std::string> paths) {
+    ZR::Array<ProjectInfo> records;
+    for (const std::string& path : paths) {
+        ProjectInfo info;
+        info.path = path;
+        info.id = path;
+        info.version = "99999999999.1.2 (x";
+        records.Add(info);
+    }
+    return records;
+}
+
 class DataQueryResultCacheTest : public LibraryTest {
 protected:
     DataQueryResultCacheTest() {
@@ -71,14 +84,8 @@ protected:
 
 TEST_F(DataQueryResultCacheTest, LocalProjectsThenServerAnswersFoldTogether) {
     DataQueryResultCache cache(true, true);
-    ZR::Array<ProjectInfo> local;
-    for (const char* path : {"/Projects/Shed", "/Elsewhere/Hut", "/Projects/skip"}) {
-        ProjectInfo info;
-        info.path = path;
-        info.id = std::string("id-") + path;
-        local.Add(info);
-    }
-    cache.Merge(local, [](const ProjectInfo& p) { return !(p.path == "/Projects/skip"); });
+    cache.Merge(Records({"/Projects/Shed", "/Elsewhere/Hut", "/Projects/skip"}),
+                [](const ProjectInfo& p) { return !(p.path == "/Projects/skip"); });
     EXPECT_TRUE(cache.IsEmpty());
     EXPECT_EQ(Listing(cache, ""), "Elsewhere+ Projects+ ");
     const ZR::UniString localRootId = cache.GetRootProjectFolderId();
@@ -97,12 +104,8 @@ TEST_F(DataQueryResultCacheTest, LocalProjectsThenServerAnswersFoldTogether) {
     EXPECT_FALSE(cache.HasQueriedFolderWithChildFolders(alpha->GetId()));
 
     // Merging again wraps the server's project without nesting.
-    ProjectInfo house;
-    house.path = "/Projects/House";
-    house.id = "cached";
-    ZR::Array<ProjectInfo> again;
-    again.Add(house);
-    for (int i = 0; i < 2; ++i) cache.Merge(again, [](const ProjectInfo&) { return true; });
+    for (int i = 0; i < 2; ++i)
+        cache.Merge(Records({"/Projects/House"}), [](const ProjectInfo&) { return true; });
     ZR::Ref<Project> merged;
     ASSERT_TRUE(
         cache.GetSubFolderWithChildResources("/Projects")->GetProjectByName("House", merged));
@@ -123,7 +126,6 @@ TEST_F(DataQueryResultCacheTest, LocalProjectsThenServerAnswersFoldTogether) {
     cache.Clear();
     EXPECT_TRUE(cache.IsEmpty());
     EXPECT_EQ(Listing(cache, ""), "");
-    EXPECT_TRUE(cache.GetPortalServerUrl().IsEmpty());
 }
 
 // Per folder of root, /Projects, /Projects/Alpha, /Projects/Zeta, /Other:
@@ -161,17 +163,11 @@ TEST_F(DataQueryResultCacheTest, QueryTypesDecideWhichFoldersHaveTheirResources)
         EXPECT_EQ(known, row.known);
         EXPECT_EQ(Listing(cache, ""), "Other- Projects+ ");
         EXPECT_EQ(Listing(cache, "/Projects"), "Alpha+ Zeta- ");
-        cache.EnumerateSubfoldersSorted("/Projects", [&](const ZR::Ref<ProjectFolder>& f, bool) {
-            EXPECT_EQ(cache.GetFolder(f->GetId()), f);
-        });
-        EXPECT_TRUE(cache.GetFoldersPermissions().IsEmpty());
     }
-    const std::pair<int, T> converted[] = {{1, KRCB::Management::QueriedFolderResources},
-                                           {2, KRCB::Management::PathResources},
-                                           {3, KRCB::Management::RootAndQueriedResources},
-                                           {0, KRCB::Management::PathResources}};
-    for (const auto& [type, expected] : converted)
-        EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(type)), expected);
+    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(3)),
+              KRCB::Management::RootAndQueriedResources);
+    EXPECT_EQ(ConvertToPartialFolderTreeQueryType(static_cast<QueryType>(0)),
+              KRCB::Management::PathResources);  // anything unknown
 }
 
 // Before the root has come, a sub-folder's answer leaves only its model
@@ -327,24 +323,11 @@ TEST_F(DataQueryResultCacheTest, ReshareCheckResultsAndLogLines) {
     EXPECT_EQ(log.GetText(), "");
 }
 
-}  // namespace
-
-namespace {
-
 TEST(DataQueryResultCache, DeepAndOddPathsNeverRecurseOrCrash) {
-    using KRC::UI::LocalCache::ProjectInfo;
     KRC::UI::DataQueryResultCache cache(false, false);
-    ZR::Array<ProjectInfo> records;
     std::string deep;
     for (int i = 0; i < 10000; ++i) deep += "/d";
-    for (const std::string& path :
-         {deep + "/p", std::string(), std::string("//"), std::string("a//b/"), std::string("/x")}) {
-        ProjectInfo info;
-        info.path = path;
-        info.version = "99999999999.1.2 (x";
-        records.Add(info);
-    }
-    cache.Merge(records, [](const auto&) { return true; });
+    cache.Merge(Records({deep + "/p", "", "//", "a//b/", "/x"}), [](const auto&) { return true; });
     ASSERT_TRUE(cache.GetSubFolderWithChildResources(ZR::UniString(deep)));
     std::string listing;
     cache.EnumerateSubfoldersSorted("", [&](const auto& folder, bool known) {

@@ -71,36 +71,22 @@ TEST(ResourceComparer, CriteriaDirectionsAndTies) {
 TEST(ResourceComparer, SortKeysOfResourcesAndLocalProjects) {
     Resource::Fields f;
     f.path = "/Top/Name";
-    f.modifiedTimeUtc = -4;
-    f.size = 1ull << 40;
-    f.modelServerPath = "ms";
-    const std::pair<ZR::Ref<Resource>, int> types[] = {
-        {ZR::Ref<Resource>(std::make_shared<Project>(f, "1.0.0 / 1", ZR::HashSet<ZR::UniString>())),
-         1},
-        {ZR::Ref<Resource>(std::make_shared<Library>(f)), 2},
-        {ZR::Ref<Resource>(std::make_shared<File>(f)), 3},
-    };
-    for (const auto& [resource, type] : types) {
-        SortableResource s(resource);
+    const ZR::Ref<Resource> resources[] = {
+        ZR::Ref<Resource>(std::make_shared<Project>(f, "", ZR::HashSet<ZR::UniString>())),
+        ZR::Ref<Resource>(std::make_shared<Library>(f)),
+        ZR::Ref<Resource>(std::make_shared<File>(f))};
+    for (int type = 1; type <= 3; ++type) {
+        SortableResource s(resources[type - 1]);
         EXPECT_EQ(s.GetSortResourceType(), type);
         EXPECT_EQ(s.GetSortName(), "Name");
-        EXPECT_EQ(s.GetSortPath(), "/Top/Name");
-        EXPECT_EQ(s.GetSortModifiedTimeUtc(), -4);
-        EXPECT_EQ(s.GetSortSize(), 1ull << 40);
-        EXPECT_EQ(s.GetSortModelServerPath(), "ms");
     }
     KRC::UI::LocalCache::ProjectInfo info;
     info.path = "/Top/Local";
-    info.size = 7;
-    info.modelServerPath = "m2";
     HostProjectInfo p(info);
-    info.path = "changed";
+    info.path = "changed";  // the element keeps its own copy
     EXPECT_EQ(p.GetSortName(), "Local");
     EXPECT_EQ(p.GetSortResourceType(), 1);
-    EXPECT_EQ(p.GetSortSize(), 7u);
-    EXPECT_EQ(p.GetSortModelServerPath(), "m2");
-    EXPECT_EQ(p.GetProjectInfo().path, "/Top/Local");
-    SortableResource file(types[2].first), project(types[0].first);
+    SortableResource file(resources[2]), project(resources[0]);
     EXPECT_TRUE(RC(RC::ResourceType, true, RC::ResourceType, true)(project, file));
 }
 
@@ -137,6 +123,17 @@ TEST(ResourceComparer, IsAStrictWeakOrderingSafeForStdSort) {
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end(), less));
 }
 
+// The items sorted by Sorter in place, each shown by key, one blank after each.
+template <typename Sorter, typename T, typename Key>
+std::string Sorted(std::initializer_list<T> items, Key key) {
+    ZR::PagedArray<T, 8> array;
+    for (const T& item : items) array.Add(item);
+    Sorter sort(array);
+    std::string text;
+    for (std::size_t i = 0; i < array.GetSize(); ++i) text += key(array[i]) + " ";
+    return text;
+}
+
 TEST(Sorters, PathsServersAndUsers) {
     using Path = ZR::Array<ZR::UniString>;
     auto path = [](std::initializer_list<const char*> elements) {
@@ -144,37 +141,24 @@ TEST(Sorters, PathsServersAndUsers) {
         for (const char* e : elements) p.Add(e);
         return p;
     };
-    ZR::PagedArray<Path, 8> paths;
-    for (const Path& p : {path({"A", "c"}), path({"a", "b"}), path({"a"}), path({}), path({"B"})})
-        paths.Add(p);
-    PathSorter sortPaths(paths);
-    const std::vector<std::string> expectedPaths = {"", "a", "a/b", "A/c", "B"};
-    ASSERT_EQ(paths.GetSize(), expectedPaths.size());
-    for (std::size_t i = 0; i < paths.GetSize(); ++i) {
-        std::string joined;
-        for (const ZR::UniString& e : paths[i].Std())
-            joined += (joined.empty() ? "" : "/") + e.Std();
-        EXPECT_EQ(joined, expectedPaths[i]);
-    }
-
+    auto joined = [](const Path& p) {
+        std::string text;
+        for (const ZR::UniString& e : p.Std()) text += (text.empty() ? "" : "/") + e.Std();
+        return text;
+    };
+    EXPECT_EQ(Sorted<PathSorter>(
+                  {path({"A", "c"}), path({"a", "b"}), path({"a"}), path({}), path({"B"})}, joined),
+              " a a/b A/c B ");
     using KRCB::LoginDataStore::Server;
-    ZR::PagedArray<Server, 8> servers;
-    for (const Server& s : {Server("https://z", "Beta"), Server("https://c", ""),
-                            Server("https://b", "alpha"), Server("https://a", "Alpha")})
-        servers.Add(s);
-    ServerSorter sortServers(servers);
-    const char* expectedUrls[] = {"https://a", "https://b", "https://z", "https://c"};
-    for (std::size_t i = 0; i < servers.GetSize(); ++i)
-        EXPECT_EQ(servers[i].GetUniqueURL(), expectedUrls[i]) << i;
-
+    EXPECT_EQ(Sorted<ServerSorter>({Server("https://z", "Beta"), Server("https://c", ""),
+                                    Server("https://b", "alpha"), Server("https://a", "Alpha")},
+                                   [](const Server& s) { return s.GetUniqueURL().Std(); }),
+              "https://a https://b https://z https://c ");
     using KRCB::LoginDataStore::User;
-    ZR::PagedArray<User, 8> users;
-    for (const User& u : {User("zed", "", "Ann"), User("bob", "", ""), User("amy", "", "ann")})
-        users.Add(u);
-    UserSorter sortUsers(users);
-    const char* expectedUsers[] = {"amy", "zed", "bob"};
-    for (std::size_t i = 0; i < users.GetSize(); ++i)
-        EXPECT_EQ(users[i].GetUserName(), expectedUsers[i]) << i;
+    EXPECT_EQ(
+        Sorted<UserSorter>({User("zed", "", "Ann"), User("bob", "", ""), User("amy", "", "ann")},
+                           [](const User& u) { return u.GetUserName().Std(); }),
+        "amy zed bob ");
 }
 
 }  // namespace
