@@ -72,7 +72,7 @@ TEST(MailClientTest, MergesByRevisionWholeBoxesGapsAndDeletions) {
 TEST(MailClientTest, ConstructionGivesRevisionsOnlyToAMonitorNotRunning) {
     for (bool running : {false, true}) {
         MailClientHarness h(running);
-        EXPECT_EQ(h.DescribeAll(), running ? Strings{} : Strings{"InitMailboxRevision  []"});
+        EXPECT_EQ(h.DescribeAll(), running ? Strings{} : Strings{"InitMailboxRevision 0,0 []"});
         // Not running: observers are not told.
         h.monitor.Deliver(
             ScriptedMailboxMonitor::Change({.created = {ServerMail("a")}, .to = 1}, {}));

@@ -67,8 +67,7 @@ void Restart(MailClientHarness& h, bool monitorRunning) {
 
 std::string InitRevisions(const MailClientHarness& h) {
     for (const auto& r : h.monitor.Requests())
-        if (r.op == "InitMailboxRevision")
-            return std::to_string(r.inboxRevision) + "/" + std::to_string(r.sentRevision);
+        if (r.op == "InitMailboxRevision") return r.ids.at(0) + "/" + r.ids.at(1);
     return "none";
 }
 
