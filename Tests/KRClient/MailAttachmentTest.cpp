@@ -70,15 +70,12 @@ TEST(MailAttachmentTest, FactoryRebuildsRegisteredAttachmentsOnly) {
         {R"({"className":"Test::Sticky","headers":[]})", "Test::Sticky", false, ""},
         {R"({"className":"","headers":[]})", nullptr, false, ""},
         {R"({"headers":[]})", nullptr, false, ""},
-        {R"({"className":7,"headers":[]})", nullptr, false, ""},
         {R"({"className":"Nope","headers":[]})", nullptr, true, ""},
         {R"({"className":"MailAttachment","headers":[]})", nullptr, true, ""},  // abstract
         {R"({"className":"Test::NoAttachment","headers":[]})", nullptr, false, ""},
-        {R"({"className":"KRC::TestAttachment"})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":{}})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":[{"a":"1","b":"2"}]})", nullptr, false,
          ""},
-        {R"({"className":"KRC::TestAttachment","headers":[{}]})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":["a"]})", nullptr, false, ""},
         {R"({"className":"Test::Sticky","headers":[],"refuse":true})", nullptr, false, ""},
     };
@@ -158,10 +155,8 @@ TEST(MailAttachmentTest, QuestionsOfAMailAskEveryAttachment) {
         bool complete, senderActive, revoke;
     } cases[] = {
         {ZR::Ref<KRC::ClientMail>(), false, false, false},
-        {mail(false, false), true, false, false},
         {mail(true, false), true, false, false},
         {mail(true, true), false, true, true},
-        {mail(false, true), false, true, true},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(KRC::MailAttachment::IsAutomaticCompleteEnabledInMail(c.mail), c.complete);

@@ -121,22 +121,6 @@ TEST(MailClientThreadTest, CloseAndDestructionRaceDeliveriesHostCallsAndRequestE
     }
 }
 
-TEST(MailClientThreadTest, DestructionWaitsForAHandlerRunningOnAnotherThread) {
-    for (int round = 0; round < 20; ++round) {
-        Watchdog watchdog("destruction against request ends");
-        MailClientHarness h;
-        h.monitor.SetStatus(true);
-        for (int i = 0; i < 20; ++i)
-            h.client->SetInboxMailsRead(Ids{ZR::UniString("m" + std::to_string(i))},
-                                        KRC::MailClient::Task());
-        std::thread ender([&] {
-            for (std::size_t i = 0; i < h.monitor.Requests().size(); ++i) h.monitor.Succeed(i);
-        });
-        h.client.reset();
-        ender.join();
-    }
-}
-
 // Another thread reads the client while the observer's call is under way:
 // it would wait forever if the lock were held.
 TEST(MailClientThreadTest, ObserversAreCalledOutsideTheLock) {

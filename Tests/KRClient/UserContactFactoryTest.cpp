@@ -96,12 +96,10 @@ TEST_F(UserContactFactoryTest, BuildsContactsFromTheUsersAndTheirPictures) {
     ZR::Ref<Guard> guard;
     auto jo = Create("u-jo", guard);
     ASSERT_TRUE(jo);
-    EXPECT_EQ(jo->GetOwnerId(), "u-jo");
     EXPECT_EQ(jo->GetName(), "Full jo");
     EXPECT_EQ(jo->GetUserName(), "jo");
     EXPECT_EQ(jo->GetUserColor(), Gfx::Color(0x10, 0x20, 0x30, 0x40));
     EXPECT_EQ(jo->GetImage().GetWidth(), 4u);  // JPEG
-    EXPECT_TRUE(jo->HasLumbraMailboxSession());
     EXPECT_EQ(Create("u-al", guard)->GetImage().GetWidth(), 4u);  // PNG, type in any case
     EXPECT_TRUE(Create("u-bo", guard)->GetImage().IsNull());      // another type
     EXPECT_TRUE(Create("u-cy", guard)->GetImage().IsNull());      // none at all

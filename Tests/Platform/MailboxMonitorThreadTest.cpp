@@ -199,10 +199,12 @@ TEST_F(MailboxMonitorThreadTest, EachRequestEndsInOneOutcomeForAllItsTasksAndIsR
         std::string outcome;
     };
     const Case cases[] = {
-        {"SendMails", 0, "success"},         {"SendMails", 1, "failure:Failed to send the mails"},
-        {"SendMails", 2, "cancel"},          {"SetMailsRead", 1, "failure"},
-        {"SetMailsCompleted", 3, "success"}, {"DeleteMails", 1, "failure:Failed to delete"},
-        {"UpdateContactList", 0, "success"},
+        {"SendMails", 0, "success"},
+        {"SendMails", 1, "failure:Failed to send the mails"},
+        {"SendMails", 2, "cancel"},
+        {"SetMailsCompleted", 3, "success"},
+        {"DeleteMails", 1, "failure:Failed to delete"},
+        {"UpdateMails", 3, "failure:Failed to update the mails"},
     };
     std::size_t ended = 0;
     for (const Case& c : cases) {
@@ -216,14 +218,12 @@ TEST_F(MailboxMonitorThreadTest, EachRequestEndsInOneOutcomeForAllItsTasksAndIsR
             MB::ServerMails mails;
             mails.Add(ZR::Ref<M::Mail>::Make(Mail("out-" + std::to_string(ended))));
             monitor.SendMails(mails, tasks);
-        } else if (c.op == "SetMailsRead") {
-            monitor.SetMailsRead(ids, "Inbox", tasks);
         } else if (c.op == "SetMailsCompleted") {
             monitor.SetMailsCompleted(ids, "Inbox", tasks);
         } else if (c.op == "DeleteMails") {
             monitor.DeleteMails({"in1"}, "Inbox", tasks);
         } else {
-            monitor.UpdateContactList(tasks);
+            monitor.UpdateMails(tasks);
         }
         ASSERT_TRUE(outcomes.WaitForCount(ended + 2)) << c.op;
         for (int t = 0; t < 2; ++t) {
@@ -233,44 +233,6 @@ TEST_F(MailboxMonitorThreadTest, EachRequestEndsInOneOutcomeForAllItsTasksAndIsR
         ended += 2;
     }
     EXPECT_EQ(outcomes.ended.size(), ended);  // nothing ended twice
-}
-
-TEST_F(MailboxMonitorThreadTest, StatusFollowsTheServerAndRequestsWhileDownFail) {
-    monitor.InitMailboxRevision(0, 0);
-    ASSERT_TRUE(WaitOnline());
-    service->SetServerDown(kServer, true);
-    ASSERT_TRUE(recorder.WaitFor([&] { return !recorder.statuses.back(); }));
-    auto tasks = Tasks("down");
-    monitor.UpdateMails(tasks);
-    ASSERT_TRUE(outcomes.WaitForCount(1));
-    EXPECT_EQ(outcomes.ended[0].rfind("down0:failure:Failed to update the mails", 0), 0u);
-    service->SetServerDown(kServer, false);
-    ASSERT_TRUE(WaitOnline());
-    EXPECT_EQ(recorder.statuses, (std::vector<bool>{true, false, true}));
-    EXPECT_TRUE(monitor.IsOnline());
-}
-
-TEST_F(MailboxMonitorThreadTest, NoRequestWaitsForTheMonitorsThread) {
-    monitor.InitMailboxRevision(0, 0);
-    ASSERT_TRUE(WaitOnline());
-    auto gate = service->BlockNext("SetMailsRead");
-    MB::MailIdTable ids;
-    ids.Set("x", true);
-    auto first = Tasks("held");
-    monitor.SetMailsRead(ids, "Inbox", first);
-    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
-    // The thread is held at the server: everything below only queues.
-    auto send = Tasks("send", 3), contacts = Tasks("contacts", 3), update = Tasks("update", 3);
-    MB::ServerMails mails;
-    monitor.SendMails(mails, send);
-    monitor.UpdateContactList(contacts);
-    monitor.UpdateMails(update);
-    monitor.ResetConnection();
-    monitor.Suspend();
-    monitor.Continue();
-    EXPECT_TRUE(outcomes.ended.empty());
-    gate->Release();
-    ASSERT_TRUE(outcomes.WaitForCount(1 + 9));
 }
 
 TEST_F(MailboxMonitorThreadTest, StopCancelsWhatIsQueuedAndNothingComesAfterIt) {
