@@ -67,7 +67,6 @@ TEST(MailAttachmentTest, FactoryRebuildsRegisteredAttachmentsOnly) {
         {R"({"className":"KRC::TestAttachment","headers":[]})", "KRC::TestAttachment", false, ""},
         {R"({"className":"KRC::TestAttachment","headers":[{"k":"1"},{"j":""},{"k":"2"}],"more":0})",
          "KRC::TestAttachment", false, "k=1;j=;"},  // a repeated key keeps its first value
-        {R"({"className":"Test::Sticky","headers":[]})", "Test::Sticky", false, ""},
         {R"({"className":"","headers":[]})", nullptr, false, ""},
         {R"({"headers":[]})", nullptr, false, ""},
         {R"({"className":"Nope","headers":[]})", nullptr, true, ""},
