@@ -81,66 +81,81 @@ TEST(MailClientTest, ConstructionGivesRevisionsOnlyToAMonitorNotRunning) {
     }
 }
 
-TEST(MailClientTest, SendingTellsTheCallerFirst) {
+// Each request with its task order, the caller's task last or, for a send,
+// first; what its end tells, in that order.
+TEST(MailClientTest, RequestsCarryTheirTaskOrdersAndTellTheirEndsInThatOrder) {
     MailClientHarness h;
     auto& c = *h.client;
-    ZR::Ref<KRC::ClientMail> offline(new KRC::ClientMail);
-    c.SendMail(offline, h.CallerTask());  // no user contact yet: waits
-    h.KnowUser();
-    ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
-    auto caller = h.CallerTask();
-    c.SendMail(mail, caller);
-    c.SendMail(mail, h.CallerTask());  // already in the outbox: nothing
-    EXPECT_EQ(mail->GetSender().GetOwnerId(), "me");
-    // The waiting one goes along.
-    EXPECT_EQ(h.DescribeAll(),
-              Strings{"SendMails " + offline->GetId().Std() + "," + mail->GetId().Std() +
-                      " [CallerHandler,ShowErrorInMailSending,SendMailFinished]"});
-
-    h.monitor.Fail(0, "no room");
-    EXPECT_EQ(h.heard.Take(), (Strings{"caller failure: no room", "send failed: no room"}));
-}
-
-TEST(MailClientTest, FlagsAreKeptLocallyAndRepeatedWithTheirTaskOrders) {
-    MailClientHarness h;
-    auto& c = *h.client;
-    h.monitor.Deliver(
-        ScriptedMailboxMonitor::Change({.created = {ServerMail("a"), ServerMail("b")}, .to = 1},
-                                       {.created = {ServerMail("s", "me", true)}, .to = 1}));
+    h.monitor.Deliver(ScriptedMailboxMonitor::Change(
+        {.created = {ServerMail("a"), ServerMail("b"), ServerMail("i")}, .to = 1},
+        {.created = {ServerMail("s", "me", true), ServerMail("t", "me", true)}, .to = 1}));
     h.heard.Take();
 
-    // Offline: set locally, the caller's task cancelled on the message loop.
+    // Offline: flags set locally, the caller's task cancelled on the message
+    // loop; a mail waits for the user's contact; a delete goes regardless.
+    ZR::Ref<KRC::ClientMail> waiting(new KRC::ClientMail);
+    c.SendMail(waiting, KRC::MailClient::Task());
     c.SetInboxMailsRead(Ids{"a"}, h.CallerTask());
-    c.SetInboxMailsRead(Ids{"a"}, KRC::MailClient::Task());
     c.SetInboxMailCompleted("b");
     c.SetInboxMailCompleted("");
-    EXPECT_TRUE(h.monitor.Requests().empty());
+    c.DeleteInboxMail("", h.CallerTask());
+    c.DeleteSentMails(Ids{"s"}, h.CallerTask());
+    c.DeleteInboxMail("i", KRC::MailClient::Task());
     EXPECT_EQ(h.heard.Take(), Strings{});
     ZR::MessageLoop::RunPending();
     EXPECT_EQ(h.heard.Take(), Strings{"caller cancel"});
 
-    // Each status of true repeats the lists, without an error handler.
+    // A status of true repeats the kept lists without an error handler.
+    h.KnowUser();
     h.monitor.SetStatus(true);
-    EXPECT_EQ(h.DescribeAll(), (Strings{"SetMailsCompleted Inbox b [InboxMailSetToCompleted]",
-                                        "SetMailsRead Inbox a [InboxMailSetToRead]"}));
-
-    // Online, each family with its task order; the caller's task last.
-    h.monitor.ClearRequests();
+    ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
+    c.SendMail(mail, h.CallerTask());
+    c.SendMail(mail, h.CallerTask());  // already in the outbox: nothing
     c.SetInboxMailsRead(Ids{"b"}, h.CallerTask());
     c.SetInboxMailsCompleted(Ids{"a"}, h.CallerTask());
-    c.SetSentMailsCompleted(Ids{"s"}, h.CallerTask());
+    c.SetSentMailsCompleted(Ids{"t"}, h.CallerTask());
+    EXPECT_EQ(mail->GetSender().GetOwnerId(), "me");
     EXPECT_EQ(
         h.DescribeAll(),
-        (Strings{"SetMailsRead Inbox b [ShowErrorInSetMailsRead,InboxMailSetToRead,CallerHandler]",
-                 "SetMailsCompleted Inbox a "
-                 "[InboxMailSetToCompleted,ShowErrorInSetMailsRead,CallerHandler]",
-                 "SetMailsCompleted Sent s "
-                 "[ShowErrorInSetMailsRead,SentMailSetToCompleted,CallerHandler]"}));
-    h.monitor.Fail(0, "refused");
-    h.monitor.Succeed(1);
-    h.monitor.Cancel(2);
-    EXPECT_EQ(h.heard.Take(), (Strings{"flag failed: refused", "caller failure: refused", "changes",
-                                       "caller success", "caller cancel"}));
+        (Strings{
+            "DeleteMails Sent s [ShowErrorInMailDeleting,CallerHandler]",
+            "DeleteMails Inbox i [ShowErrorInMailDeleting]",
+            "SendMails " + waiting->GetId().Std() + " [ShowErrorInMailSending,SendMailFinished]",
+            "SetMailsCompleted Inbox b [InboxMailSetToCompleted]",
+            "SetMailsRead Inbox a [InboxMailSetToRead]",
+            "SendMails " + mail->GetId().Std() +
+                " [CallerHandler,ShowErrorInMailSending,SendMailFinished]",
+            "SetMailsRead Inbox b [ShowErrorInSetMailsRead,InboxMailSetToRead,CallerHandler]",
+            "SetMailsCompleted Inbox a "
+            "[InboxMailSetToCompleted,ShowErrorInSetMailsRead,CallerHandler]",
+            "SetMailsCompleted Sent t "
+            "[ShowErrorInSetMailsRead,SentMailSetToCompleted,CallerHandler]"}));
+    const std::pair<int, Strings> ends[] = {
+        {-1, {"delete failed: busy", "caller failure: busy"}},
+        {1, {"changes"}},
+        {-1, {"caller failure: busy", "send failed: busy"}},
+        {-1, {"flag failed: busy", "caller failure: busy"}},
+        {1, {"changes", "caller success"}},
+        {0, {"caller cancel"}},
+    };
+    const std::size_t requests[] = {0, 1, 5, 6, 7, 8};
+    for (std::size_t e = 0; e < std::size(ends); ++e) {
+        const auto& [outcome, heard] = ends[e];
+        if (outcome < 0) h.monitor.Fail(requests[e], "busy");
+        if (outcome == 0) h.monitor.Cancel(requests[e]);
+        if (outcome > 0) h.monitor.Succeed(requests[e]);
+        EXPECT_EQ(h.heard.Take(), heard) << requests[e];
+    }
+
+    // Deleted mails stay hidden until the server reports them; then the set
+    // forgets the ids, and a mail of that id coming again shows.
+    EXPECT_FALSE(c.IsSentMail("s"));
+    h.monitor.Deliver(ScriptedMailboxMonitor::Change({.deleted = {"i"}, .from = 1, .to = 2},
+                                                     {.deleted = {"s"}, .from = 1, .to = 2}));
+    EXPECT_EQ(h.heard.Take(), Strings{"changes c= u= d=i | c= u= d=s"});
+    h.monitor.Deliver(
+        ScriptedMailboxMonitor::Change({.created = {ServerMail("i")}, .from = 2, .to = 3}, {}));
+    EXPECT_TRUE(c.IsInboxMail("i"));
 }
 
 TEST(MailClientTest, SentMailsAreCompletedByTheClientWhenAllowed) {
@@ -164,31 +179,6 @@ TEST(MailClientTest, SentMailsAreCompletedByTheClientWhenAllowed) {
     EXPECT_EQ(
         h.DescribeAll(),
         Strings{"SetMailsCompleted Sent s3 [ShowErrorInSetMailsRead,SentMailSetToCompleted]"});
-}
-
-TEST(MailClientTest, DeletedMailsStayHiddenUntilTheServerReportsThem) {
-    MailClientHarness h;
-    auto& c = *h.client;
-    h.monitor.Deliver(
-        ScriptedMailboxMonitor::Change({.created = {ServerMail("i")}, .to = 1},
-                                       {.created = {ServerMail("s", "me", true)}, .to = 1}));
-    h.heard.Take();
-    c.DeleteInboxMail("", h.CallerTask());
-    c.DeleteSentMails(Ids{"s"}, h.CallerTask());  // offline too: a delete goes regardless
-    c.DeleteInboxMail("i", KRC::MailClient::Task());
-    EXPECT_EQ(h.DescribeAll(),
-              (Strings{"DeleteMails Sent s [ShowErrorInMailDeleting,CallerHandler]",
-                       "DeleteMails Inbox i [ShowErrorInMailDeleting]"}));
-    h.monitor.Fail(0, "busy");
-    h.monitor.Succeed(1);
-    EXPECT_EQ(h.heard.Take(), (Strings{"delete failed: busy", "caller failure: busy", "changes"}));
-    h.monitor.Deliver(ScriptedMailboxMonitor::Change({.deleted = {"i"}, .from = 1, .to = 2},
-                                                     {.deleted = {"s"}, .from = 1, .to = 2}));
-    EXPECT_EQ(h.heard.Take(), Strings{"changes c= u= d=i | c= u= d=s"});
-    // The set forgot the ids: a mail of that id coming again shows.
-    h.monitor.Deliver(
-        ScriptedMailboxMonitor::Change({.created = {ServerMail("i")}, .from = 2, .to = 3}, {}));
-    EXPECT_TRUE(c.IsInboxMail("i"));
 }
 
 TEST(MailClientTest, StatusPresenceAndSignalsDriveTheMonitor) {
