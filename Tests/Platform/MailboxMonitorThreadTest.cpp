@@ -146,6 +146,7 @@ struct MailboxMonitorThreadTest : ::testing::Test {
 TEST_F(MailboxMonitorThreadTest, WholeBoxesIncrementsGapsAndNothingOfWhatCameAndWentWhileAway) {
     service->AddMail(kServer, inbox, Mail("m1"));
     service->AddMail(kServer, inbox, Mail("m2"));
+    EXPECT_ANY_THROW(service->AddMail("https://other.invalid", inbox, Mail("m9")));
     monitor.InitMailboxRevision(0, 0);
     ASSERT_TRUE(WaitForChanges(1) && WaitOnline());
     // Contacts come before the status: the user's own knows its inbox.
