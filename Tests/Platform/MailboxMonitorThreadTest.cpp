@@ -1,8 +1,8 @@
 // The mailbox monitor against the emulated mail server: the changes it
-// tells, the outcomes of a request, status on the server going and coming,
-// callers never blocked, and requests racing the stop. What the client
-// makes of it is the random mail sequences' ground. Every wait is bounded;
-// none sleeps.
+// tells, the outcomes of a request, a stop with a call held and work queued,
+// requests racing stops, and mails and signals on threads apart. What the
+// client makes of it is the random mail sequences' ground. Every wait is
+// bounded; none sleeps.
 
 #include <gtest/gtest.h>
 
