@@ -59,14 +59,9 @@ TEST(ClientMailTest, NewMailsTakeTheirIdAsThreadAndTheirTextAsOnePart) {
     ClientMail mail;
     EXPECT_FALSE(mail.GetId().IsEmpty());
     EXPECT_EQ(mail.GetThreadId(), mail.GetId());
-    mail.SetThreadId("");
-    EXPECT_EQ(mail.GetThreadId(), mail.GetId());
     mail.SetThreadId("t-2");
+    mail.SetThreadId("");  // refused
     EXPECT_EQ(mail.GetThreadId(), "t-2");
-    EXPECT_TRUE(mail.GetSender().IsEmpty());
-    EXPECT_EQ(mail.GetMessagePart(), "");
-    mail.SetSingleRecipient(Addr("you"));
-    EXPECT_EQ(mail.GetRecipients().Std(), std::vector<M::Address>{Addr("you")});
 
     // The text: added once, then replaced; long texts come back whole.
     std::string big(20000, 'x');
@@ -92,13 +87,11 @@ TEST(ClientMailTest, AttachmentScanOfReceivedMails) {
         {{TestDoc(R"([{"k":"first"}])"), TestDoc(R"([{"k":"second"}])")}, "KRC::TestAttachment;"},
         // An unknown class is passed over ...
         {{R"({"className":"Nope","headers":[]})", TestDoc()}, "KRC::TestAttachment;"},
-        // ... while no JSON, no object or a bad header ends the scan.
-        {{"not json", TestDoc()}, ""},
+        // ... while no object or a bad header ends the scan.
         {{"[1]", TestDoc()}, ""},
         {{TestDoc(), TestDoc(R"([{"a":"1","b":"2"}])"),
           R"({"className":"Test::Other","headers":[]})"},
          "KRC::TestAttachment;"},
-        {{"", TestDoc()}, ""},
     };
     for (const Case& c : cases) {
         ZR::Ref<M::Mail> server(new M::Mail(M::MailId("m")));
@@ -184,9 +177,7 @@ TEST(ClientMailTest, ReplyAllListsAndDisplayTexts) {
         KRC::Internal::CreateReplyAllList(mail, c.own, c.filter ? &contacts : nullptr, result);
         EXPECT_EQ(ClientMail::ToDisplayText(result), c.text);
     }
-    M::AddressList result;
-    ClientMail::CreateReplayAllList(mail, Addr("me"), nullptr, result);
-    EXPECT_EQ(ClientMail::ToDisplayText(result), "a, B1");
+    M::AddressList result{Addr("stale")};
     KRCB::Mailbox::MailboxMonitor monitor;  // knows nobody yet
     ClientMail::CreateReplayAllList(mail, Addr("me"), &monitor, result);
     EXPECT_EQ(ClientMail::ToDisplayText(result), "");

@@ -78,27 +78,4 @@ TEST_F(KrctlEmulateMailboxTest, RefusesWhatItCannotShowWithOneLine) {
     }
 }
 
-// A scenario with mailboxes, in the form the emulator writes, comes back
-// exactly from a command with --update.
-TEST_F(KrctlEmulateMailboxTest, MailboxesRoundTripExactlyThroughUpdate) {
-    const std::string scenario = R"({"servers": [{"url": "https://mail.example",
-      "users": [{"login": "anna", "id": "u-anna", "refreshToken": "rt"}],
-      "modelServers": [{"id": "ms", "path": "/ms", "version": [1, 0]}],
-      "projects": [{"path": "/P", "id": "p", "modelServer": "ms",
-                    "permissions": {"anna": ["ReadProject"]}}],
-      "mailboxes": [{"user": "anna", "box": "Inbox", "revision": 3, "mails": [
-        {"id": "m", "from": [{"mailbox": "u-anna/Sent", "name": "A"}], "sent": 5,
-         "importance": 2, "read": true, "completed": true, "headers": {"ThreadId": "t"},
-         "parts": [{"name": "T", "contentType": "text/plain", "text": "Hi"},
-                   {"name": "B", "data": "AQI="}]}]},
-                    {"mailbox": "x/Sent", "revision": 1, "mails": []}]}]})";
-    std::ofstream(Scenario()) << scenario;
-    auto check = Run({"emulate", Scenario(), "--update", "check", "--server",
-                      "https://mail.example", "--user", "anna", "--path", "/P"});
-    ASSERT_EQ(check.exitCode, 0) << check.err;
-    std::ifstream in(Scenario());
-    const Json written = Json::parse(in);
-    EXPECT_EQ(written["servers"][0]["mailboxes"], Json::parse(scenario)["servers"][0]["mailboxes"]);
-}
-
 }  // namespace

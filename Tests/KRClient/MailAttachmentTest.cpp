@@ -67,18 +67,14 @@ TEST(MailAttachmentTest, FactoryRebuildsRegisteredAttachmentsOnly) {
         {R"({"className":"KRC::TestAttachment","headers":[]})", "KRC::TestAttachment", false, ""},
         {R"({"className":"KRC::TestAttachment","headers":[{"k":"1"},{"j":""},{"k":"2"}],"more":0})",
          "KRC::TestAttachment", false, "k=1;j=;"},  // a repeated key keeps its first value
-        {R"({"className":"Test::Sticky","headers":[]})", "Test::Sticky", false, ""},
         {R"({"className":"","headers":[]})", nullptr, false, ""},
         {R"({"headers":[]})", nullptr, false, ""},
-        {R"({"className":7,"headers":[]})", nullptr, false, ""},
         {R"({"className":"Nope","headers":[]})", nullptr, true, ""},
         {R"({"className":"MailAttachment","headers":[]})", nullptr, true, ""},  // abstract
         {R"({"className":"Test::NoAttachment","headers":[]})", nullptr, false, ""},
-        {R"({"className":"KRC::TestAttachment"})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":{}})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":[{"a":"1","b":"2"}]})", nullptr, false,
          ""},
-        {R"({"className":"KRC::TestAttachment","headers":[{}]})", nullptr, false, ""},
         {R"({"className":"KRC::TestAttachment","headers":["a"]})", nullptr, false, ""},
         {R"({"className":"Test::Sticky","headers":[],"refuse":true})", nullptr, false, ""},
     };
@@ -147,27 +143,19 @@ TEST(MailAttachmentTest, JsonAndStoredFormsCarryClassAndProperties) {
 }
 
 TEST(MailAttachmentTest, QuestionsOfAMailAskEveryAttachment) {
-    auto mail = [](bool test, bool sticky) {
-        ZR::Ref<KRC::ClientMail> m(new KRC::ClientMail);
-        if (test) m->AddAttachment(KRC::TestAttachment());
-        if (sticky) m->AddAttachment(Sticky());
-        return m;
-    };
-    struct Case {
-        ZR::Ref<KRC::ClientMail> mail;
-        bool complete, senderActive, revoke;
-    } cases[] = {
-        {ZR::Ref<KRC::ClientMail>(), false, false, false},
-        {mail(false, false), true, false, false},
-        {mail(true, false), true, false, false},
-        {mail(true, true), false, true, true},
-        {mail(false, true), false, true, true},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(KRC::MailAttachment::IsAutomaticCompleteEnabledInMail(c.mail), c.complete);
-        EXPECT_EQ(KRC::MailAttachment::IsSenderNeedToBeActiveInMail(c.mail), c.senderActive);
-        EXPECT_EQ(KRC::MailAttachment::IsRevokeAttachmentInMail(c.mail), c.revoke);
+    using A = KRC::MailAttachment;
+    ZR::Ref<KRC::ClientMail> plain(new KRC::ClientMail), sticky(new KRC::ClientMail);
+    plain->AddAttachment(KRC::TestAttachment());
+    sticky->AddAttachment(KRC::TestAttachment());
+    sticky->AddAttachment(Sticky());
+    for (const auto& [mail, sticks] : {std::pair{plain, false}, std::pair{sticky, true}}) {
+        EXPECT_EQ(A::IsAutomaticCompleteEnabledInMail(mail), !sticks);
+        EXPECT_EQ(A::IsSenderNeedToBeActiveInMail(mail), sticks);
+        EXPECT_EQ(A::IsRevokeAttachmentInMail(mail), sticks);
     }
+    const ZR::Ref<KRC::ClientMail> none;
+    EXPECT_FALSE(A::IsAutomaticCompleteEnabledInMail(none) ||
+                 A::IsSenderNeedToBeActiveInMail(none) || A::IsRevokeAttachmentInMail(none));
 }
 
 }  // namespace

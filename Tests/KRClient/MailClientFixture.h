@@ -131,28 +131,24 @@ public:
         return ZR::Ref<MB::MailboxEventHandlerTask>(
             new MB::MailboxEventHandlerTask(&taskOwner, new CallerHandler(heard)));
     }
-    // "Op Box ids [Handler,Handler,caller]" of request i.
-    std::string Describe(std::size_t i) const {
-        auto r = monitor.Requests().at(i);
-        std::string s = r.op + (r.box.empty() ? "" : " " + r.box) + " ";
-        std::string sep;
-        for (const auto& id : r.ids) s += sep + id, sep = ",";
-        s += " [";
-        sep.clear();
-        for (const auto& task : r.tasks) {
-            std::string name = typeid(*task->GetHandler()).name();
-            for (const char* known :
-                 {"ShowErrorInMailSending", "SendMailFinished", "ShowErrorInMailDeleting",
-                  "ShowErrorInSetMailsRead", "InboxMailSetToCompleted", "InboxMailSetToRead",
-                  "SentMailSetToCompleted", "CallerHandler"})
-                if (name.find(known) != std::string::npos) name = known;
-            s += sep + name, sep = ",";
+    // "Op Box ids [Handler,Handler,caller]" of each request.
+    Strings DescribeAll() const {
+        Strings all;
+        for (const auto& r : monitor.Requests()) {
+            std::string s = r.op + (r.box.empty() ? "" : " " + r.box) + " ", sep;
+            for (const auto& id : r.ids) s += sep + id, sep = ",";
+            s += " [", sep.clear();
+            for (const auto& task : r.tasks) {
+                std::string name = typeid(*task->GetHandler()).name();
+                for (const char* known :
+                     {"ShowErrorInMailSending", "SendMailFinished", "ShowErrorInMailDeleting",
+                      "ShowErrorInSetMailsRead", "InboxMailSetToCompleted", "InboxMailSetToRead",
+                      "SentMailSetToCompleted", "CallerHandler"})
+                    if (name.find(known) != std::string::npos) name = known;
+                s += sep + name, sep = ",";
+            }
+            all.push_back(s + "]");
         }
-        return s + "]";
-    }
-    std::vector<std::string> DescribeAll() const {
-        std::vector<std::string> all;
-        for (std::size_t i = 0; i < monitor.Requests().size(); ++i) all.push_back(Describe(i));
         return all;
     }
 

@@ -10,14 +10,10 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <mutex>
 #include <thread>
 
-#include "KRCB/Paths.h"
-#include "KRClient/MailClient/UserContactFactory.h"
 #include "MailClientFixture.h"
-#include "Support/EmulatorFixture.h"
 
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
@@ -125,99 +121,22 @@ TEST(MailClientThreadTest, CloseAndDestructionRaceDeliveriesHostCallsAndRequestE
     }
 }
 
-TEST(MailClientThreadTest, DestructionWaitsForAHandlerRunningOnAnotherThread) {
-    for (int round = 0; round < 20; ++round) {
-        Watchdog watchdog("destruction against request ends");
-        MailClientHarness h;
-        h.monitor.SetStatus(true);
-        for (int i = 0; i < 20; ++i)
-            h.client->SetInboxMailsRead(Ids{ZR::UniString("m" + std::to_string(i))},
-                                        KRC::MailClient::Task());
-        std::thread ender([&] {
-            for (std::size_t i = 0; i < h.monitor.Requests().size(); ++i) h.monitor.Succeed(i);
-        });
-        h.client.reset();
-        ender.join();
-    }
-}
-
-// Pumps the message loop until cond holds; false past the bound.
-bool Await(const std::function<bool()>& cond) {
-    const auto end = std::chrono::steady_clock::now() + kBound;
-    while (!cond()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        ZR::MessageLoop::RunUntil(cond, 10);
-    }
-    return true;
-}
-
-// A user's mail client on a real monitor against the emulator.
-struct Desk {
-    Desk(const std::string& login, const std::string& token, const TempFolder& folder)
-        : location(ProjectLocation(login, token)),
-          monitor(location, ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
-          signals(kServer, ZR::UniString(login), ZR::UniString(token)),
-          manager(folder.Location()),
-          client(&monitor, &signals, &manager, false, 0,
-                 std::make_unique<RecordingErrorHandler>(heard)) {
-        monitor.Start();
-        EXPECT_TRUE(Await([&] { return client.IsOnline() && monitor.GetUserContact(); }));
-    }
-    ~Desk() {
-        client.Close();
-        monitor.Stop();
-    }
-    M::Address Inbox() {
-        M::Address address;
-        monitor.GetUserContact()->GetInboxMailboxAddress(address);
-        return address;
-    }
-    ZR::Ref<KRC::ClientMail> Send(const M::Address& to, const char* text) {
-        ZR::Ref<KRC::ClientMail> mail(new KRC::ClientMail);
-        mail->SetSingleRecipient(to);
-        mail->SetMessagePart(text);
-        client.SendMail(mail, KRC::MailClient::Task());
-        return mail;
-    }
-
-    Heard heard;
-    IO::Location location;
-    MB::MailboxMonitor monitor;
-    KRCB::SignalClient signals;
-    FolderManager manager;
-    KRC::MailClient client;
-};
-
-TEST(MailClientThreadTest, OfflineWorkReachesTheServerAndTheOtherUserOnTheWayBack) {
-    Watchdog watchdog("offline work against the emulator");
-    EmulatedService service;
-    ZR::MessageLoop::Scope loop;
-    TempFolder annaFolder, bertFolder;
-    Desk anna("anna", "rt-anna", annaFolder), bert("bert", "rt-bert", bertFolder);
-    auto first = bert.Send(anna.Inbox(), "one"), second = bert.Send(anna.Inbox(), "two");
-    ASSERT_TRUE(Await([&] { return anna.client.GetInboxMails().GetSize() == 2; }));
-
-    anna.client.PresenceStateChanged(KRCB::kPresenceCheckFailed);
-    ASSERT_TRUE(Await([&] { return !anna.client.IsOnline(); }));
-    anna.client.SetInboxMailRead(first->GetId());
-    anna.client.SetInboxMailCompleted(second->GetId());
-    auto reply = anna.Send(bert.Inbox(), "thanks");
-    EXPECT_EQ(anna.client.GetOutboxMails().GetSize(), 1u);
-
-    anna.client.PresenceStateChanged(KRCB::kPresenceOnline);
-    const std::string box = service->GetMailboxId(kServer, "anna", "Inbox");
-    auto flagsOnServer = [&] {
-        std::string flags;
-        for (const M::Mail& mail : service->GetMails(kServer, box))
-            flags += std::string(mail.IsRead() ? "r" : "-") + (mail.IsCompleted() ? "c" : "-");
-        return flags;
-    };
-    EXPECT_TRUE(Await([&] {
-        return anna.client.GetOutboxMails().IsEmpty() && bert.client.IsInboxMail(reply->GetId()) &&
-               flagsOnServer() == "r--c";
-    })) << flagsOnServer();
-    EXPECT_TRUE(anna.client.IsSentMail(reply->GetId()));
-    EXPECT_EQ(anna.heard.Take(), Strings{});
+// Another thread reads the client while the observer's call is under way:
+// it would wait forever if the lock were held.
+TEST(MailClientThreadTest, ObserversAreCalledOutsideTheLock) {
+    Watchdog watchdog("a read from inside an observer");
+    MailClientHarness h;
+    struct CrossReader : KRC::MailClientObserver {
+        std::size_t seen = 99;
+        void MailListChanged(KRC::MailClient& client, const MailboxChanges&) override {
+            std::thread([&] { seen = client.GetInboxMails().GetSize(); }).join();
+        }
+        ~CrossReader() override { DetachFromSources(); }
+    } reader;
+    h.client->Attach(reader);
+    h.monitor.Deliver(ScriptedMailboxMonitor::Change({.created = {ServerMail("a")}, .to = 1}, {}));
+    EXPECT_EQ(reader.seen, 1u);
+    h.client->Detach(reader);
 }
 
 }  // namespace

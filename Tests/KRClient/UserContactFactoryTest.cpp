@@ -92,20 +92,37 @@ protected:
 
 }  // namespace
 
-TEST_F(UserContactFactoryTest, BuildsContactsFromTheUsersAndTheirPictures) {
+TEST_F(UserContactFactoryTest, BuildsContactsFromTheUsersAndTheirPicturesAndReCreatesThem) {
     ZR::Ref<Guard> guard;
     auto jo = Create("u-jo", guard);
     ASSERT_TRUE(jo);
-    EXPECT_EQ(jo->GetOwnerId(), "u-jo");
     EXPECT_EQ(jo->GetName(), "Full jo");
     EXPECT_EQ(jo->GetUserName(), "jo");
     EXPECT_EQ(jo->GetUserColor(), Gfx::Color(0x10, 0x20, 0x30, 0x40));
-    EXPECT_EQ(jo->GetImage().GetWidth(), 4u);  // JPEG
-    EXPECT_TRUE(jo->HasLumbraMailboxSession());
+    EXPECT_EQ(jo->GetImage().GetWidth(), 4u);                     // JPEG
     EXPECT_EQ(Create("u-al", guard)->GetImage().GetWidth(), 4u);  // PNG, type in any case
     EXPECT_TRUE(Create("u-bo", guard)->GetImage().IsNull());      // another type
     EXPECT_TRUE(Create("u-cy", guard)->GetImage().IsNull());      // none at all
     EXPECT_EQ(service.CallCount(Op::kGetUserImage), 3);
+
+    // ReCreate keeps the user part without asking the server.
+    guard.Reset();
+    service.ResetCounts();
+    ContactSpec next;
+    next.ownerId = "u-jo";
+    next.activeSessions = {{"s9", "Inbox", "Mobile"}};
+    auto shape = next.Build();
+    auto again = std::dynamic_pointer_cast<const UserContact>(
+        factory
+            .ReCreateContact(jo, "u-jo", shape->GetMailboxIds(), shape->GetActiveSessions(),
+                             shape->GetSessions(), shape->GetSessionProperties(), client, guard)
+            .Std());
+    ASSERT_TRUE(again);
+    EXPECT_EQ(service.ServerCallCount(), 0);
+    EXPECT_EQ(again->GetName(), "Full jo");
+    EXPECT_EQ(again->GetImage(), jo->GetImage());
+    EXPECT_TRUE(again->HasActiveMobilMailboxSession());
+    EXPECT_FALSE(again->HasLumbraMailboxSession());
 
     // No user of that id: no contact, no exception. No client: nothing asked.
     EXPECT_FALSE(Create("u-nobody", guard));
@@ -165,25 +182,4 @@ TEST_F(UserContactFactoryTest, APictureThatFailsLeavesTheContactWithoutOne) {
     service.FailNext(Op::kGetUserImage, Fault{FaultKind::Foreign});
     EXPECT_THROW(Create("u-bo", guard), std::runtime_error);
     ZR::SetDebugOutput(nullptr);
-}
-
-TEST_F(UserContactFactoryTest, ReCreateKeepsTheUserPartWithoutAskingTheServer) {
-    ZR::Ref<Guard> guard;
-    auto jo = Create("u-jo", guard);
-    guard.Reset();
-    service.ResetCounts();
-    ContactSpec next;
-    next.ownerId = "u-jo";
-    next.activeSessions = {{"s9", "Inbox", "Mobile"}};
-    auto shape = next.Build();
-    auto again =
-        factory.ReCreateContact(jo, "u-jo", shape->GetMailboxIds(), shape->GetActiveSessions(),
-                                shape->GetSessions(), shape->GetSessionProperties(), client, guard);
-    auto contact = std::dynamic_pointer_cast<const UserContact>(again.Std());
-    ASSERT_TRUE(contact);
-    EXPECT_EQ(service.ServerCallCount(), 0);
-    EXPECT_EQ(contact->GetName(), "Full jo");
-    EXPECT_EQ(contact->GetImage(), jo->GetImage());
-    EXPECT_TRUE(contact->HasActiveMobilMailboxSession());
-    EXPECT_FALSE(contact->HasLumbraMailboxSession());
 }

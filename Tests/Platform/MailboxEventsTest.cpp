@@ -4,12 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "KRCB/MailboxMonitor.h"
-#include "KRCB/Operation.h"
 
 namespace {
 
@@ -75,17 +73,6 @@ TEST(MailboxEvents, ATaskReportsItsFirstResultOnceAndOnlyWhileItsResourceLives) 
     orphan->SetSuccessfulResult();
     orphan->Run();
     EXPECT_TRUE(log.empty());
-}
-
-TEST(MailboxEvents, BusyStateGuardsCountWhileTheyStand) {
-    const int before = KRCB::BusyStateGuard::GetCount();
-    {
-        KRCB::BusyStateGuard background(false);
-        auto busy = std::make_unique<KRCB::BusyStateGuard>(true);
-        EXPECT_EQ(KRCB::BusyStateGuard::GetCount(), before + 2);
-        EXPECT_TRUE(KRCB::Operation::OperationGuard::IsBusy());
-    }
-    EXPECT_EQ(KRCB::BusyStateGuard::GetCount(), before);
 }
 
 }  // namespace

@@ -4,13 +4,6 @@
 // changes, contact lists and status changes the test gives, on the test's
 // thread. So the mail client's merge rules can be tested exactly, apart from
 // the emulator and its thread.
-//
-//   ScriptedMailboxMonitor monitor;
-//   client = new KRC::MailClient(&monitor, ...);
-//   monitor.SetStatus(true);
-//   monitor.Deliver(ScriptedMailboxMonitor::Change({.created = {mail}, .to = 1}, {}));
-//   auto sent = monitor.Requests();           // what the client asked
-//   monitor.Fail(0, "no room");               // ends request 0 in its failure
 
 #include <atomic>
 #include <cstdint>
@@ -28,14 +21,9 @@ public:
     using Tasks = KRCB::Mailbox::MailboxEventHandlerTasks;
 
     struct Request {
-        /// "SendMails", "SetMailsRead", "SetMailsCompleted", "DeleteMails",
-        /// "UpdateContactList", "UpdateMails", "ResetConnection", "Suspend",
-        /// "Continue", "InitMailboxRevision".
-        std::string op;
-        std::string box;               ///< "Inbox" or "Sent" where the request names one
-        std::vector<std::string> ids;  ///< mails set or deleted, or sent
-        std::vector<Mail> mails;       ///< what SendMails was given
-        std::uint64_t inboxRevision = 0, sentRevision = 0;  ///< InitMailboxRevision's
+        std::string op;                // the name of the monitor's call
+        std::string box;               // "Inbox" or "Sent" where the call names one
+        std::vector<std::string> ids;  // mails set, deleted or sent; revisions of an init
         Tasks tasks;
     };
 
@@ -93,47 +81,35 @@ public:
     void Stop() override { mRunning = false; }
     bool IsRunning() const override { return mRunning; }
     void InitMailboxRevision(std::uint64_t inbox, std::uint64_t sent) override {
-        Request r = Named("InitMailboxRevision");
-        r.inboxRevision = inbox;
-        r.sentRevision = sent;
-        Record(std::move(r));
+        Record("InitMailboxRevision", {}, {std::to_string(inbox), std::to_string(sent)});
     }
     void SendMails(KRCB::Mailbox::ServerMails& mails, Tasks& tasks) override {
-        Request r = Named("SendMails");
+        std::vector<std::string> ids;
         for (const auto& mail : mails)
-            if (mail) r.mails.push_back(*mail), r.ids.push_back(mail->GetId().ToString().Std());
-        r.tasks = tasks;
-        Record(std::move(r));
+            if (mail) ids.push_back(mail->GetId().ToString().Std());
+        Record("SendMails", {}, ids, tasks);
     }
     void SetMailsRead(const KRCB::Mailbox::MailIdTable& ids, const ZR::UniString& box,
                       Tasks& tasks) override {
-        Record(WithIds("SetMailsRead", ids, box, tasks));
+        Record("SetMailsRead", box.Std(), Keys(ids), tasks);
     }
     void SetMailsCompleted(const KRCB::Mailbox::MailIdTable& ids, const ZR::UniString& box,
                            Tasks& tasks) override {
-        Record(WithIds("SetMailsCompleted", ids, box, tasks));
+        Record("SetMailsCompleted", box.Std(), Keys(ids), tasks);
     }
     void DeleteMails(const ZR::PagedArray<ZR::UniString, 8>& ids, const ZR::UniString& box,
                      Tasks& tasks) override {
-        Request r = Named("DeleteMails", box.Std());
-        for (const auto& id : ids) r.ids.push_back(id.Std());
-        r.tasks = tasks;
-        Record(std::move(r));
+        std::vector<std::string> list;
+        for (const auto& id : ids) list.push_back(id.Std());
+        Record("DeleteMails", box.Std(), list, tasks);
     }
-    void UpdateContactList(Tasks& tasks) override { Record(Named("UpdateContactList", "", tasks)); }
-    void UpdateMails(Tasks& tasks) override { Record(Named("UpdateMails", "", tasks)); }
-    void ResetConnection() override { Record(Named("ResetConnection")); }
-    void Suspend() override { Record(Named("Suspend")); }
-    void Continue() override { Record(Named("Continue")); }
+    void UpdateContactList(Tasks& tasks) override { Record("UpdateContactList", {}, {}, tasks); }
+    void UpdateMails(Tasks& tasks) override { Record("UpdateMails", {}, {}, tasks); }
+    void ResetConnection() override { Record("ResetConnection"); }
+    void Suspend() override { Record("Suspend"); }
+    void Continue() override { Record("Continue"); }
 
 private:
-    static Request Named(std::string op, std::string box = {}, const Tasks& tasks = {}) {
-        Request r;
-        r.op = std::move(op);
-        r.box = std::move(box);
-        r.tasks = tasks;
-        return r;
-    }
     static void Fill(const Box& box, KRCB::Mailbox::ServerMails& created,
                      KRCB::Mailbox::ServerMails& updated, KRCB::Mailbox::ServerMailIds& deleted) {
         for (const Mail& mail : box.created) created.Add(ZR::Ref<Mail>::Make(mail));
@@ -141,16 +117,15 @@ private:
         for (const std::string& id : box.deleted)
             deleted.Add(Kerrow::Server::Mail::MailId(ZR::UniString(id)));
     }
-    static Request WithIds(const char* op, const KRCB::Mailbox::MailIdTable& ids,
-                           const ZR::UniString& box, Tasks& tasks) {
-        Request r = Named(op, box.Std());
-        for (const auto& entry : ids) r.ids.push_back(entry.first.Std());
-        r.tasks = tasks;
-        return r;
+    static std::vector<std::string> Keys(const KRCB::Mailbox::MailIdTable& ids) {
+        std::vector<std::string> keys;
+        for (const auto& entry : ids) keys.push_back(entry.first.Std());
+        return keys;
     }
-    void Record(Request request) {
+    void Record(std::string op, std::string box = {}, std::vector<std::string> ids = {},
+                const Tasks& tasks = {}) {
         std::lock_guard<std::mutex> lock(mMutex);
-        mRequests.push_back(std::move(request));
+        mRequests.push_back({std::move(op), std::move(box), std::move(ids), tasks});
     }
     template <typename F>
     void End(std::size_t i, F&& set) {
