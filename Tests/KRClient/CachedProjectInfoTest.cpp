@@ -216,11 +216,14 @@ TEST_F(CachedProjectInfoTest, RefreshSeesAnotherWriterAtOnceAndAVanishedFolderFa
         EXPECT_EQ(mine.GetVisitCount(), i);
     }
 
+    // A failed write is reported; memory keeps the value and observers hear of it.
     std::filesystem::remove_all(mine.GetCacheFolderLocation().ToPath().Std());
     krtest::EventRecorder events;
     mine.SetVisitCount(4);
     ASSERT_EQ(events.errors.size(), 1u);
     EXPECT_EQ(events.errors[0].first, KRC::FileOpeningFailed);
+    EXPECT_EQ(mine.GetVisitCount(), 4u);
+    EXPECT_EQ(events.writes, 1);
 }
 
 TEST_F(CachedProjectInfoTest, TokenLivesInTheLoginDataStoreOnlyForKnownServers) {
