@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "KRClient/KRClient.h"
-#include "KRClient/RegistryFixture.h"
+#include "KRClient/KRClientExceptions.h"
 #include "KRClient/UserInterface/CachedProjectCheckTask.h"
 #include "Support/TempFolder.h"
 
@@ -25,18 +25,6 @@ TEST(FrameTest, ToStringPrintsTheWholeChain) {
     std::unique_ptr<ZR::ZRException> clone(top.Clone());
     EXPECT_EQ(KRC::ToString(*clone), KRC::ToString(top));
     EXPECT_NE(dynamic_cast<KRC::KRClientException*>(clone.get()), nullptr);
-}
-
-TEST(FrameTest, FileFailuresAtTheEdgeBecomeEvents) {
-    KRC::krcFileErrorEventSource.SendFileOperationFailed(KRC::FileReadingFailed,
-                                                         IO::Location());  // nobody listens
-    krtest::EventRecorder recorder;
-    EXPECT_FALSE(KRC::ReportFileFailures(
-        [] { throw KRC::ErrorWritingFile(krtest::Loc("/data/KRDataOptions.xml")); }));
-    EXPECT_TRUE(KRC::ReportFileFailures([] {}));
-    ASSERT_EQ(recorder.errors.size(), 1u);
-    EXPECT_EQ(recorder.errors[0],
-              std::make_pair(KRC::FileWritingFailed, std::string("/data/KRDataOptions.xml")));
 }
 
 TEST(FrameTest, StartResultSwitchesTheCachedProjectCheck) {
