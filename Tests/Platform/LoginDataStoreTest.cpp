@@ -152,10 +152,7 @@ TEST(LoginDataStoreJson, RoundTripsEverythingAndRefusesWhatItCantTake) {
     store.AddUser("https://b.example", User("zoë", "t\"o\\k\n", "Zoë Ωmega"));
     store.SetActiveUser("https://b.example", "zoë");
     store.SetActiveUser("https://a.example", "anna");
-    LoginDataStore back = LoginDataStore::FromJson(store.ToJson());
-    EXPECT_EQ(back, store);
-    EXPECT_EQ(back.GetActiveServer().GetUniqueURL(), "https://a.example");
-    EXPECT_EQ(back.GetActiveUser("https://b.example").GetUserName(), "zoë");
+    EXPECT_EQ(LoginDataStore::FromJson(store.ToJson()), store);  // active ones included
 
     // What the store takes, the file gives back.
     LoginDataStore odd;
