@@ -66,12 +66,11 @@ TEST_F(ConnectionManagerTest, ProviderWithoutOrWithAnotherManager) {
     EXPECT_FALSE(KRCB::LoginDataStore::ActiveConnection::GetInstance().IsSet());
 }
 
-TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRightsAndCountsTransactions) {
+TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRights) {
     krtest::EventRecorder writes;
     auto manager = Manager();
     EXPECT_EQ(writes.writes, 1);  // the new cache folder's first file
     EXPECT_FALSE(manager->CachedProjectInfoExisted());
-    EXPECT_TRUE(KRC::cachedProjectInfoObserver.IsAttached(*manager));
     ASSERT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
 
     // A later manager finds the record, with the rights as ids.
