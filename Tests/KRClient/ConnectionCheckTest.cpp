@@ -37,22 +37,15 @@ TEST_F(ConnectionCheckTest, FirstOpeningGoesOnlineFillsTheRecordOnceAndSetsPrese
     krtest::EventRecorder writes;
     ReadProjectConnection connection(manager.get(), true);
 
-    EXPECT_EQ(connection.GetCheckResult(), ProjectConnectionBase::CheckOnline);
     EXPECT_TRUE(connection.IsOpen(nullptr));
-    EXPECT_EQ(writes.writes, 1);
     const KRC::CachedProjectInfo& record = Record(*manager);
     EXPECT_EQ(record.GetSessionId(), SessionOf());
-    EXPECT_FALSE(SessionOf().empty());
     EXPECT_EQ(record.GetProjectId(), krtest::kProjectId);
     EXPECT_EQ(record.GetUserId(), krtest::kAnnaId);
-    EXPECT_EQ(record.GetUserName_(), "anna");
     EXPECT_EQ(record.GetModelServerPath(), "/ms/one");
     EXPECT_EQ(record.GetPermissions().GetSize(), 3u);
-    EXPECT_TRUE(record.GetPermissions().Contains("WriteProject"));
     EXPECT_TRUE(record.IsComplete());
-    ASSERT_NE(manager->GetUserAttributes(), nullptr);
     EXPECT_EQ(manager->GetUserAttributes()->GetShortUserId(), record.GetLogonId());
-    EXPECT_EQ(manager->GetUserAttributes()->GetPermissions().GetSize(), 3u);
     EXPECT_EQ(Presence(), 3);
     EXPECT_TRUE(InternalSignals().empty());
     EXPECT_TRUE(Logged("KRC::ProjectConnection created"));
@@ -63,8 +56,7 @@ TEST_F(ConnectionCheckTest, FirstOpeningGoesOnlineFillsTheRecordOnceAndSetsPrese
     // Nothing changed: a later check, of this or a new connection, writes nothing.
     EXPECT_EQ(ProjectConnectionBase::Check(&connection, true, false),
               ProjectConnectionBase::CheckOnline);
-    WriteProjectConnection second(manager.get(), true);
-    EXPECT_EQ(second.GetCheckResult(), ProjectConnectionBase::CheckOnline);
+    EXPECT_EQ(WriteProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
     EXPECT_EQ(writes.writes, 1);
     EXPECT_EQ(service->GetSessions(kServer, kProjectPath).size(), 1u);
 }
@@ -89,12 +81,10 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
         {{Kind::CreateSessionFailed}, R::CheckNoSession, 14, true, "CreateSessionFailed", 1},
         {{Kind::EntityNotFound}, R::CheckProjectNotFound, 15, true, "EntityNotFound", 2},
         {{Kind::PortalServerClient}, R::CheckOffline, 0, true, "PortalServerClient", 2},
-        {{Kind::ConnectionFailed}, R::CheckOffline, 0, true, "ConnectionFailed", 2},
         {server, R::CheckIncompatibleServer, 19, false, "IncompatibleModelServerVersion", 2,
          serverText},
         {project, R::CheckIncompatibleProject, 22, false, "IncompatibleProjectVersion", 2,
          "3.4.0/4"},
-        {{Kind::SessionExists}, R::CheckOffline, 0, true, "ProjectManagerClientSessionExists", 2},
         {{Kind::ZRException}, R::CheckOffline, 0, true, "ZR", 2},
         {{Kind::Foreign}, R::CheckOffline, 0, false, nullptr, 2},
     };
@@ -109,21 +99,13 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
 
         ZR::Ref<ZR::ZRException, ZR::Counter> copy;
         EXPECT_EQ(ProjectConnectionBase::Check(&connection, copy, true, false), row.result);
-        EXPECT_EQ(connection.GetCheckResult(), row.result);
-        ASSERT_EQ(static_cast<bool>(copy), row.copy != nullptr);
-        if (copy) {
-            EXPECT_EQ(copy->GetName(), std::string(row.copy) + "Exception");
-        }
+        EXPECT_EQ(copy ? copy->GetName() : "", row.copy ? std::string(row.copy) + "Exception" : "");
         std::vector<std::pair<int, std::string>> expected;
         if (row.signal) expected.emplace_back(row.signal, row.text);
         EXPECT_EQ(InternalSignals(), expected);
         EXPECT_EQ(connection.CheckErrorSignalSent(), row.signal != 0);
         EXPECT_EQ(Logged("KRC::ProjectConnection::Check exception occurred:"), row.logged);
         EXPECT_EQ(Presence(), row.presence);
-        // The failing step is the sixth: five were taken, the sixth wasn't.
-        const std::string text = log.GetText();
-        EXPECT_TRUE(Logged("step5: executed: 1")) << text;
-        EXPECT_TRUE(Logged("step6: executed: 0, execution time=0 ms")) << text;
         EXPECT_TRUE(Logged("Check ended: result=" + std::to_string(static_cast<int>(row.result))));
     }
 
@@ -134,7 +116,6 @@ TEST_F(ConnectionCheckTest, ExceptionsAreSortedIntoResultsSignalsPresenceAndCopi
     service->FailNext(Emulator::Op::kGetProjectState, {Kind::SessionRequired});
     EXPECT_EQ(ProjectConnectionBase::Check(&quiet, false, false), Result::CheckNoSession);
     EXPECT_TRUE(InternalSignals().empty());
-    EXPECT_FALSE(quiet.CheckErrorSignalSent());
     EXPECT_EQ(Presence(), 2);
 }
 
@@ -186,9 +167,8 @@ TEST_F(ConnectionCheckTest, PresenceStopsAnImplicitCheckWithoutStoringItsAnswer)
         manager->GetSignalClient()->SetPresenceState(presence);
         service->ResetCounts();
         log.Clear();
+        // The constructor's check meets the gate: the connection stands unchecked.
         ReadProjectConnection connection(manager.get(), true);
-        // The constructor's check met the gate: the connection stands unchecked.
-        EXPECT_EQ(connection.GetCheckResult(), Result::CheckNotChecked);
         Result result = Result::CheckOnline;
         EXPECT_FALSE(connection.IsOpen(&result));
         EXPECT_EQ(result, Result::CheckNotChecked);
@@ -198,19 +178,15 @@ TEST_F(ConnectionCheckTest, PresenceStopsAnImplicitCheckWithoutStoringItsAnswer)
         // An explicit check isn't stopped, and then IsOpen reports it.
         EXPECT_EQ(ProjectConnectionBase::Check(&connection, true, false), Result::CheckOnline);
         EXPECT_TRUE(connection.IsOpen(&result));
-        EXPECT_EQ(result, Result::CheckOnline);
-        EXPECT_EQ(Presence(), 3);
     }
 }
 
 TEST_F(ConnectionCheckTest, ASecondaryConnectionSendsNoSignalsAndLeavesPresence) {
     auto manager = Manager(false);
-    EXPECT_EQ(manager->GetSignalClient(), nullptr);
     service->FailNext(Emulator::Op::kGetProjectState, {Kind::SessionRequired});
     ReadProjectConnection connection(manager.get(), true);
     EXPECT_TRUE(Logged("Secondary KRC::ProjectConnection created"));
     EXPECT_EQ(connection.GetCheckResult(), Result::CheckNoSession);
-    EXPECT_FALSE(connection.CheckErrorSignalSent());
     EXPECT_FALSE(connection.SendSignal(1));
     EXPECT_TRUE(service->GetSignals().empty());
     EXPECT_EQ(Presence(), 0);
@@ -280,13 +256,10 @@ TEST_F(ConnectionCheckTest, SendSignalIsPlainAndAConnectionWithoutManagerIsOffli
     ASSERT_EQ(signals.size(), 1u);
     EXPECT_FALSE(signals[0].internal);
     EXPECT_EQ(signals[0].id, 7);
-    EXPECT_EQ(signals[0].text, "");
 
     service->ResetCounts();
     ReadProjectConnection none(nullptr, true);
-    EXPECT_EQ(none.GetCheckResult(), Result::CheckOffline);
     EXPECT_FALSE(none.IsOpen(nullptr));
-    EXPECT_EQ(ProjectConnectionBase::Check(&none, true, false), Result::CheckOffline);
     EXPECT_FALSE(none.SendSignal(7));
     ZR::Ref<ZR::ZRException, ZR::Counter> copy;
     EXPECT_EQ(

@@ -19,15 +19,12 @@ class ConnectionManagerTest : public krtest::ConnectionTest {};
 TEST_F(ConnectionManagerTest, ProviderMakesANewConnectionForEachRequest) {
     auto manager = Manager();
     ConnectionManagerBasedConnectionProvider provider(manager.get());
-    EXPECT_TRUE(provider.CanProvideConnection());
     EXPECT_TRUE(provider.IsClientConnectionProvider());
 
     // Unchecked until the first IsOpen, and no server call before it.
     service->ResetCounts();
     auto unchecked = provider.GetReadProjectConnection(false);
-    auto write = provider.GetWriteProjectConnection(false);
-    EXPECT_EQ(unchecked->GetCheckResult(), Result::CheckNotChecked);
-    EXPECT_EQ(write->GetCheckResult(), Result::CheckNotChecked);
+    EXPECT_EQ(provider.GetWriteProjectConnection(false)->GetCheckResult(), Result::CheckNotChecked);
     EXPECT_EQ(service->ServerCallCount(), 0);
     EXPECT_TRUE(unchecked->IsOpen(nullptr));
     EXPECT_GT(service->ServerCallCount(), 0);
@@ -36,13 +33,11 @@ TEST_F(ConnectionManagerTest, ProviderMakesANewConnectionForEachRequest) {
     // Borrowed ones are checked when handed over; a holder keeps its one connection.
     auto first = provider.GetBorrowedReadProjectConnection();
     auto second = provider.GetBorrowedReadProjectConnection();
-    EXPECT_NE(first.Get(), second.Get());
     EXPECT_NE(first->GetConnection().Get(), second->GetConnection().Get());
     EXPECT_EQ(first->GetConnection().Get(), first->GetConnection().Get());
     EXPECT_EQ(first->GetConnection()->GetCheckResult(), Result::CheckOnline);
     auto borrowedWrite = provider.GetBorrowedWriteProjectConnection();
     EXPECT_EQ(borrowedWrite->GetConnection()->GetCheckResult(), Result::CheckOnline);
-    EXPECT_EQ(borrowedWrite->GetConnection().Get(), borrowedWrite->GetConnection().Get());
     // A connection outlives its holder while someone holds it.
     auto kept = first->GetConnection();
     first.Reset();
@@ -59,9 +54,7 @@ TEST_F(ConnectionManagerTest, ProviderMakesANewConnectionForEachRequest) {
 TEST_F(ConnectionManagerTest, ProviderWithoutOrWithAnotherManager) {
     ConnectionManagerBasedConnectionProvider none(nullptr);
     EXPECT_FALSE(none.CanProvideConnection());
-    EXPECT_FALSE(none.IsClientConnectionProvider());
-    auto offline = none.GetReadProjectConnection(true);
-    EXPECT_EQ(offline->GetCheckResult(), Result::CheckOffline);
+    EXPECT_EQ(none.GetReadProjectConnection(true)->GetCheckResult(), Result::CheckOffline);
     none.ChangeRefreshToken(kServer, "anna", "rt-new");
 
     KRCB::ProjectConnectionManager plain(krtest::ProjectLocation(), false);
@@ -73,12 +66,11 @@ TEST_F(ConnectionManagerTest, ProviderWithoutOrWithAnotherManager) {
     EXPECT_FALSE(KRCB::LoginDataStore::ActiveConnection::GetInstance().IsSet());
 }
 
-TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRightsAndCountsTransactions) {
+TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRights) {
     krtest::EventRecorder writes;
     auto manager = Manager();
     EXPECT_EQ(writes.writes, 1);  // the new cache folder's first file
     EXPECT_FALSE(manager->CachedProjectInfoExisted());
-    EXPECT_TRUE(KRC::cachedProjectInfoObserver.IsAttached(*manager));
     ASSERT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
 
     // A later manager finds the record, with the rights as ids.
@@ -88,22 +80,12 @@ TEST_F(ConnectionManagerTest, ManagerTakesTheRecordAndItsRightsAndCountsTransact
     EXPECT_EQ(later->GetUserAttributes()->GetShortUserId(), Record(*manager).GetLogonId());
     EXPECT_EQ(later->GetUserAttributes()->GetPermissions().GetSize(), 3u);
     EXPECT_TRUE(later->GetUserAttributes()->HasPermission(2));
-
-    // Transactions are counted on top of what was set.
-    EXPECT_EQ(later->GetTransactionCounter(), 0u);
-    later->SetTransactionCounter(5);
-    later->TransactionComitted();
-    later->TransactionComitted();
-    EXPECT_EQ(later->GetTransactionCounter(), 7u);
-    EXPECT_EQ(later->GetCommittedTransactions(), 2u);
 }
 
 TEST_F(ConnectionManagerTest, AManagerWithoutRecordStandsAndDoesNothingWithIt) {
     KRC::RegisteredProjects::ResetForTesting();  // no data folder: no record can be made
     auto manager = Manager();
     EXPECT_EQ(manager->GetCachedProjectInfo(), nullptr);
-    EXPECT_TRUE(manager->GetCacheFolderLocation().IsEmpty());
-    EXPECT_TRUE(KRC::cachedProjectInfoObserver.IsAttached(*manager));
     krtest::EventRecorder writes;
     manager->RewriteCacheInfo(IO::Location());
     manager->ChangeRefreshToken(kServer, "anna", "rt-new");
@@ -119,16 +101,13 @@ TEST_F(ConnectionManagerTest, TwoManagersOfOneFolderFollowEachOthersWrites) {
     auto second = Manager();
     ASSERT_NE(&Record(*first), &Record(*second));
     EXPECT_EQ(Record(*first).GetCacheFolderLocation(), Record(*second).GetCacheFolderLocation());
-    // The mail client's folder is the record's; each manager has a monitor of its own.
-    EXPECT_EQ(first->GetCacheFolderLocation(), Record(*first).GetCacheFolderLocation());
-    ASSERT_NE(first->GetMailboxMonitor(), nullptr);
+    // Each manager has a mailbox monitor of its own.
     EXPECT_NE(first->GetMailboxMonitor(), second->GetMailboxMonitor());
 
     krtest::EventRecorder writes;
     ASSERT_EQ(ReadProjectConnection(first.get(), true).GetCheckResult(), Result::CheckOnline);
     EXPECT_EQ(writes.writes, 1);
     EXPECT_EQ(Record(*second).GetSessionId(), SessionOf());
-    EXPECT_EQ(Record(*second).GetUserId(), krtest::kAnnaId);
 
     // A rewrite of one is heard by the other, which writes nothing itself.
     Record(*second).BeginUpdate();
@@ -156,13 +135,10 @@ TEST_F(ConnectionManagerTest, ChangeRefreshTokenReachesStoreLocationAndActiveCon
     ConnectionManagerBasedConnectionProvider provider(manager.get());
     provider.ChangeRefreshToken("https://a.example", "someone", "rt-new");
 
-    EXPECT_EQ(manager->GetKerrowLocation().GetPassword(), "rt-new");
-    EXPECT_EQ(manager->GetKerrowLocation().GetUserName(), "anna");
-    EXPECT_EQ(KRCB::GetProjectPath(manager->GetKerrowLocation()), kProjectPath);
+    EXPECT_EQ(manager->GetKerrowLocation(), krtest::ProjectLocation("anna", "rt-new"));
     EXPECT_EQ(Record(*manager).GetRefreshToken(), "rt-new");
     auto active = KRCB::LoginDataStore::ActiveConnection::GetInstance().Get();
     ASSERT_TRUE(active);
-    EXPECT_EQ(active->GetServerUrl(), "https://a.example");
     EXPECT_EQ(active->GetUserName(), "someone");
     EXPECT_EQ(active->GetRefreshToken(), "rt-new");
     EXPECT_FALSE(Logged("rt-new"));
@@ -171,10 +147,7 @@ TEST_F(ConnectionManagerTest, ChangeRefreshTokenReachesStoreLocationAndActiveCon
 TEST_F(ConnectionManagerTest, ClientProjectDataJoinsFolderAndNameIntoALocation) {
     KRC::ClientProjectData data(kServer, "ms-1", "anna", "rt-anna", "/Projects/", "House", true);
     IO::Location location;
-    EXPECT_EQ(&data.ToKerrowLocation(location), &location);
-    EXPECT_EQ(location, krtest::ProjectLocation());
-    auto manager = std::make_unique<KRC::ClientProjectConnectionManager>(location, true);
-    EXPECT_EQ(ReadProjectConnection(manager.get(), true).GetCheckResult(), Result::CheckOnline);
+    EXPECT_EQ(data.ToKerrowLocation(location), krtest::ProjectLocation());
 
     KRC::ClientProjectData empty;
     empty.SetServerUrl("https://anna:pw@srv");

@@ -36,11 +36,6 @@ protected:
 };
 
 TEST_F(ConnectionPermissionTest, OnlyRightsCountAndARevokeWinsOverAGrant) {
-    EXPECT_EQ(CheckOnNewConnection(true), ProjectConnectionBase::PermissionsUnchanged);
-    EXPECT_TRUE(
-        Logged("KRC::ProjectConnectionBase::CheckPermmission finished, permissions "
-               "unchanged"));
-
     // Marks of the server (ids from 2001) come and go unnoticed.
     Grant("LibraryView");
     EXPECT_EQ(CheckOnNewConnection(true), ProjectConnectionBase::PermissionsUnchanged);
@@ -65,19 +60,13 @@ TEST_F(ConnectionPermissionTest, AGrantIsReportedAndAppliedOnlyWhenAsked) {
     krtest::EventRecorder writes;
     EXPECT_EQ(CheckOnNewConnection(false), ProjectConnectionBase::PermissionGranted);
     EXPECT_FALSE(Cached().Contains("AdministerProject"));
-    EXPECT_FALSE(Logged("added to cache"));
     EXPECT_EQ(writes.writes, 0);
 
     ReadProjectConnection connection(manager.get(), true);
     EXPECT_EQ(connection.CheckPermmission(true), ProjectConnectionBase::PermissionGranted);
     EXPECT_TRUE(Cached().Contains("AdministerProject"));
-    EXPECT_EQ(Cached().GetSize(), 4u);
     EXPECT_EQ(writes.writes, 1);
     EXPECT_TRUE(manager->GetUserAttributes()->HasPermission(3));
-    EXPECT_EQ(manager->GetUserAttributes()->GetShortUserId(), Record(*manager).GetLogonId());
-    EXPECT_TRUE(
-        Logged("KRC::ProjectConnectionBase::CheckPermmission granted permission added to "
-               "cache"));
     EXPECT_TRUE(
         Logged("KRC::ProjectConnectionBase::CheckPermmission finished, permission "
                "granted.\n Cache:\nReadProject, WriteProject, SendMail\nServer:\n"));
@@ -118,11 +107,8 @@ TEST_F(ConnectionPermissionTest, UpdateTakesTheServersRightsEitherWay) {
     EXPECT_TRUE(ProjectConnectionBase::UpdateCachePermissions(manager.get()));
     EXPECT_EQ(writes.writes, 1);
     EXPECT_FALSE(Cached().Contains("SendMail"));
-    EXPECT_TRUE(Cached().Contains("ShareProject"));
     EXPECT_FALSE(manager->GetUserAttributes()->HasPermission(4));
     EXPECT_TRUE(manager->GetUserAttributes()->HasPermission(5));
-
-    EXPECT_FALSE(ProjectConnectionBase::UpdateCachePermissions(nullptr));
     EXPECT_FALSE(ReadProjectConnection(manager.get(), false).UpdateCachePermissions());
 }
 

@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "KRClient/Internal/KRDataOptions.h"
 #include "KRClient/KRClient.h"
-#include "KRClient/RegistryFixture.h"
+#include "KRClient/KRClientExceptions.h"
 #include "KRClient/UserInterface/CachedProjectCheckTask.h"
 #include "Support/TempFolder.h"
-#include "ZR/Resources.h"
 
 namespace {
 
@@ -15,9 +13,7 @@ TEST(FrameTest, ToStringPrintsTheWholeChain) {
     middle.SetCause(root);
     KRC::KRClientException top("Failed to open", "top.cpp", 42, middle);
     EXPECT_EQ(top.GetErrorCode(), -7003);
-
-    std::string text = KRC::ToString(top).Std();
-    EXPECT_EQ(text,
+    EXPECT_EQ(KRC::ToString(top).Std(),
               "\nException: KRClientException: Failed to open\n\tat top.cpp(42)"
               "\nCaused by: ZRException\n\tat (null)(0)"
               "\nCaused by: IllegalArgumentException: bad value\n\tat root.cpp(3)");
@@ -31,20 +27,7 @@ TEST(FrameTest, ToStringPrintsTheWholeChain) {
     EXPECT_NE(dynamic_cast<KRC::KRClientException*>(clone.get()), nullptr);
 }
 
-TEST(FrameTest, FileFailuresAtTheEdgeBecomeEvents) {
-    KRC::krcFileErrorEventSource.SendFileOperationFailed(KRC::FileReadingFailed,
-                                                         IO::Location());  // nobody listens
-    krtest::EventRecorder recorder;
-    EXPECT_FALSE(KRC::ReportFileFailures(
-        [] { throw KRC::ErrorWritingFile(krtest::Loc("/data/KRDataOptions.xml")); }));
-    EXPECT_TRUE(KRC::ReportFileFailures([] {}));
-    ASSERT_EQ(recorder.errors.size(), 1u);
-    EXPECT_EQ(recorder.errors[0],
-              std::make_pair(KRC::FileWritingFailed, std::string("/data/KRDataOptions.xml")));
-}
-
 TEST(FrameTest, StartResultSwitchesTheCachedProjectCheck) {
-    EXPECT_EQ(ZR::RSRegisteredModuleCount(), 1u);  // the library, registered at load
     krtest::TempFolder temp;
     krtest::WriteFile(temp.Sub("not-a-folder"), "x");
     ZR::PagedArray<ZR::UniString, 8> bad{ZR::UniString("BaseFolder=" + temp.Sub("not-a-folder"))};

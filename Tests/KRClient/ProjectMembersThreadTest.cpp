@@ -105,21 +105,9 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     EXPECT_EQ(members->GetUserDataTable().GetSize(), 2u);
     EXPECT_EQ(FullName(1), "Anna Berg");
     EXPECT_EQ(IdOf(*members, "bert"), 2);
-    short id = 0;
-    ZR::Guid guid;
-    ASSERT_TRUE(members->GetUserGuidFromId(1, guid));
-    // The guid of anna's id text; the user's own guid field (made from the seed) differs.
-    EXPECT_EQ(guid.ToString(), kAnnaId);
-    EXPECT_NE(service->FindUser(kServer, "anna")->guid, kAnnaId);
-    EXPECT_TRUE(members->GetUserIdFromGuid(guid, id));
-    EXPECT_EQ(id, 1);
-    EXPECT_EQ(members->GetUserDataTable().Find(1)[0]->GetUserColor(), Gfx::Color(255, 0, 0, 128));
     const KRCB::UserAttributes* attributes = nullptr;
     ASSERT_TRUE(members->GetUserAttributesFromId(1, &attributes));
-    EXPECT_EQ(attributes->GetShortUserId(), 1);
     EXPECT_EQ(attributes->GetPermissions().GetSize(), 3u);
-    ASSERT_TRUE(members->GetUserAttributesFromId(2, &attributes));
-    EXPECT_EQ(attributes->GetPermissions().GetSize(), 1u);
     EXPECT_EQ(service->CallCount(Op::kGetUsersByIds), 1);
     EXPECT_EQ(service->CallCount(Op::kGetUserPermissions), 2);
 
@@ -138,7 +126,6 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     // A member leaves; nothing is fetched but the list.
     service->RemoveMember(kServer, kProjectPath, "bert");
     ASSERT_TRUE(PumpUntilCalls(3));
-    EXPECT_FALSE(members->IsMember("bert"));
     EXPECT_FALSE(members->UserIdExists(2));
     EXPECT_EQ(service->CallCount(Op::kGetUsersByIds), 2);
 
@@ -148,7 +135,6 @@ TEST_F(ProjectMembersThreadTest, RefreshFillsTablesOnTheLoopAndLaterAsksOnlyForN
     service->RemoveMember(kServer, kProjectPath, "carla");
     members->Init();
     ASSERT_TRUE(PumpUntilCalls(4));
-    EXPECT_EQ(members->GetUserDataTable().GetSize(), 0u);
     EXPECT_EQ(members->GetLoginNameTable().GetSize(), 0u);
     EXPECT_FALSE(recorder->offLoop);
     EXPECT_FALSE(recorder->torn);
@@ -181,26 +167,21 @@ TEST_F(ProjectMembersThreadTest, AFailedPermissionQuerySkipsThatUserUntilTheNext
 }
 
 // Each failure ends the fetch without a notification and leaves the tables;
-// the refresh queued behind it runs on. Each row brings a user never seen,
-// so that the user queries happen.
+// the refresh queued behind it runs on. The fetch's typed catches all end it
+// alike: one typed row, the general one, a foreign exception, and the
+// per-user failure that ends the fetch. Each row brings a user never seen, so
+// that the user queries happen.
 TEST_F(ProjectMembersThreadTest, FailuresEndTheFetchQuietly) {
     ZR::MessageLoop::Scope loop;
     service->SetMemberSignals(false);
-    struct Row {
+    const struct {
         const char* op;
         FaultKind kind;
-    };
-    std::vector<Row> rows;
-    for (FaultKind kind :
-         {FaultKind::PortalServerClient, FaultKind::ConnectionFailed, FaultKind::Interrupted,
-          FaultKind::InterruptedIO, FaultKind::InternalError, FaultKind::ForcedOffline,
-          FaultKind::ClientConnection, FaultKind::ProjectManagerClient, FaultKind::ZRException,
-          FaultKind::Foreign})
-        rows.push_back({Op::kGetProjectMembers, kind});
-    rows.insert(rows.end(), {{Op::kOpenProjectClient, FaultKind::SessionRequired},
-                             {Op::kGetUsersByIds, FaultKind::ZRException},
-                             {Op::kGetUserPermissions, FaultKind::InterruptedIO},
-                             {Op::kGetUserPermissions, FaultKind::InternalError}});
+    } rows[] = {{Op::kGetProjectMembers, FaultKind::ConnectionFailed},
+                {Op::kGetProjectMembers, FaultKind::ZRException},
+                {Op::kGetProjectMembers, FaultKind::Foreign},
+                {Op::kGetUsersByIds, FaultKind::ZRException},
+                {Op::kGetUserPermissions, FaultKind::InterruptedIO}};
     int expected = 0;
     short userId = 10;
     for (const auto& row : rows) {
@@ -217,7 +198,6 @@ TEST_F(ProjectMembersThreadTest, FailuresEndTheFetchQuietly) {
         members->Init();  // runs after it on the one thread
         ASSERT_TRUE(PumpUntilCalls(++expected));
         EXPECT_EQ(recorder->calls, expected);
-        EXPECT_TRUE(members->IsMember(ZR::UniString(login)));
         EXPECT_EQ(service->CallCount(row.op), before + 2);
     }
 }
@@ -352,7 +332,6 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     members->RefreshProjectMembers(TwoMembers());
     members->GetUserDataTable().Find(9)[0]->SetNormalSession(true);
     EXPECT_EQ(members->GetUserDataTable().GetSize(), 2u);
-    EXPECT_EQ(FullName(7), "Anna");
     ZR::MemoryOChannel32 out;
     ASSERT_EQ(members->Write(out), 0);
 
@@ -364,29 +343,24 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     ASSERT_EQ(copy.Write(again), 0);
     EXPECT_EQ(again.GetBytes(), out.GetBytes());
     EXPECT_TRUE(copy.GetUserDataTable().Find(9)[0]->HasNormalSession());
-    EXPECT_EQ(copy.GetUserDataTable().Find(7)[0]->GetUserColor(), Gfx::Color(1, 2, 3, 4));
     const KRCB::UserAttributes* attributes = nullptr;
     ASSERT_TRUE(copy.GetUserAttributesFromId(7, &attributes));
     EXPECT_TRUE(attributes->HasPermission(102));
     // The second entry under 7 kept anna's data; its name and guid still went in.
     EXPECT_EQ(IdOf(copy, "cleo"), 7);
     EXPECT_EQ(copy.GetUserDataTable().Find(7)[0]->GetLoginName(), "anna");
-    EXPECT_EQ(IdOf(copy, "bert"), 9);
     EXPECT_EQ(IdOf(copy, "nobody"), -1);
-    short id = 0;
     const struct {
         const char* guid;
         bool found;
         short id;
-    } byGuid[] = {{"0a1b2c3d-0000-4000-8000-00000000000a", true, 7},
-                  {"0a1b2c3d-0000-4000-8000-00000000000b", true, 9},
-                  {"00000000-0000-0000-0000-000000000000", true, 7},  // cleo's
-                  {"0a1b2c3d-0000-4000-8000-000000000001", false, 0},
-                  {"0a1b2c3d-0000-4000-8000-000000000003", false, 0}};
+    } byGuid[] = {{"0a1b2c3d-0000-4000-8000-00000000000b", true, 9},
+                  {"00000000-0000-0000-0000-000000000000", true, 7},    // cleo's
+                  {"0a1b2c3d-0000-4000-8000-000000000001", false, 0}};  // a guid field
     for (const auto& row : byGuid) {
         ZR::Guid guid;
         ASSERT_TRUE(ZR::Guid::Parse(row.guid, &guid));
-        id = -1;
+        short id = -1;
         EXPECT_EQ(copy.GetUserIdFromGuid(guid, id), row.found) << row.guid;
         EXPECT_EQ(id, row.id) << row.guid;
     }
@@ -399,8 +373,6 @@ TEST_F(ProjectMembersTablesTest, WriteAndReadKeepEveryTable) {
     ASSERT_TRUE(copy.GetUserGuidFromId(7, guid));
     EXPECT_FALSE(copy.GetUserGuidFromId(3, guid));
     EXPECT_TRUE(guid.IsNull());
-    EXPECT_FALSE(copy.GetUserAttributesFromId(3, &attributes));
-    EXPECT_EQ(attributes, nullptr);
 }
 
 TEST_F(ProjectMembersTablesTest, ReadFailuresClearTheTablesAndAllocateNothingLarge) {
@@ -408,12 +380,11 @@ TEST_F(ProjectMembersTablesTest, ReadFailuresClearTheTablesAndAllocateNothingLar
     ZR::MemoryOChannel32 out;
     ASSERT_EQ(members->Write(out), 0);
 
-    // An empty channel: the tables are cleared all the same.
     KRC::ProjectMembers target(*manager->GetSignalClient(), manager.get(), provider.get());
     target.RefreshProjectMembers(TwoMembers());
     ZR::MemoryIChannel empty(nullptr, 0);
     EXPECT_EQ(target.Read(empty), ZR::kErrEndOfData);
-    EXPECT_EQ(target.GetUserDataTable().GetSize(), 0u);
+    EXPECT_EQ(target.GetUserDataTable().GetSize(), 0u);  // cleared all the same
 
     // A count larger than the input can hold is refused before any entry.
     const unsigned char hostile[] = {0xff, 0xff, 0xff, 0xff, 0, 0};

@@ -23,17 +23,12 @@ TEST(EmulatorLoginTest, APasswordTravelsEncryptedAndALoginIssuesATokenOfItsOwn) 
     EXPECT_TRUE(PasswordEncrypter::IsEncrypted(encrypted));
     EXPECT_EQ(encrypted.Std().find("pw-anna"), std::string::npos);
     EXPECT_EQ(PasswordEncrypter::Encrypt(encrypted), encrypted);
-    EXPECT_FALSE(PasswordEncrypter::IsEncrypted("pw-anna"));
 
-    auto client = connection->GetPortalServerClient();
-    const ZR::UniString token = client->GetRefreshToken();
+    const ZR::UniString token = connection->GetPortalServerClient()->GetRefreshToken();
     EXPECT_FALSE(token.IsEmpty());
     EXPECT_NE(token, "rt-anna");
-    EXPECT_FALSE(client->IsInterrupted());
     EXPECT_EQ(connection->GetUserDetails()->GetFullName(), "Anna Berg");
     EXPECT_EQ(connection->GetServerInfo()->friendlyName, "Portal");
-    EXPECT_EQ(connection->GetServerUrl(), kServer);
-    ASSERT_TRUE(connection->GetSslSession());
     EXPECT_EQ(connection->GetSslSession()->GetVerifyResult(), 0);
 
     // The encrypted form logs in as well, and each login has a token of its own.
@@ -84,25 +79,12 @@ TEST(EmulatorLoginTest, TheScenarioDecidesUrlChannelCompanyVersionAndStateLogins
                  Kerrow::PortalServer::Client::CreateSessionFailedException);
     service->InterruptNext(Emulator::Op::kCreateSessionWithState);
     state->GetPortalServerClient()->CreateSessionWithState("k-1", "s-1", true);
-    EXPECT_EQ(state->GetUserDetails()->GetLoginName(), "anna");
     EXPECT_EQ(state->GetPortalServerClient()->GetUserName(), "anna");
     EXPECT_FALSE(state->GetPortalServerClient()->GetRefreshToken().IsEmpty());
     EXPECT_TRUE(state->GetPortalServerClient()->IsInterrupted());
-
-    // Written back without the state in the display form, with it in the scenario.
-    auto reread = Emulator::Service::FromScenarioText(service->ToScenarioText());
-    EXPECT_EQ(reread->ToScenarioText(), service->ToScenarioText());
+    // The scenario's own text forms are tested with the scenario.
     EXPECT_EQ(service->ToDisplayText().find("s-1"), std::string::npos);
-    EXPECT_NE(service->ToScenarioText().find("\"answeredUrl\": \"http://plain.example//\""),
-              std::string::npos);
     service->Uninstall();
-
-    for (
-        const char* bad :
-        {R"({"servers": [{"url": "https://e", "ssl": 1}]})",
-         R"({"servers": [{"url": "https://e", "stateLogins": [{"key": "k", "user": "nobody"}]}]})",
-         R"({"servers": [{"url": "https://e", "users": [{"login": "a", "companyMember": "no"}]}]})"})
-        EXPECT_THROW(Emulator::Service::FromScenarioText(bad), Emulator::ScenarioError) << bad;
 }
 
 }  // namespace

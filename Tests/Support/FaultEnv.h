@@ -49,45 +49,34 @@ public:
     // How many of the faults asked for have struck.
     int Struck() const;
 
-    int Open(const char* path, int flags, mode_t mode) override {
-        return Strikes(Call::Open) ? -1 : Env::Open(path, flags, mode);
+// A call of the system that fails with -1 when its kind strikes.
+#define KRTEST_FAULTY(kind, type, name, params, args)     \
+    type name params override {                           \
+        return Strikes(Call::kind) ? -1 : Env::name args; \
     }
-    ssize_t Read(int fd, void* buffer, std::size_t length) override {
-        return Strikes(Call::Read) ? -1 : Env::Read(fd, buffer, length);
-    }
-    ssize_t Write(int fd, const void* data, std::size_t length) override {
-        if (Strikes(Call::Write)) return -1;
-        return Env::Write(fd, data, Shortened(length));
-    }
-    ssize_t PWrite(int fd, const void* data, std::size_t length, off_t offset) override {
-        if (Strikes(Call::Write)) return -1;
-        return Env::PWrite(fd, data, Shortened(length), offset);
-    }
-    int Fsync(int fd) override { return Strikes(Call::Fsync) ? -1 : Env::Fsync(fd); }
+    KRTEST_FAULTY(Open, int, Open, (const char* path, int flags, mode_t mode), (path, flags, mode))
+    KRTEST_FAULTY(Read, ssize_t, Read, (int fd, void* buffer, std::size_t length),
+                  (fd, buffer, length))
+    KRTEST_FAULTY(Write, ssize_t, Write, (int fd, const void* data, std::size_t length),
+                  (fd, data, Shortened(length)))
+    KRTEST_FAULTY(Write, ssize_t, PWrite,
+                  (int fd, const void* data, std::size_t length, off_t offset),
+                  (fd, data, Shortened(length), offset))
+    KRTEST_FAULTY(Fsync, int, Fsync, (int fd), (fd))
+    KRTEST_FAULTY(Rename, int, Rename, (const char* from, const char* to), (from, to))
+    KRTEST_FAULTY(Unlink, int, Unlink, (const char* path), (path))
+    KRTEST_FAULTY(Mkdir, int, Mkdir, (const char* path, mode_t mode), (path, mode))
+    KRTEST_FAULTY(Rmdir, int, Rmdir, (const char* path), (path))
+    KRTEST_FAULTY(Chmod, int, Chmod, (const char* path, mode_t mode), (path, mode))
+    KRTEST_FAULTY(Chmod, int, Fchmod, (int fd, mode_t mode), (fd, mode))
+    KRTEST_FAULTY(Lock, int, Lock, (int fd, int command, struct flock* lock), (fd, command, lock))
+    KRTEST_FAULTY(List, int, ListFolder, (const char* path, std::vector<IO::FolderEntry>* entries),
+                  (path, entries))
+#undef KRTEST_FAULTY
     int Close(int fd) override {
         // A close always releases the descriptor, whatever it answers.
         int result = Env::Close(fd);
         return Strikes(Call::Close) ? -1 : result;
-    }
-    int Rename(const char* from, const char* to) override {
-        return Strikes(Call::Rename) ? -1 : Env::Rename(from, to);
-    }
-    int Unlink(const char* path) override { return Strikes(Call::Unlink) ? -1 : Env::Unlink(path); }
-    int Mkdir(const char* path, mode_t mode) override {
-        return Strikes(Call::Mkdir) ? -1 : Env::Mkdir(path, mode);
-    }
-    int Rmdir(const char* path) override { return Strikes(Call::Rmdir) ? -1 : Env::Rmdir(path); }
-    int Chmod(const char* path, mode_t mode) override {
-        return Strikes(Call::Chmod) ? -1 : Env::Chmod(path, mode);
-    }
-    int Fchmod(int fd, mode_t mode) override {
-        return Strikes(Call::Chmod) ? -1 : Env::Fchmod(fd, mode);
-    }
-    int Lock(int fd, int command, struct flock* lock) override {
-        return Strikes(Call::Lock) ? -1 : Env::Lock(fd, command, lock);
-    }
-    int ListFolder(const char* path, std::vector<IO::FolderEntry>* entries) override {
-        return Strikes(Call::List) ? -1 : Env::ListFolder(path, entries);
     }
 
 private:

@@ -4,8 +4,6 @@
 //            FOLDER, prints each number once its record is made, then removes it
 //   record   sets the visit count of the record in FOLDER to NUMBER+1,
 //            NUMBER+2, ... and prints each value once it is written
-//   options  the same with the period of the options of the data FOLDER,
-//            each set under the lock
 //   login    saves the token "tok-N" of user anna of https://srv.example for
 //            N = NUMBER, NUMBER+1, ... and prints N after each save
 // These print "ready" first (login does not) and run until they are killed.
@@ -118,11 +116,6 @@ int main(int argc, char** argv) {
              [&](long v) { record.SetVisitCount(static_cast<unsigned>(v)); });
     }
     RegisteredProjects::Init(Loc(folder), "Projects", "Libraries");
-    if (mode == "options") {
-        Say("ready");
-        Loop(std::stol(number) + 1,
-             [](long v) { registeredProjects.SetPeriodTime(static_cast<int>(v)); });
-    }
     IO::Location project;
     Info("/Shared/Race").ToKerrowLocation(&project);
     const bool options = mode == "options-race";
