@@ -42,40 +42,53 @@ const char* const kScenario = R"({
   ]
 })";
 
-TEST(EmulatorScenario, ALoadedScenarioServesItsState) {
-    auto service = Emulator::Service::FromScenarioText(kScenario);
+TEST(EmulatorScenario, ALoadedScenarioServesItsStateAndWritesBackWhatClientsChanged) {
+    auto service = Emulator::Service::FromScenarioText(kScenario, 3);
     service->Install();
-    auto anna = service->FindUser(kServer, "ANNA");
-    ASSERT_TRUE(anna);
-    EXPECT_EQ(anna->color, "#ff0000ff");
-    EXPECT_EQ(anna->picture,
-              (std::vector<unsigned char>{0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'}));
     // What the scenario leaves out is made from the seed.
-    auto bert = service->FindUser(kServer, "bert");
+    auto bert = service->FindUser(kServer, "BERT");
+    ASSERT_TRUE(bert);
     ZR::Guid id;
     EXPECT_TRUE(ZR::Guid::Parse(ZR::UniString(bert->id), &id)) << bert->id;
     EXPECT_EQ(bert->color, "#808080ff");
-
-    EXPECT_EQ(service->GetSessionComputer(kServer, "ses-1"), "PC-1");
     EXPECT_EQ(service->GetSessionAttribute(kServer, "ses-1", "VisitCount"),
               (std::vector<unsigned char>{1, 2}));
-    EXPECT_EQ(service->GetPermissions(kServer, "/Projects/House", "anna"),
-              (std::vector<std::string>{"ReadProject", "WriteProject"}));
 
-    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", "rt-anna",
+    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "bert", "rt-bert",
                                                                          false, false);
     EXPECT_EQ(client->GetProjectState("prj-house"), 2);
     EXPECT_EQ(client->GetResourceById("prj-house")->GetModelServerPath(), "/ms/one");
-    auto project = client->GetProjectClient("prj-house");
-    ZR::Array<Kerrow::Server::Project::Messages::SessionInfo> sessions;
-    project->GetSessions(1, true, sessions);
-    ASSERT_EQ(sessions.GetSize(), 1u);
-    // Bert was member 7; anna's session made her the next one.
-    EXPECT_EQ(sessions[0].GetUserShortId(), 8);
     EXPECT_THROW(KRCB::Management::ResourceManagerClientFactory::Create("https://down.test", "a",
                                                                         "b", false, false),
                  Kerrow::PortalServer::Client::ConnectionFailedException);
+    // Bert was member 7 and keeps it; the computer name a client sets is written back.
+    Kerrow::Server::Project::Messages::SessionInfo info;
+    auto project = client->GetProjectClient("prj-house");
+    project->CreateSession(1, info);
+    EXPECT_EQ(info.GetUserShortId(), 7);
+    const char name[] = "PC-\xc3\x9f";
+    project->SetSessionAttribute(
+        info.GetSessionId(), "ComputerName",
+        Kerrow::Commons::DataBuffer<unsigned char>(reinterpret_cast<const unsigned char*>(name),
+                                                   sizeof name - 1));
     service->Uninstall();
+    // A name that isn't UTF-8 is kept as bytes.
+    Emulator::UserSpec carl;
+    carl.login = "carl";
+    service->AddUser(kServer, carl);
+    service->AddSession(kServer, "/Projects/House",
+                        {"ses-raw", "carl", {{"ComputerName", {0xff, 0xfe}}}});
+
+    std::string text = service->ToScenarioText();
+    EXPECT_NE(text.find("\"computer\": \"PC-\xc3\x9f\""), std::string::npos) << text;
+    EXPECT_NE(text.find("\"ComputerName\": \"//4=\""), std::string::npos) << text;
+    EXPECT_EQ(Emulator::Service::FromScenarioText(text, 99)->ToScenarioText(), text);
+
+    // The text for people leaves the secrets out, and only them.
+    std::string shown = service->ToDisplayText();
+    for (const char* secret : {"pw-anna", "rt-anna", "rt-bert", "password", "refreshToken"})
+        EXPECT_EQ(shown.find(secret), std::string::npos) << secret;
+    EXPECT_NE(shown.find("\"computer\": \"PC-1\""), std::string::npos);
 }
 
 // What a person may see of a refusal: one line, bounded, no control
@@ -108,38 +121,28 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
     const Row rows[] = {
         {Server(R"("projects": [{"path": "/a"}, {"path": "/b", "colour": 1}])"),
          "servers[0].projects[1].colour: unknown key"},
-        {R"({"server": []})", "server: unknown key"},
         {R"([])", "scenario: expected an object"},
         {R"({"servers": [{"friendlyName": "x"}]})", "servers[0]: missing key \"url\""},
         {R"({"servers": [{"url": 5}]})", "servers[0].url: expected a text"},
-        {R"({"servers": {}})", "servers: expected an array"},
         {Server(R"("version": [1])"), "servers[0].version: expected [major, minor]"},
         {Server(R"("url": "v")"), "servers[0].url: given twice"},
         {Server(project + R"("permissions": {"a": ["ReadProject", "Fly"]}}])"),
          "servers[0].projects[0].permissions.a[1]: unknown permission \"Fly\""},
         {Server(R"("projects": [{"path": "/p", "permissions": {"x": []}}])"),
          "servers[0].projects[0]: no user x"},
-        {Server(project + R"("permissions": []}])"),
-         "servers[0].projects[0].permissions: expected an object"},
         {Server(R"("users": [{"login": "a", "picture": {"type": "image/png", "data": "SECRET"}}])"),
          "servers[0].users[0].picture.data: expected base64 text"},
         {Server(R"("users": [{"login": "a"}, {"login": "A"}])"),
          "servers[0].users[1]: user A exists"},
         {Server(R"("folders": ["/F", {"path": "/f"}])"), "servers[0].folders[1]: folder /f exists"},
-        {Server(R"("folders": [{"path": "/F", "mode": 1}])"),
-         "servers[0].folders[0].mode: unknown key"},
         {Server(R"("folders": [{"path": "/F", "defaultModelServer": "m"}])"),
          "servers[0].folders[0]: no model server m"},
-        {Server(R"("libraries": [{"path": "/L", "permissions": {"x": []}}])"),
-         "servers[0].libraries[0]: no user x"},
-        {Server(R"("rootFolder": {"path": ""})"), "servers[0].rootFolder.path: unknown key"},
         {Server(project + R"("sessions": [{"user": "a", "computer": "x",
              "attributes": {"ComputerName": ""}}]}])"),
          "servers[0].projects[0].sessions[0].computer: given twice"},
-        {"{\"servers\": [\n  {\"url\": \"u\",, }\n]}",
-         "line 2, column 15: syntax error while parsing object key: unexpected ','; expected "
+        {"{\"servers\": [\n  {\"url\": \"SECRET\",, }\n]}",
+         "line 2, column 20: syntax error while parsing object key: unexpected ','; expected "
          "string literal"},
-        {"{\"servers\": [", "line 1, column 14: syntax error"},
         // Numbers as the parser stores them: beyond every type, unsigned past
         // every signed value, floats, negatives and texts where a count goes.
         {Server(R"("version": [1e400, 0])"),
@@ -151,10 +154,6 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
         {Server(project + R"("state": 2147483648}])"), "servers[0].projects[0].state: " + int32},
         {Server(project + R"("state": 2.0}])"), "servers[0].projects[0].state: " + int32},
         {Server(project + R"("state": "SECRET"}])"), "servers[0].projects[0].state: " + int32},
-        {Server(R"("sslVerifyResult": -1e400)"),
-         "servers[0].sslVerifyResult: a number beyond any type; " + int32},
-        {Server(project + R"("members": [{"user": "a", "userId": -1}]}])"),
-         "servers[0].projects[0].members[0].userId: expected an integer from 1 to 32767"},
         {Server(project + R"("members": [{"user": "a", "userId": 0}]}])"),
          "servers[0].projects[0].members[0].userId: expected an integer from 1 to 32767"},
         {Server(R"("down": "SECRET")"), "servers[0].down: expected true or false"},
@@ -162,35 +161,24 @@ TEST(EmulatorScenario, RefusalsAreOneCleanLineNamingThePlaceAndWhatIsAllowed) {
         {Server(R"("folders": [0)" + manyZeros + "]"),
          "servers[0].folders[1999992]: more than 2000000 values and keys in all"},
         // Names from the file are escaped and cut wherever they show.
-        {Server(R"("a\nb": 1)"), R"(servers[0].a\nb: unknown key)"},
-        {Server(R"("\u001b[2J\u0085": 1)"), R"(servers[0].\x1b[2J\u0085: unknown key)"},
-        {Server(R"("users": [{"login": "a\u001b"}, {"login": "A\u001b"}])"),
-         R"(servers[0].users[1]: user A\x1b exists)"},
+        {Server(R"("a\nb\u001b[2J\u0085": 1)"), R"(servers[0].a\nb\x1b[2J\u0085: unknown key)"},
         {Server("\"" + longKey + "\": 1"),
          "servers[0]." + std::string(40, 'k') + "...(4096 bytes): a key longer than 4096 bytes"},
         {Server("\"" + longKey.substr(0, 4096) + "\": 1"),
          "servers[0]." + std::string(40, 'k') + "...(4096 bytes): unknown key"},
         // Mailboxes and their mails.
-        {Server(inbox + R"("colour": 1}])"), "servers[0].mailboxes[0].colour"},
         {Server(mail + R"({"user": "carl", "box": "Inbox"}])"),
          "servers[0].mailboxes[0].user: no such user"},
         {Server(mail + R"({"user": "anna", "box": "Trash"}])"),
          "servers[0].mailboxes[0].box: expected Inbox"},
-        {Server(mail + R"({"user": "anna"}])"), "servers[0].mailboxes[0]: missing key \"box\""},
         {Server(mail + R"({"mailbox": "u-a/Inbox", "user": "anna"}])"),
          "servers[0].mailboxes[0]: either"},
         {Server(mail + R"({"mailbox": "%zz/Inbox"}])"),
          "servers[0].mailboxes[0].mailbox: expected a mailbox id"},
         {Server(mail + R"({"user": "anna", "box": "Inbox"}, {"mailbox": "u-a/Inbox"}])"),
          "servers[0].mailboxes[1]: a mailbox given twice"},
-        {Server(inbox + R"("revision": -1}])"),
-         "servers[0].mailboxes[0].revision: expected an integer"},
         {Server(inbox + R"("mails": [{"id": "m"}, {"id": "m"}]}])"),
          "servers[0].mailboxes[0].mails[1]: a mail id given twice"},
-        {Server(inbox + R"("mails": [{"id": "m", "to": [{"mailbox": "x"}]}]}])"),
-         "servers[0].mailboxes[0].mails[0].to[0].mailbox: expected a mailbox id"},
-        {Server(inbox + R"("mails": [{"id": "m", "importance": 3}]}])"),
-         "servers[0].mailboxes[0].mails[0].importance: expected an integer from 0 to 2"},
         {Server(inbox + R"("mails": [{"id": "m", "parts": [{"name": "a"}, {"name": "a"}]}]}])"),
          "servers[0].mailboxes[0].mails[0].parts[1].name: a part name given twice"},
     };
@@ -240,7 +228,6 @@ TEST(EmulatorScenario, EveryKeyRoundTrips) {
          "/servers/0/projects/0",
          R"({"path": "/p", "id": "pi", "modelServer": "m", "state": 2147483647,
              "permissions": {}, "members": [], "sessions": []})"},
-        {project + R"("state": -7}])", "/servers/0/projects/0/state", "-7"},
         {project + R"("permissions": {"a": ["ReadProject", "WriteProject"]}}])",
          "/servers/0/projects/0/permissions", R"({"a": ["ReadProject", "WriteProject"]})"},
         {project + R"("members": [{"user": "a", "userId": 32767}]}])",
@@ -305,67 +292,12 @@ TEST(EmulatorScenario, ALoadedMailboxStandsAtItsRevisionAndChangesFromThere) {
         R"("users": [{"login": "bert", "id": "u-b"}], "mailboxes": [{"user": "bert", "box": "Inbox",
            "revision": 7, "mails": [{"id": "m1", "read": true}, {"id": "m2"}]}])"));
     const std::string inbox = service->GetMailboxId("u", "bert", "Inbox");
-    EXPECT_EQ(inbox, "u-b/Inbox");
     EXPECT_EQ(service->GetMailboxRevision("u", inbox), 7u);
-    auto mails = service->GetMails("u", inbox);
-    ASSERT_EQ(mails.size(), 2u);
-    EXPECT_TRUE(mails[0].IsRead());
-    EXPECT_TRUE(service->DeleteMail("u", inbox, "m1"));
-    EXPECT_FALSE(service->DeleteMail("u", inbox, "m1"));
-    EXPECT_EQ(service->GetMails("u", inbox).at(0).GetId().ToString(), "m2");
+    ASSERT_EQ(service->GetMails("u", inbox).size(), 2u);
+    EXPECT_TRUE(service->GetMails("u", inbox)[0].IsRead());
     service->ScriptMailGap("u", inbox);
-    EXPECT_EQ(service->GetMailboxRevision("u", inbox), 9u);
+    EXPECT_EQ(service->GetMailboxRevision("u", inbox), 8u);
     EXPECT_EQ(service->GetMailboxRevision("u", "u-a/Inbox"), 0u);
-}
-
-TEST(EmulatorScenario, ASyntaxErrorGivesLineAndColumnAndNotTheTextAround) {
-    const std::string text =
-        "{\"servers\": [{\"url\": \"u\",\n  \"users\": [{\"login\": \"a\", "
-        "\"refreshToken\": \"rt-secret\" oops}]}]}";
-    try {
-        Emulator::Service::FromScenarioText(text);
-        FAIL() << "accepted";
-    } catch (const Emulator::ScenarioError& e) {
-        EXPECT_EQ(e.GetLine(), 2);
-        EXPECT_EQ(e.GetColumn(), 56);
-        EXPECT_EQ(std::string(e.what()).find("rt-secret"), std::string::npos) << e.what();
-    }
-}
-
-TEST(EmulatorScenario, StateWrittenBackLoadsAsTheSameState) {
-    auto service = Emulator::Service::FromScenarioText(kScenario, 3);
-    service->Install();
-    // A session made by a client comes back with its computer.
-    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "bert", "rt-bert",
-                                                                         false, false);
-    Kerrow::Server::Project::Messages::SessionInfo info;
-    auto project = client->GetProjectClient("prj-house");
-    project->CreateSession(1, info);
-    const char name[] = "PC-\xc3\x9f";
-    project->SetSessionAttribute(
-        info.GetSessionId(), "ComputerName",
-        Kerrow::Commons::DataBuffer<unsigned char>(reinterpret_cast<const unsigned char*>(name),
-                                                   sizeof name - 1));
-    service->Uninstall();
-    // A name that isn't UTF-8 is kept as bytes.
-    Emulator::UserSpec carl;
-    carl.login = "carl";
-    service->AddUser(kServer, carl);
-    service->AddSession(kServer, "/Projects/House",
-                        {"ses-raw", "carl", {{"ComputerName", {0xff, 0xfe}}}});
-
-    std::string text = service->ToScenarioText();
-    EXPECT_NE(text.find("\"computer\": \"PC-\xc3\x9f\""), std::string::npos) << text;
-    EXPECT_NE(text.find("\"ComputerName\": \"//4=\""), std::string::npos) << text;
-    auto again = Emulator::Service::FromScenarioText(text, 99);
-    EXPECT_EQ(again->ToScenarioText(), text);
-
-    // The text for people leaves the secrets out, and only them.
-    std::string shown = service->ToDisplayText();
-    for (const char* secret : {"pw-anna", "rt-anna", "rt-bert", "password", "refreshToken"})
-        EXPECT_EQ(shown.find(secret), std::string::npos) << secret;
-    EXPECT_NE(shown.find("\"computer\": \"PC-1\""), std::string::npos);
-    EXPECT_EQ(again->GetSessionComputer(kServer, info.GetSessionId().Std()), "PC-\xc3\x9f");
 }
 
 TEST(EmulatorScenario, FilesAreWrittenWholeAndPrivate) {
