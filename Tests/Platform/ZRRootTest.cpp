@@ -55,8 +55,12 @@ TEST(Containers, InsertionOrderSurvivesAddAndRemove) {
 
 namespace {
 
-struct Observer : ZR::EventObserver {
+template <typename Base>
+struct Observer : Base {
     Observer(std::string n, std::vector<std::string>& l) : name(std::move(n)), log(l) {}
+    ~Observer() override {
+        if constexpr (requires(Base & b) { b.DetachFromSources(); }) this->DetachFromSources();
+    }
     void Called() {
         log.push_back(name);
         if (action) action();
@@ -66,27 +70,25 @@ struct Observer : ZR::EventObserver {
     std::function<void()> action;
 };
 
-class Source : public ZR::EventSource {
-public:
+template <typename Base, typename ObserverBase>
+struct Source : Base {
     void Send() {
-        ForEachObserver([](ZR::EventObserver* o) { static_cast<Observer*>(o)->Called(); });
+        this->ForEachObserver(
+            [](ObserverBase* o) { static_cast<Observer<ObserverBase>*>(o)->Called(); });
     }
 };
 
-}  // namespace
-
-TEST(EventSource, WalkOrderAndChangesDuringTheWalk) {
+// The plain and the thread-safe source walk alike.
+template <typename SourceBase, typename ObserverBase>
+void CheckWalk() {
     std::vector<std::string> log;
-    Source source;
-    Observer a("a", log), b("b", log), c("c", log), d("d", log);
+    Source<SourceBase, ObserverBase> source;
+    Observer<ObserverBase> a("a", log), b("b", log), c("c", log), d("d", log);
     source.Attach(a);
     source.Attach(b);
     source.Attach(c);
-    source.Send();
-    EXPECT_EQ(log, (std::vector<std::string>{"c", "b", "a"}));
-
+    source.Attach(b);  // once only
     // Attached during the walk: not called by it.
-    log.clear();
     b.action = [&] { source.Attach(d); };
     source.Send();
     EXPECT_EQ(log, (std::vector<std::string>{"c", "b", "a"}));
@@ -100,17 +102,25 @@ TEST(EventSource, WalkOrderAndChangesDuringTheWalk) {
     };
     source.Send();
     EXPECT_EQ(log, (std::vector<std::string>{"d", "c", "b"}));
+    EXPECT_FALSE(source.IsAttached(a));
 
     // A destroyed observer detaches itself.
     log.clear();
     {
-        Observer e("e", log);
+        Observer<ObserverBase> e("e", log);
         source.Attach(e);
         EXPECT_EQ(source.GetObserverCount(), 3u);
     }
     EXPECT_EQ(source.GetObserverCount(), 2u);
     source.Send();
     EXPECT_EQ(log, (std::vector<std::string>{"d", "b"}));
+}
+
+}  // namespace
+
+TEST(EventSource, WalkOrderAndChangesDuringTheWalk) {
+    CheckWalk<ZR::EventSource, ZR::EventObserver>();
+    CheckWalk<ZR::TS::EventSource, ZR::TS::EventObserver>();
 }
 
 TEST(MD5, KnownDigest) {
