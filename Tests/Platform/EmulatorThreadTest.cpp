@@ -1,6 +1,6 @@
-// The server's pushes reach signal clients on the emulator's own thread:
-// signals to the other clients of a project, filtered by the observer,
-// presence states to a user's clients, and changes of the online list.
+// The emulator's own threads: the server's pushes reach signal clients on
+// them, filtered by the observer, while clients come and go; and a call held
+// at a gate waits for the test while the emulator serves others.
 
 #include <gtest/gtest.h>
 
@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "KRCB/Clients.h"
 #include "KRCB/SignalClient.h"
 #include "Support/EmulatorFixture.h"
 
@@ -105,6 +106,50 @@ TEST(EmulatorPushThreadTest, ClientsAndObserversMayGoWhilePushesArrive) {
     }
     sender.join();
     EXPECT_TRUE(service->WaitForPushes(kWaitMs));
+}
+
+TEST(EmulatorGateThreadTest, ABlockedCallWaitsUntilReleased) {
+    EmulatedService service;
+    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", "rt-anna",
+                                                                         false, false);
+    auto gate = service->BlockNext(Emulator::Op::kGetProjectState);
+    std::atomic<int> state{-1};
+    std::thread caller([&] { state = client->GetProjectState(kProjectId); });
+
+    ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
+    EXPECT_EQ(service->CallCount(Emulator::Op::kGetProjectState), 1);
+    // The held call keeps no lock: the test changes state and others call.
+    service->SetProjectState(kServer, kProjectPath, 2);
+    auto other = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "bert", "rt-bert",
+                                                                        false, false);
+    EXPECT_EQ(other->GetProjectState(kProjectId), 2);
+    EXPECT_EQ(state, -1);
+
+    gate->Release();
+    caller.join();
+    EXPECT_EQ(state, 2);
+    // Only the next call was held.
+    EXPECT_EQ(client->GetProjectState(kProjectId), 2);
+}
+
+TEST(EmulatorGateThreadTest, AGateNobodyReachesTimesOutAndTheServiceReleasesItsGates) {
+    std::thread caller;
+    {
+        EmulatedService service;
+        auto gate = service->BlockNext(Emulator::Op::kGetCurrentUserId);
+        EXPECT_FALSE(gate->WaitUntilReached(1));
+        auto client = KRCB::Management::ResourceManagerClientFactory::Create(
+            kServer, "anna", "rt-anna", false, false);
+        caller = std::thread([client] {
+            try {
+                client->GetCurrentUserId();
+            } catch (const ZR::ZRException&) {
+            }
+        });
+        ASSERT_TRUE(gate->WaitUntilReached(kWaitMs));
+    }
+    // The service went with the call still held: it was let go, not left hanging.
+    caller.join();
 }
 
 }  // namespace
