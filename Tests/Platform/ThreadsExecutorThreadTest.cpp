@@ -62,9 +62,6 @@ TEST(PooledExecutorThreadTest, RunsEachTaskOnceAndSurvivesThrowingTasks) {
                 done.CountDown();
             }));
         ASSERT_TRUE(done.WaitFor(kLong));
-        EXPECT_LE(pool.GetThreadCount(), 3u);
-        EXPECT_FALSE(pool.IsCanceled());
-        EXPECT_FALSE(pool.IsShutdown());
     }
     ZR::SetDebugOutput(nullptr);
     for (auto& r : runs) EXPECT_EQ(r, 1);
@@ -112,7 +109,6 @@ TEST(PooledExecutorThreadTest, CancelInterruptsRunningWorkAndDropsQueuedWork) {
     EXPECT_EQ(pool.GetQueuedCount(), 1u);
 
     pool.Cancel();
-    EXPECT_TRUE(pool.IsCanceled());
     EXPECT_EQ(gone, 1);  // dropped at once
     EXPECT_FALSE(pool.Execute(ZR::RunnableTask(new Probe(runs, gone))));
     EXPECT_EQ(gone, 2);
@@ -190,11 +186,10 @@ TEST(PooledExecutorThreadTest, ATaskMayStopAndDestroyItsOwnPool) {
 
 TEST(InterruptThreadTest, WakesSleepsAndWaitsOfAnotherThread) {
     std::promise<ZR::ThreadHandle> handle;
-    ZR::Latch ready(1), firstCaught(1);
+    ZR::Latch firstCaught(1);
     std::atomic<int> step{0};
     std::thread sleeper([&] {
         handle.set_value(ZR::Thread::GetCurrent());
-        ready.CountDown();
         try {
             ZR::Thread::Sleep(10 * kLong, true);
         } catch (const ZR::InterruptedException&) {
@@ -212,8 +207,7 @@ TEST(InterruptThreadTest, WakesSleepsAndWaitsOfAnotherThread) {
             if (step == 2) step = 3;
         }
     });
-    ZR::ThreadHandle sleeperHandle = handle.get_future().get();
-    ASSERT_TRUE(ready.WaitFor(kLong));
+    ZR::ThreadHandle sleeperHandle = handle.get_future().get();  // an early mark waits
     sleeperHandle.Interrupt();
     ASSERT_TRUE(firstCaught.WaitFor(kLong));
     step = 2;
