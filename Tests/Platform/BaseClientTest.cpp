@@ -126,6 +126,9 @@ TEST(BaseClientSessions, CreateListMembersAndAttributes) {
                               Kerrow::Commons::DataBuffer<unsigned char>(bytes, sizeof bytes));
     ASSERT_TRUE(anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer));
     EXPECT_EQ(buffer.Std(), std::vector<unsigned char>(bytes, bytes + sizeof bytes));
+    service->SetSessionComputer(kServer, annaSession.GetSessionId().Std(), "PC-2");
+    anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer);
+    EXPECT_EQ(std::string(buffer.Std().begin(), buffer.Std().end()), "PC-2");
 
     service->DeleteSession(kServer, annaSession.GetSessionId().Std());
     EXPECT_THROW(anna->GetSessionAttribute(annaSession.GetSessionId(), "ComputerName", buffer),
@@ -338,11 +341,13 @@ TEST(BaseClientManager, ATemporaryConnectionLogsInAtItsFirstUse) {
     EXPECT_THROW(failing._GetProjectClient(), CreateSessionFailedException);
 }
 
-TEST(BaseClientExceptions, TheTextOfAnExceptionNamesItsCauses) {
+TEST(BaseClientExceptions, TextsOfExceptionsAndTheirCauses) {
     ConnectionFailedException cause("No route", ZR_HERE);
     ZR::ZRException outer("Open failed", ZR_HERE, cause);
     EXPECT_EQ(Kerrow::Common::ToString(outer),
               "ZRException: Open failed\n\tcaused by: ConnectionFailedException: No route");
+    KRCB::IncompatibleModelServerVersionException version("old", ZR_HERE, 2, 5, 1, 0);
+    EXPECT_EQ(version.ToString(), "Incompatible model server version: server 2.5, client 1.0");
 }
 
 }  // namespace

@@ -43,14 +43,37 @@ Emulator::SessionSpec Session(const std::string& user, const std::string& id = "
     return {id, user, {}};
 }
 
-// The class of what the call threw; the exception each fault kind gives is
-// checked where connection checks sort them.
+// The class of what the call threw.
 std::string Caught(const std::function<void()>& call) {
     try {
         call();
         return "nothing";
     } catch (const ZR::ZRException& e) {
         return e.GetName().Std();
+    } catch (const std::exception& e) {
+        return std::string("foreign ") + e.what();
+    }
+}
+
+TEST(EmulatorFaults, EachKindThrowsItsException) {
+    const std::pair<FaultKind, const char*> rows[] = {
+        {FaultKind::SessionRequired, "SessionRequiredException"},
+        {FaultKind::CreateSessionFailed, "CreateSessionFailedException"},
+        {FaultKind::EntityNotFound, "EntityNotFoundException"},
+        {FaultKind::PortalServerClient, "PortalServerClientException"},
+        {FaultKind::ConnectionFailed, "ConnectionFailedException"},
+        {FaultKind::IncompatibleModelServerVersion, "IncompatibleModelServerVersionException"},
+        {FaultKind::IncompatibleProjectVersion, "IncompatibleProjectVersionException"},
+        {FaultKind::SessionExists, "ProjectManagerClientSessionExistsException"},
+        {FaultKind::ZRException, "ZRException"},
+        {FaultKind::Foreign, "foreign scripted"},
+    };
+    EmulatedService service;
+    auto client = LogIn();
+    for (const auto& [kind, expected] : rows) {
+        service->FailNext(Emulator::Op::kGetProjectState, {kind, "scripted", 2, 7, 1, 0});
+        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), expected);
+        EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), "nothing");
     }
 }
 
