@@ -20,17 +20,18 @@ using Entities::Project;
 using Entities::ProjectFolder;
 using Folders = ZR::PagedArray<ZR::Ref<ProjectFolder>, 8>;
 
-std::vector<std::string> Paths(const Folders& folders) {
-    std::vector<std::string> out;
-    for (const auto& f : folders) out.push_back(f->GetPath(false).Std());
+// The paths, each after a space.
+std::string Paths(const Folders& folders) {
+    std::string out;
+    for (const auto& f : folders) out += " " + f->GetPath(false).Std();
     return out;
 }
 
-std::vector<std::string> ProjectNames(const ProjectFolder& folder) {
+std::string ProjectNames(const ProjectFolder& folder) {
     ZR::PagedArray<ZR::Ref<Project>, 8> projects;
     folder.GetAllChildProjects(projects);
-    std::vector<std::string> out;
-    for (const auto& p : projects) out.push_back(p->GetPath().Std());
+    std::string out;
+    for (const auto& p : projects) out += " " + p->GetPath().Std();
     return out;
 }
 
@@ -86,8 +87,8 @@ TEST(BrowseEntities, FoldersWalkDepthFirstAndTellTheirParent) {
     Folders all;
     all.Add(root);
     EXPECT_EQ(root->GetAllSubFolders(all), 3u);  // appends, counts only what it appended
-    EXPECT_EQ(Paths(all), (std::vector<std::string>{"", "/a", "/a/b", "/c"}));
-    EXPECT_EQ(ProjectNames(*root), (std::vector<std::string>{"/R", "/a/R", "/a/b/R", "/c/R"}));
+    EXPECT_EQ(Paths(all), "  /a /a/b /c");
+    EXPECT_EQ(ProjectNames(*root), " /R /a/R /a/b/R /c/R");
     EXPECT_EQ(root->GetPath(true), "Project Root");
     EXPECT_EQ(b->GetPath(true), "Project Root/a/b");
     ZR::Ref<ProjectFolder> found;
@@ -149,38 +150,27 @@ protected:
 };
 
 TEST_F(BrowseServer, PartialTreesBringTheWayDownAndTheResourcesTheTypeNames) {
+    const char* all = "  /Projects /Projects/Sub /Projects/Other /Parts";
     const struct {
         const char* path;
         PartialFolderTreeQueryType type;
         bool subFolders;
-        std::vector<std::string> folders, projects;
+        const char *folders, *projects;
     } rows[] = {
-        {"/Projects/Sub",
-         QueriedFolderResources,
-         false,
-         {"", "/Projects", "/Projects/Sub", "/Projects/Other", "/Parts"},
-         {"/Projects/Sub/Barn"}},
-        {"/projects/SUB",
-         PathResources,
-         false,
-         {"", "/Projects", "/Projects/Sub", "/Projects/Other", "/Parts"},
-         {"/Top", "/Projects/House", "/Projects/Sub/Barn"}},
-        {"/Projects",
-         RootAndQueriedResources,
-         true,
-         {"", "/Projects", "/Projects/Sub", "/Projects/Other", "/Parts"},
-         {"/Top", "/Projects/House"}},
-        {"", QueriedFolderResources, true, {"", "/Projects", "/Parts"}, {"/Top"}},
-        {"", QueriedFolderResources, false, {""}, {"/Top"}},
+        {"/Projects/Sub", QueriedFolderResources, false, all, " /Projects/Sub/Barn"},
+        {"/projects/SUB", PathResources, false, all, " /Top /Projects/House /Projects/Sub/Barn"},
+        {"/Projects", RootAndQueriedResources, true, all, " /Top /Projects/House"},
+        {"", QueriedFolderResources, true, "  /Projects /Parts", " /Top"},
+        {"", QueriedFolderResources, false, " ", " /Top"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.path);
         auto tree = Tree(row.path, row.type, row.subFolders);
         ASSERT_TRUE(tree->GetProjectFolder());
-        Folders all;
-        all.Add(tree->GetProjectFolder());
-        tree->GetProjectFolder()->GetAllSubFolders(all);
-        EXPECT_EQ(Paths(all), row.folders);
+        Folders folders;
+        folders.Add(tree->GetProjectFolder());
+        tree->GetProjectFolder()->GetAllSubFolders(folders);
+        EXPECT_EQ(Paths(folders), row.folders);
         EXPECT_EQ(ProjectNames(*tree->GetProjectFolder()), row.projects);
     }
     auto parts = Tree("/Parts", QueriedFolderResources);
@@ -208,13 +198,12 @@ TEST_F(BrowseServer, FolderQueriesFollowIdsThatSurviveAMove) {
     folders.Collect(connection);
     Folders children;
     folders.GetProjectFolder()->GetSubFolders(children);
-    EXPECT_EQ(Paths(children), (std::vector<std::string>{"/Parts/Moved"}));
+    EXPECT_EQ(Paths(children), " /Parts/Moved");
     EXPECT_EQ(children[0]->GetId(), id);
 
     FolderWithChildResourcesResult resources{ZR::UniString(id)};
     resources.Collect(connection);
-    EXPECT_EQ(ProjectNames(*resources.GetProjectFolder()),
-              (std::vector<std::string>{"/Parts/Moved/Barn"}));
+    EXPECT_EQ(ProjectNames(*resources.GetProjectFolder()), " /Parts/Moved/Barn");
     FolderWithChildResourcesResult none("no-such-folder");
     none.Collect(connection);
     EXPECT_FALSE(none.GetProjectFolder());
