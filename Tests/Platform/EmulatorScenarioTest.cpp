@@ -54,12 +54,10 @@ TEST(EmulatorScenario, ALoadedScenarioServesItsStateAndWritesBackWhatClientsChan
     EXPECT_EQ(service->GetSessionAttribute(kServer, "ses-1", "VisitCount"),
               (std::vector<unsigned char>{1, 2}));
 
-    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "bert", "rt-bert",
-                                                                         false, false);
+    auto client = LogInTo(kServer, "bert", "rt-bert");
     EXPECT_EQ(client->GetProjectState("prj-house"), 2);
     EXPECT_EQ(client->GetResourceById("prj-house")->GetModelServerPath(), "/ms/one");
-    EXPECT_THROW(KRCB::Management::ResourceManagerClientFactory::Create("https://down.test", "a",
-                                                                        "b", false, false),
+    EXPECT_THROW(LogInTo("https://down.test"),
                  Kerrow::PortalServer::Client::ConnectionFailedException);
     // Bert was member 7 and keeps it; the computer name a client sets is written back.
     Kerrow::Server::Project::Messages::SessionInfo info;

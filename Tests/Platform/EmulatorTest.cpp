@@ -20,11 +20,6 @@ using namespace krtest;
 using Emulator::FaultKind;
 namespace PS = Kerrow::PortalServer::Client;
 
-ZR::Ref<KRCB::Management::ResourceManagerClient> LogIn() {
-    return KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", "rt-anna", true,
-                                                                  false);
-}
-
 Emulator::UserSpec User(const std::string& login, const std::string& color = "#808080ff") {
     Emulator::UserSpec user;
     user.login = login;
@@ -69,7 +64,7 @@ TEST(EmulatorFaults, EachKindThrowsItsException) {
         {FaultKind::Foreign, "foreign scripted"},
     };
     EmulatedService service;
-    auto client = LogIn();
+    auto client = LogInTo();
     for (const auto& [kind, expected] : rows) {
         service->FailNext(Emulator::Op::kGetProjectState, {kind, "scripted", 2, 7, 1, 0});
         EXPECT_EQ(Caught([&] { client->GetProjectState(kProjectId); }), expected);
@@ -79,7 +74,7 @@ TEST(EmulatorFaults, EachKindThrowsItsException) {
 
 TEST(EmulatorFaults, NthAlwaysAndClearCountFailedCallsToo) {
     EmulatedService service;
-    auto client = LogIn();
+    auto client = LogInTo();
     service->ResetCounts();
     service->FailNth(Emulator::Op::kGetProjectState, 3, {FaultKind::EntityNotFound});
     service->FailNext(Emulator::Op::kGetProjectState, {FaultKind::ZRException, "first"});
@@ -103,7 +98,7 @@ TEST(EmulatorFaults, AnIncompatibleModelServerRefusesTheProjectClient) {
     EmulatedService service;
     service->AddModelServer(kServer, {"ms-2", "/ms/two", 2, 4});
     std::string id = service->AddProject(kServer, Project("/Projects/Barn", "ms-2"));
-    EXPECT_EQ(Caught([&] { LogIn()->GetProjectClient(ZR::UniString(id)); }),
+    EXPECT_EQ(Caught([&] { LogInTo()->GetProjectClient(ZR::UniString(id)); }),
               "IncompatibleModelServerVersionException");
 }
 
@@ -165,7 +160,7 @@ TEST(EmulatorState, AdditionsThatDoNotFitAreRefused) {
 // Every look-up must follow, by any spelling of a name.
 TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
     EmulatedService service;
-    auto client = LogIn();
+    auto client = LogInTo();
     std::vector<std::string> ids, sessions;
     for (const char* path : {"/P/A", "/P/B", "/P/C"}) {
         ids.push_back(service->AddProject(kServer, Project(path)));

@@ -110,8 +110,7 @@ TEST(EmulatorPushThreadTest, ClientsAndObserversMayGoWhilePushesArrive) {
 
 TEST(EmulatorGateThreadTest, ABlockedCallWaitsUntilReleased) {
     EmulatedService service;
-    auto client = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "anna", "rt-anna",
-                                                                         false, false);
+    auto client = LogInTo();
     auto gate = service->BlockNext(Emulator::Op::kGetProjectState);
     std::atomic<int> state{-1};
     std::thread caller([&] { state = client->GetProjectState(kProjectId); });
@@ -120,8 +119,7 @@ TEST(EmulatorGateThreadTest, ABlockedCallWaitsUntilReleased) {
     EXPECT_EQ(service->CallCount(Emulator::Op::kGetProjectState), 1);
     // The held call keeps no lock: the test changes state and others call.
     service->SetProjectState(kServer, kProjectPath, 2);
-    auto other = KRCB::Management::ResourceManagerClientFactory::Create(kServer, "bert", "rt-bert",
-                                                                        false, false);
+    auto other = LogInTo(kServer, "bert", "rt-bert");
     EXPECT_EQ(other->GetProjectState(kProjectId), 2);
     EXPECT_EQ(state, -1);
 
@@ -138,8 +136,7 @@ TEST(EmulatorGateThreadTest, AGateNobodyReachesTimesOutAndTheServiceReleasesItsG
         EmulatedService service;
         auto gate = service->BlockNext(Emulator::Op::kGetCurrentUserId);
         EXPECT_FALSE(gate->WaitUntilReached(1));
-        auto client = KRCB::Management::ResourceManagerClientFactory::Create(
-            kServer, "anna", "rt-anna", false, false);
+        auto client = LogInTo();
         caller = std::thread([client] {
             try {
                 client->GetCurrentUserId();
