@@ -1,7 +1,8 @@
 // The threads of the library, run as real threads (and under ThreadSanitizer
 // in CI): pooled executors and interruption, the message loop fed from
-// several threads and pumped by the test, and dependent tasks against
-// resources that go away.
+// several threads and pumped by the test, dependent tasks against
+// resources that go away, and the thread-safe observer walk while observers
+// and sources come and go (its order is checked with the plain one's).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@
 #include "KRCB/LowMessageLoopExecutor.h"
 #include "ZR/Debug.h"
 #include "ZR/DependentResource.h"
+#include "ZR/EventSource.h"
 #include "ZR/Exceptions.h"
 #include "ZR/MessageLoop.h"
 #include "ZR/PooledExecutor.h"
@@ -458,4 +460,84 @@ TEST(DependentTaskThreadTest, AnExecuteMayDestroyItsOwnResource) {
     std::thread runner([&] { suicide.Run(); });
     runner.join();
     EXPECT_TRUE(destroyed);
+}
+
+namespace {
+
+class Watcher : public ZR::TS::EventObserver {
+public:
+    ~Watcher() override { DetachFromSources(); }
+    // Touches the observer, so that a call racing its destruction shows.
+    void SourceDestroyed(ZR::TS::EventSource*) override { ++sourcesGone; }
+
+    std::atomic<int> calls{0};
+    std::atomic<int> sourcesGone{0};
+};
+
+class Sender : public ZR::TS::EventSource {
+public:
+    ~Sender() override { DetachObservers(); }
+    void Send() {
+        ForEachObserver([](ZR::TS::EventObserver* o) { ++static_cast<Watcher*>(o)->calls; });
+    }
+};
+
+}  // namespace
+
+TEST(EventSourceThreadTest, ObserversComeAndGoOnOtherThreadsDuringWalks) {
+    Sender source;
+    Watcher steady;
+    source.Attach(steady);
+    constexpr int kSends = 300, kChurners = 3;
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> churners;
+    ZR::Latch churning(kChurners);
+    for (int t = 0; t < kChurners; ++t)
+        churners.emplace_back([&] {
+            churning.CountDown();
+            while (!stop) {
+                auto passing = std::make_unique<Watcher>();
+                Watcher kept;
+                source.Attach(*passing);
+                source.Attach(kept);
+                source.Detach(kept);
+                passing.reset();  // destroyed while still attached
+            }
+        });
+    ASSERT_TRUE(churning.WaitFor(10000));
+    std::thread sender([&] {
+        for (int i = 0; i < kSends; ++i) source.Send();
+    });
+    sender.join();
+    stop = true;
+    for (auto& t : churners) t.join();
+    EXPECT_EQ(steady.calls, kSends);
+    EXPECT_EQ(source.GetObserverCount(), 1u);
+}
+
+TEST(EventSourceThreadTest, ASourceAndItsObserversDestroyedAtOnce) {
+    for (int round = 0; round < 50; ++round) {
+        auto source = std::make_unique<Sender>();
+        constexpr int kObservers = 4;
+        std::vector<std::unique_ptr<Watcher>> observers;
+        for (int i = 0; i < kObservers; ++i) {
+            observers.push_back(std::make_unique<Watcher>());
+            source->Attach(*observers.back());
+        }
+        ZR::Latch go(1);
+        std::vector<std::thread> killers;
+        for (int i = 0; i < kObservers; ++i)
+            killers.emplace_back([&, i] {
+                go.Wait();
+                observers[i].reset();
+            });
+        std::thread sourceKiller([&] {
+            go.Wait();
+            source->Send();
+            source.reset();
+        });
+        go.CountDown();
+        for (auto& t : killers) t.join();
+        sourceKiller.join();
+    }
 }
