@@ -52,20 +52,12 @@ TEST(NativeImage, PngKeepsEveryPixelAndJpegComesClose) {
     ASSERT_FALSE(image.IsNull());
 
     Bytes png = Encoded(image, NativeImage::kPNG);
-    ASSERT_GT(png.size(), 8u);
-    EXPECT_EQ(png[1], 'P');
-    NativeImage fromPng(png.data(), png.size(), NativeImage::kPNG);
-    EXPECT_EQ(fromPng, image);
-    EXPECT_EQ(fromPng.GetPixel(16, 8), image.GetPixel(16, 8));
+    EXPECT_EQ(NativeImage(png.data(), png.size(), NativeImage::kPNG), image);
 
     Bytes jpeg = Encoded(image, NativeImage::kJPEG);
-    ASSERT_GT(jpeg.size(), 2u);
-    EXPECT_EQ(jpeg[0], 0xFF);
-    EXPECT_EQ(jpeg[1], 0xD8);
     NativeImage fromJpeg(jpeg.data(), jpeg.size(), NativeImage::kJPEG);
-    ASSERT_FALSE(fromJpeg.IsNull());
-    EXPECT_EQ(fromJpeg.GetWidth(), 17u);
-    EXPECT_EQ(fromJpeg.GetHeight(), 9u);
+    ASSERT_EQ(fromJpeg.GetWidth(), 17u);
+    ASSERT_EQ(fromJpeg.GetHeight(), 9u);
     for (std::uint32_t y = 0; y < 9; ++y) {
         for (std::uint32_t x = 0; x < 17; ++x) {
             Gfx::Color want = image.GetPixel(x, y), got = fromJpeg.GetPixel(x, y);
@@ -87,13 +79,13 @@ TEST(NativeImage, BrokenDataGivesTheNullImage) {
     Bytes garbage(300);
     for (std::size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<unsigned char>(i * 7);
 
+    // Nothing, garbage, cut short in the header, or with a damaged checksum.
     for (int encoding : {NativeImage::kPNG, NativeImage::kJPEG}) {
+        const Bytes& good = encoding == NativeImage::kPNG ? png : jpeg;
         EXPECT_TRUE(NativeImage(nullptr, 0, encoding).IsNull());
         EXPECT_TRUE(NativeImage(garbage.data(), garbage.size(), encoding).IsNull());
+        EXPECT_TRUE(NativeImage(good.data(), 20, encoding).IsNull());
     }
-    // Cut short in the header, or with a damaged checksum.
-    EXPECT_TRUE(NativeImage(png.data(), 20, NativeImage::kPNG).IsNull());
-    EXPECT_TRUE(NativeImage(jpeg.data(), 20, NativeImage::kJPEG).IsNull());
     Bytes badCrc = png;
     badCrc[29] ^= 0xFF;  // the checksum of IHDR
     EXPECT_TRUE(NativeImage(badCrc.data(), badCrc.size(), NativeImage::kPNG).IsNull());

@@ -14,6 +14,7 @@
 
 #include "Emulator/Service.h"
 #include "IO/Location.h"
+#include "KRCB/Clients.h"
 #include "KRCB/Paths.h"
 
 namespace krtest {
@@ -61,6 +62,14 @@ inline IO::Location ProjectLocation(const std::string& user = "anna",
     KRCB::CreateServerLocation(location, kServer, ZR::UniString(user), ZR::UniString(token));
     KRCB::SetProjectPath(location, ZR::UniString(path));
     return location;
+}
+
+// A client logged in as user with token.
+inline ZR::Ref<KRCB::Management::ResourceManagerClient> LogInTo(
+    const std::string& server = kServer, const std::string& user = "anna",
+    const std::string& token = "rt-anna") {
+    return KRCB::Management::ResourceManagerClientFactory::Create(
+        ZR::UniString(server), ZR::UniString(user), ZR::UniString(token), true, false);
 }
 
 class EmulatedService {

@@ -1,7 +1,6 @@
 #include "Support/Process.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -75,35 +74,11 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string
 }
 
 ProcessResult RunProcessAs(const std::vector<std::string>& argv, uid_t uid, gid_t gid) {
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::tmpfile(), &std::fclose);
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> err(std::tmpfile(), &std::fclose);
-    if (!out || !err) throw std::runtime_error("tmpfile failed");
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    const bool switchUser = geteuid() == 0;
-    const int outFd = fileno(out.get()), errFd = fileno(err.get());
-    pid_t pid = fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
-    if (pid == 0) {
-        // Only calls that are safe between fork and exec.
-        int in = open("/dev/null", O_RDONLY);
-        if (in < 0 || dup2(in, 0) < 0 || dup2(outFd, 1) < 0 || dup2(errFd, 2) < 0) _exit(126);
-        if (switchUser && (setgroups(0, nullptr) != 0 || setgid(gid) != 0 || setuid(uid) != 0))
-            _exit(126);
-        execve(args[0], args.data(), environ);
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ProcessResult result;
-    result.exitCode = DecodeStatus(status);
-    for (auto [file, text] :
-         {std::pair{out.get(), &result.out}, std::pair{err.get(), &result.err}}) {
-        std::rewind(file);
-        for (int c; (c = std::fgetc(file)) != EOF;) *text += static_cast<char>(c);
-    }
-    return result;
+    if (geteuid() != 0) return RunProcess(argv);
+    std::vector<std::string> as{"/usr/bin/setpriv", "--reuid=" + std::to_string(uid),
+                                "--regid=" + std::to_string(gid), "--clear-groups", "--"};
+    as.insert(as.end(), argv.begin(), argv.end());
+    return RunProcess(as);
 }
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, int errFd, int inFd) {

@@ -20,9 +20,8 @@ ProcessResult RunProcess(const std::vector<std::string>& argv);
 // The same with input as its standard input.
 ProcessResult RunProcess(const std::vector<std::string>& argv, const std::string& input);
 
-// Runs argv as the user uid and group gid, dropped to in the forked child
-// before exec, when this process may switch users (tests may run as root);
-// otherwise as this process's own user, who is then a plain user already.
+// Runs argv as the user uid and group gid, switched to by setpriv, when this
+// process runs as root; otherwise as this process's own, plain user.
 ProcessResult RunProcessAs(const std::vector<std::string>& argv, uid_t uid, gid_t gid);
 
 // A started process; its standard output is readable line by line.
