@@ -408,6 +408,18 @@ TEST(Containers, InsertionOrderSurvivesAddAndRemove) {
     for (const auto& e : table) keys.push_back(e.first + std::to_string(e.second));
     EXPECT_EQ(keys, (std::vector<std::string>{"c1", "b3", "a4"}));
 
+    // The index holds positions in its own list: a copy and a moved table
+    // find their keys after the source is changed or gone.
+    ZR::HashTable<std::string, int> copy = table;
+    table.Remove("c");
+    table.Set("b", 30);
+    ZR::HashTable<std::string, int> moved = std::move(table);
+    moved.Reserve(100);
+    ASSERT_TRUE(copy.Find("c") && copy.Find("b") && moved.Find("b"));
+    EXPECT_EQ(*copy.Find("b"), 3);
+    EXPECT_EQ(*moved.Find("b"), 30);
+    EXPECT_FALSE(moved.Contains("c"));
+
     ZR::HashSet<std::string> set{"z", "y", "x"};
     EXPECT_FALSE(set.Add("y"));
     EXPECT_TRUE(set.Remove("y"));
