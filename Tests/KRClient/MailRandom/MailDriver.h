@@ -13,7 +13,7 @@
 namespace mailrandom {
 
 enum class Op {
-    Send,           // a: recipients, b: attachment and caller's task
+    Send,           // a: recipients and thread, b: attachment and caller's task
     Resend,         // a: which of the user's mails
     Read,           // a: first id, b: how many, caller's task, single form
     CompleteInbox,  // as Read
@@ -36,9 +36,12 @@ enum class Op {
     Contacts,
     Hold,  // a: the operation whose next call waits at the server
     Release,
-    Restart,  // close and start again on the same cache folder
-    Crash,    // the process dies as it ends; a: before or between its two writes
-    Kill,     // a host process on the files killed as it writes; a: mails, b: when
+    Restart,   // close and start again on the same cache folder
+    Crash,     // the process dies as it ends; a: before or between its two writes
+    Kill,      // a host process on the files killed as it writes; a: mails, b: when
+    Limit,     // the host sets the limit on completed mails and runs it; a: number, b: on
+    Stranger,  // a sent mail from a sender the server does not know; a: who, b: attachment
+    Newcomer,  // a: who joins the server
     Count
 };
 

@@ -1,6 +1,8 @@
 #include "MailModel.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -17,6 +19,11 @@ std::string Joined(const std::vector<std::string>& ids) {
     std::string text, sep;
     for (const auto& id : ids) text += sep + id, sep = ",";
     return text;
+}
+
+std::vector<std::string> Sorted(std::vector<std::string> ids) {
+    std::sort(ids.begin(), ids.end());
+    return ids;
 }
 
 std::vector<std::string> Unique(const std::vector<std::string>& ids) {
@@ -164,6 +171,7 @@ void Model::Connect() {
     mMonitor.connected = false;
     if (mDown) return Tell(false);
     mMonitor.connected = mMonitor.registered = mMonitor.contactKnown = true;
+    UpdateContacts();
     Tell(true);
     Fetch();
 }
@@ -182,6 +190,14 @@ void Model::Fetch() {
     MailboxChanged(inbox, sent);
 }
 
+// A new monitor tells its first list, later ones only if they differ.
+void Model::UpdateContacts() {
+    if (std::exchange(mMonitor.contactsTold, true) && mMonitor.contacts == mUsers) return;
+    mMonitor.contacts = mUsers;
+    ++mCounts.contactsTold;
+    ContactListChanged();
+}
+
 void Model::Process(Job& job) {
     switch (job.kind) {
         case Job::ServerDown:
@@ -195,7 +211,7 @@ void Model::Process(Job& job) {
     if (!EnsureConnected()) return Finish(job, 2);
     if (job.kind == Job::Request) {
         mRequests.push_back(job.op + (job.box.empty() ? "" : " " + job.box) + " " +
-                            Joined(job.ids));
+                            Joined(Sorted(job.ids)));
         std::deque<bool>& gates = mGates[job.op];
         const bool closed = !gates.empty() && gates.front();
         if (!gates.empty()) gates.pop_front();
@@ -206,6 +222,7 @@ void Model::Process(Job& job) {
         return Answer(job);
     }
     if (job.kind == Job::Fetch) Fetch();
+    if (job.kind == Job::Contacts) UpdateContacts();
     Finish(job, 0);
 }
 
@@ -256,7 +273,6 @@ void Model::Apply(const Job& job) {
             Push("anna");
             Mail delivered = mail;
             delivered.read = delivered.completed = false;
-            delivered.senderSet = false;
             for (const std::string& user : mail.to) Box(user, true).Put(delivered), Push(user);
         }
     } else if (job.op == kDelete) {
@@ -396,7 +412,7 @@ Mail* Model::Table::Find(const std::string& id) {
 
 void Model::StatusChange(bool online) {
     if (!mClient.online && online && mMonitor.contactKnown)
-        for (const MailPtr& mail : mClient.outbox) mail->senderSet = true;
+        for (const MailPtr& mail : mClient.outbox) mail->time = kNow, mail->from = "anna";
     mClient.online = online;
     if (!online) return;
     SendMails({});
@@ -455,7 +471,7 @@ void Model::MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta
         if (Mail* mail = mClient.inbox.Find(id)) mail->read = true;
     for (const auto& id : mClient.sentToComplete)
         if (Mail* mail = mClient.sent.Find(id)) mail->completed = true;
-    if (!toComplete.empty()) SetSentMailsCompleted(toComplete, false);
+    if (!toComplete.empty()) SetFlag(Flag::CompleteSent, toComplete, false), Limit();
     mCounts.notified += inboxChanged || sentChanged;
 }
 
@@ -465,7 +481,7 @@ void Model::SendMail(const MailPtr& mail, bool callerTask) {
                                    [&](const MailPtr& m) { return m->id == mail->id; }) ||
                        mClient.sent.Find(mail->id);
     if (known) return;
-    if (goesNow) mail->senderSet = true;
+    if (goesNow) mail->time = kNow, mail->from = "anna";
     mClient.outbox.push_back(mail);
     if (!goesNow) return;
     SendMails(callerTask ? std::vector<Handler>{Handler::Caller} : std::vector<Handler>{});
@@ -506,15 +522,6 @@ void Model::FlagRequest(const char* op, const char* box, std::vector<std::string
     Queue(Job::Request, std::move(job));
 }
 
-void Model::AddChanges(std::vector<std::string>& list, const std::vector<std::string>& ids,
-                       std::vector<std::string>* added) {
-    for (const auto& id : ids)
-        if (!Has(list, id)) {
-            list.push_back(id);
-            added->push_back(id);
-        }
-}
-
 void Model::Forget(std::vector<std::string>& list, const std::vector<std::string>& ids) {
     for (const auto& id : ids) {
         auto it = std::find(list.begin(), list.end(), id);
@@ -522,65 +529,165 @@ void Model::Forget(std::vector<std::string>& list, const std::vector<std::string
     }
 }
 
-void Model::SetInboxMailsRead(const std::vector<std::string>& ids, bool callerTask) {
+// The flag goes on locally and into the list of changes at once; the limit
+// runs after a completion, before any request.
+void Model::SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerTask) {
     if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.inboxToRead, ids, &added);
-    for (const auto& id : added)
-        if (Mail* mail = mClient.inbox.Find(id)) mail->read = true;
+    struct Family {
+        std::vector<std::string> Client::*list;
+        const char *op, *box;
+        std::vector<Handler> handlers;
+    } const families[] = {
+        {&Client::inboxToRead, kRead, "Inbox", {Handler::ShowFlagError, Handler::InboxRead}},
+        {&Client::inboxToComplete,
+         kComplete,
+         "Inbox",
+         {Handler::InboxCompleted, Handler::ShowFlagError}},
+        {&Client::sentToComplete,
+         kComplete,
+         "Sent",
+         {Handler::ShowFlagError, Handler::SentCompleted}},
+    };
+    const Family& family = families[static_cast<int>(flag)];
+    std::vector<std::string>& list = mClient.*family.list;
+    for (const auto& id : ids) {
+        if (Has(list, id)) continue;
+        list.push_back(id);
+        Mail* mail = (flag == Flag::CompleteSent ? mClient.sent : mClient.inbox).Find(id);
+        for (const MailPtr& queued : mClient.outbox)
+            if (!mail && flag == Flag::CompleteSent && queued->id == id) mail = queued.get();
+        if (mail) (flag == Flag::Read ? mail->read : mail->completed) = true;
+    }
+    if (flag != Flag::Read) Limit();
     if (!mClient.online) {
         mCounts.callerCancel += callerTask;
-        return;
+    } else {
+        std::vector<Handler> handlers = family.handlers;
+        if (callerTask) handlers.push_back(Handler::Caller);
+        FlagRequest(family.op, family.box, ids, handlers);
     }
-    std::vector<Handler> handlers{Handler::ShowFlagError, Handler::InboxRead};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kRead, "Inbox", ids, handlers);
     Run();
 }
 
-void Model::SetInboxMailsCompleted(const std::vector<std::string>& ids, bool callerTask) {
-    if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.inboxToComplete, ids, &added);
-    for (const auto& id : added)
-        if (Mail* mail = mClient.inbox.Find(id)) mail->completed = true;
-    if (!mClient.online) {
-        mCounts.callerCancel += callerTask;
-        return;
-    }
-    std::vector<Handler> handlers{Handler::InboxCompleted, Handler::ShowFlagError};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kComplete, "Inbox", ids, handlers);
-    Run();
+// Sent mails whose sender the list lacks are taken as completed.
+void Model::ContactListChanged() {
+    std::vector<std::string> gone;
+    for (const Mail& mail : mClient.sent.mails)
+        if (!mail.completed && !mMonitor.contacts.count(mail.from)) gone.push_back(mail.id);
+    SetFlag(Flag::CompleteSent, gone, false);
 }
 
-void Model::SetSentMailsCompleted(const std::vector<std::string>& ids, bool callerTask) {
-    if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.sentToComplete, ids, &added);
-    for (const auto& id : added) {
-        if (Mail* mail = mClient.sent.Find(id)) {
-            mail->completed = true;
-            continue;
-        }
-        for (const MailPtr& mail : mClient.outbox)
-            if (mail->id == id) {
-                mail->completed = true;
-                break;
+std::vector<const Mail*> Model::AllMails() const {
+    std::vector<const Mail*> all;
+    std::set<std::string> seen;
+    for (const Table* table : {&mClient.inbox, &mClient.sent})
+        for (const Mail& mail : table->mails)
+            if (!table->deleted.count(mail.id)) all.push_back(&mail), seen.insert(mail.id);
+    for (const MailPtr& mail : mClient.outbox)
+        if (seen.insert(mail->id).second) all.push_back(mail.get());
+    return all;
+}
+
+std::vector<const Mail*> Model::Countable() const {
+    const std::vector<const Mail*> all = AllMails();
+    std::set<std::string> automatic;
+    for (const Mail* mail : all)
+        if (!mail->thread.empty() && mail->autoComplete) automatic.insert(mail->thread);
+    std::vector<const Mail*> countable;
+    for (const Mail* mail : all)
+        if (mail->completed && (mail->autoComplete || !automatic.count(mail->thread)))
+            countable.push_back(mail);
+    return countable;
+}
+
+// Over the limit the oldest countable mails go, each with its whole thread;
+// an outbox mail leaves the outbox alone. Of the mails at the edge time any
+// may go: the choice is the client's, as its delete calls and outbox show.
+bool Model::Limit() {
+    if (!mLimitOn) return false;
+    std::vector<const Mail*> candidates = Countable();
+    if (candidates.size() <= mLimit) return false;
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](const Mail* a, const Mail* b) { return a->time < b->time; });
+    const std::size_t go = candidates.size() - mLimit;
+    const int edge = candidates[go - 1]->time;
+    std::vector<const Mail*> older, tied;
+    for (const Mail* mail : candidates) (mail->time < edge ? older : tied).push_back(mail);
+    std::erase_if(tied, [&](const Mail* mail) { return mail->time > edge; });
+    std::map<std::string, std::vector<std::string>> threads;
+    for (const Mail* mail : AllMails())
+        if (!mail->thread.empty()) threads[mail->thread].push_back(mail->id);
+    auto inOutbox = [&](const std::string& id) {
+        return std::any_of(mClient.outbox.begin(), mClient.outbox.end(),
+                           [&](const MailPtr& m) { return m->id == id; });
+    };
+    auto shown = [](const Table& table, const std::string& id) {
+        return !table.deleted.count(id) && std::any_of(table.mails.begin(), table.mails.end(),
+                                                       [&](const Mail& m) { return m.id == id; });
+    };
+    struct Effect {
+        std::vector<std::string> outbox, inbox, sent, calls;
+    };
+    auto effect = [&](const std::vector<bool>& pick) {
+        Effect e;
+        std::set<std::string> boxes;
+        std::vector<const Mail*> chosen = older;
+        for (std::size_t i = 0; i < tied.size(); ++i)
+            if (pick[i]) chosen.push_back(tied[i]);
+        for (const Mail* mail : chosen) {
+            if (inOutbox(mail->id)) {
+                e.outbox.push_back(mail->id);
+                continue;
             }
+            if (!mail->thread.empty())
+                boxes.insert(threads[mail->thread].begin(), threads[mail->thread].end());
+            boxes.insert(mail->id);
+        }
+        for (const std::string& id : boxes)
+            if (shown(mClient.inbox, id))
+                e.inbox.push_back(id);
+            else if (shown(mClient.sent, id))
+                e.sent.push_back(id);
+        if (!e.inbox.empty()) e.calls.push_back("Inbox " + Joined(e.inbox));
+        if (!e.sent.empty()) e.calls.push_back("Sent " + Joined(e.sent));
+        return e;
+    };
+    auto matches = [&](const Effect& e) {
+        for (std::size_t i = 0; i < e.calls.size(); ++i)
+            if (mDeleteCalls + i >= seen.deletes.size() ||
+                seen.deletes[mDeleteCalls + i] != e.calls[i])
+                return false;
+        return std::none_of(e.outbox.begin(), e.outbox.end(),
+                            [&](const std::string& id) { return seen.outbox.count(id); });
+    };
+    std::vector<bool> pick(tied.size(), false);
+    std::fill(pick.begin(), pick.begin() + static_cast<std::ptrdiff_t>(go - older.size()), true);
+    const Effect first = effect(pick);
+    std::optional<Effect> found;
+    for (int tries = 0; !found && tries < 100000; ++tries) {
+        if (Effect e = effect(pick); matches(e)) found = std::move(e);
+        if (!std::prev_permutation(pick.begin(), pick.end())) break;
     }
-    if (!mClient.online) {
-        mCounts.callerCancel += callerTask;
-        return;
-    }
-    std::vector<Handler> handlers{Handler::ShowFlagError, Handler::SentCompleted};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kComplete, "Sent", ids, handlers);
-    Run();
+    if (!found && mWrongChoice.empty())
+        mWrongChoice = "limit " + std::to_string(mLimit) + " over " +
+                       std::to_string(candidates.size()) + ": allowed e.g. outbox " +
+                       Joined(first.outbox) + " deletes " + Joined(first.calls);
+    const Effect& e = found ? *found : first;
+    for (const std::string& id : e.outbox)
+        std::erase_if(mClient.outbox, [&](const MailPtr& m) { return m->id == id; });
+    if (!e.inbox.empty()) DeleteRequest(e.inbox, true, false);
+    if (!e.sent.empty()) DeleteRequest(e.sent, false, false);
+    return true;
 }
 
 void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
     if (ids.empty()) return;
+    DeleteRequest(ids, inbox, callerTask);
+    Run();
+}
+
+void Model::DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
+    ++mDeleteCalls;
     Job job;
     job.op = kDelete;
     job.box = inbox ? "Inbox" : "Sent";
@@ -589,7 +696,6 @@ void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool ca
     if (callerTask) job.handlers.push_back(Handler::Caller);
     (inbox ? mClient.inbox : mClient.sent).deleted.insert(ids.begin(), ids.end());
     Queue(Job::Request, std::move(job));
-    Run();
 }
 
 // What the host sees.
@@ -607,16 +713,14 @@ Model::ClientView Model::View() const {
     shown(mClient.sent, view.sent);
     for (const MailPtr& mail : mClient.outbox)
         view.outbox.push_back(mail->id + ":" + (mail->completed ? "c" : "-"));
-    std::set<std::string> seen;
-    for (const Table* table : {&mClient.inbox, &mClient.sent})
-        for (const Mail& mail : table->mails)
-            if (!table->deleted.count(mail.id)) view.all.push_back(mail.id), seen.insert(mail.id);
-    for (const MailPtr& mail : mClient.outbox)
-        if (seen.insert(mail->id).second) view.all.push_back(mail->id);
+    for (const Mail* mail : AllMails()) view.all.push_back(mail->id);
     std::sort(view.all.begin(), view.all.end());
     view.inboxRevision = mClient.inbox.revision;
     view.sentRevision = mClient.sent.revision;
     view.online = mClient.online;
+    view.completed = static_cast<unsigned>(Countable().size());
+    view.contacts = mMonitor.contacts;
+    view.wrongChoice = mWrongChoice;
     return view;
 }
 

@@ -23,6 +23,10 @@
 
 namespace mailrandom {
 
+// Sent times: 0 unset, small ones set by the server's side, kNow by the
+// client. The client's all tie: they fall within a second or two.
+constexpr int kNow = 1 << 30;
+
 struct Mail {
     Mail() = default;
     explicit Mail(std::string mailId) : id(std::move(mailId)) {}
@@ -31,7 +35,8 @@ struct Mail {
     bool completed = false;
     bool autoComplete = true;     // no attachment forbids the client to complete it
     std::vector<std::string> to;  // logins
-    bool senderSet = false;       // outbox mails only
+    std::string from, thread;     // sender's owner id, thread id; empty for none
+    int time = 0;
 };
 using MailPtr = std::shared_ptr<Mail>;
 
@@ -80,7 +85,9 @@ enum class Handler {
 struct Counts {
     int sendFailed = 0, deleteFailed = 0, flagFailed = 0;
     int callerSuccess = 0, callerCancel = 0, callerFailure = 0;
-    int notified = 0;  // calls of the client's observers
+    int notified = 0;      // calls of the client's observers
+    int contactsTold = 0;  // the monitor's calls of ContactListChanged
+    int overLimit = 0;     // the host's calls of the limit that answered true
     bool operator==(const Counts&) const = default;
 };
 
@@ -96,7 +103,17 @@ public:
 
     // storage: the client keeps its tables, revisions and lists across a
     // restart; without it only the outbox survives.
-    explicit Model(bool storage) : mStorage(storage) {}
+    Model(bool storage, bool limitOn, unsigned limit)
+        : mStorage(storage), mLimitOn(limitOn), mLimit(limit) {}
+
+    // What the client did where the text leaves it the choice among mails of
+    // one sent time: its delete calls ("box id,id", ids sorted) in order, and
+    // its outbox at the end of the step. The limit takes the choice that
+    // matches, if the text allows one.
+    struct Witness {
+        std::vector<std::string> deletes;
+        std::set<std::string> outbox;
+    } seen;
 
     // The server, before or between steps. user is "anna" (the client's
     // user, whose boxes the monitor follows) or "bert".
@@ -108,6 +125,7 @@ public:
     void Gap(bool inbox);
     void WholeNext(bool inbox) { Box("anna", inbox).wholeNext = true; }
     void SetServerDown(bool down);
+    void AddUser(const std::string& id) { mUsers.insert(id); }
     void ArmFault(const std::string& op, Fault fault) { mFaults.emplace(op, fault); }
     // A gate for the next call of op that has none yet: the call waits at
     // the server until Release, and the monitor waits with it. Released
@@ -133,10 +151,12 @@ public:
 
     // The host.
     void SendMail(const MailPtr& mail, bool callerTask);
-    void SetInboxMailsRead(const std::vector<std::string>& ids, bool callerTask);
-    void SetInboxMailsCompleted(const std::vector<std::string>& ids, bool callerTask);
-    void SetSentMailsCompleted(const std::vector<std::string>& ids, bool callerTask);
+    enum class Flag { Read, CompleteInbox, CompleteSent };
+    void SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerTask);
     void DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask);
+    // The limit's settings, and its run by the host.
+    void SetLimit(bool on, unsigned limit) { mLimitOn = on, mLimit = limit; }
+    void DeleteOverLimit() { mCounts.overLimit += Limit(), Run(); }
 
     // Signals and presence, as the signal client hands them on.
     void UpdateMails() { Queue(Job::Fetch), Run(); }
@@ -151,6 +171,9 @@ public:
         std::vector<std::string> all;          // ids of all mails the host sees, sorted
         std::uint64_t inboxRevision = 0, sentRevision = 0;
         bool online = false;
+        unsigned completed = 0;          // countable completed mails
+        std::set<std::string> contacts;  // the monitor's list
+        std::string wrongChoice;         // a limit's choice the text does not allow
     };
     ClientView View() const;
     // The server's requests of the four operations, "op box id,id", since the last take.
@@ -189,7 +212,8 @@ private:
         bool suspended = false, suspendPending = false;
         bool connected = false, registered = false, contactKnown = false;
         int reported = -1;
-        bool fetchQueued = false;
+        bool fetchQueued = false, contactsTold = false;
+        std::set<std::string> contacts;
         std::uint64_t inboxRevision = 0, sentRevision = 0;
         std::deque<Job> queue;
     };
@@ -214,19 +238,27 @@ private:
     void Push(const std::string& user);
     void StartFromStored();
     void StoreMails();
+    void UpdateContacts();
 
     // The client's side.
+    void ContactListChanged();
+    std::vector<const Mail*> AllMails() const;
+    std::vector<const Mail*> Countable() const;
+    bool Limit();
+    void DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool callerTask);
     void StatusChange(bool online);
     void MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta& sent);
     void SendMails(std::vector<Handler> tasks);
     void SendMailChanges();
     void FlagRequest(const char* op, const char* box, std::vector<std::string> ids,
                      std::vector<Handler> handlers);
-    static void AddChanges(std::vector<std::string>& list, const std::vector<std::string>& ids,
-                           std::vector<std::string>* added);
     static void Forget(std::vector<std::string>& list, const std::vector<std::string>& ids);
 
-    bool mStorage;
+    bool mStorage, mLimitOn;
+    unsigned mLimit;
+    std::set<std::string> mUsers{"anna", "bert"};
+    std::size_t mDeleteCalls = 0;
+    std::string mWrongChoice;
     bool mDown = false;
     bool mRunning = false;
     std::map<std::string, std::deque<bool>> mGates;  // op: closed or not, in order

@@ -42,6 +42,9 @@ struct Names {
     {"kill", Op::Kill, 1},
     {"hold", Op::Hold, 3},
     {"release", Op::Release, 3},
+    {"limit", Op::Limit, 3},
+    {"stranger", Op::Stranger, 2},
+    {"newcomer", Op::Newcomer, 1},
 };
 
 struct Random {
