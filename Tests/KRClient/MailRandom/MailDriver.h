@@ -20,7 +20,7 @@ enum class Op {
     CompleteSent,   // as Read
     DeleteInbox,    // as Read
     DeleteSent,     // as Read
-    BertSends,      // a: attachment
+    BertSends,      // a: attachment and thread, b: sent time
     OtherRead,      // the user's other computer; a: which mail
     OtherComplete,  // a: which, b: box
     OtherDelete,    // a: which, b: box
@@ -61,8 +61,5 @@ Sequence FromText(const std::string& text);
 std::string RunSequence(const Sequence& sequence, std::uint64_t seed);
 // Drops steps while the sequence still fails.
 Sequence Shrink(const Sequence& sequence, std::uint64_t seed);
-
-// Whether the client keeps its boxes across a restart ("Mails.dat").
-bool ClientKeepsBoxes();
 
 }  // namespace mailrandom

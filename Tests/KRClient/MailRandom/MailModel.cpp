@@ -345,60 +345,38 @@ void Model::Start() {
     Run();
 }
 
-// The client ends in order: its files are written, then the monitor stops
-// and what it still held ends canceled, where anyone is left to hear it.
-void Model::Restart() {
-    StoreMails();
-    mStored.outbox.clear();
-    for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
-    StartFromStored();
-}
-
 void Model::Crash(bool mailsWritten) {
-    if (mailsWritten) StoreMails();
+    if (mailsWritten) mStored.client = mClient;
     StartFromStored();
 }
 
 void Model::Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
                  bool mailsNew) {
-    StoreMails();
+    mStored.client = mClient;
     mStored.outbox.clear();
     for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
     if (outboxNew) mStored.outbox.insert(mStored.outbox.end(), sent.begin(), sent.end());
-    if (mailsNew && mStorage && readId != "-" && !Has(mStored.inboxToRead, readId)) {
-        mStored.inboxToRead.push_back(readId);
-        for (Mail& mail : mStored.inbox)
-            if (mail.id == readId) mail.read = true;
+    if (mailsNew && readId != "-" && !Has(mStored.client.inboxToRead, readId)) {
+        mStored.client.inboxToRead.push_back(readId);
+        if (Mail* mail = mStored.client.inbox.Find(readId)) mail->read = true;
     }
     StartFromStored();
 }
 
-void Model::StoreMails() {
-    if (mStorage) {
-        mStored.inbox = mClient.inbox.mails;
-        mStored.sent = mClient.sent.mails;
-        mStored.inboxRevision = mClient.inbox.revision;
-        mStored.sentRevision = mClient.sent.revision;
-        mStored.inboxToComplete = mClient.inboxToComplete;
-        mStored.inboxToRead = mClient.inboxToRead;
-        mStored.sentToComplete = mClient.sentToComplete;
-    }
-}
-
+// The monitor stops, and what it still held ends canceled, where anyone is
+// left to hear it. The new client starts from the files.
 void Model::StartFromStored() {
     for (const Job& job : mMonitor.queue)
         mCounts.callerCancel +=
             std::count(job.handlers.begin(), job.handlers.end(), Handler::Caller);
-    mClient = Client();
-    mMonitor = Monitor();
-    mClient.inbox.mails = mStored.inbox;
-    mClient.sent.mails = mStored.sent;
-    mClient.inbox.revision = mStored.inboxRevision;
-    mClient.sent.revision = mStored.sentRevision;
-    mClient.inboxToComplete = mStored.inboxToComplete;
-    mClient.inboxToRead = mStored.inboxToRead;
-    mClient.sentToComplete = mStored.sentToComplete;
+    mClient = mStored.client;
+    mClient.online = false;
+    mClient.underWay.clear();
+    mClient.inbox.deleted.clear();
+    mClient.sent.deleted.clear();
+    mClient.outbox.clear();
     for (const Mail& mail : mStored.outbox) mClient.outbox.push_back(std::make_shared<Mail>(mail));
+    mMonitor = Monitor();
     Start();
 }
 

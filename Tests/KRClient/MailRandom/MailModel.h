@@ -101,15 +101,11 @@ public:
     static constexpr const char* kComplete = "SetMailsCompleted";
     static constexpr const char* kDelete = "DeleteMails";
 
-    // storage: the client keeps its tables, revisions and lists across a
-    // restart; without it only the outbox survives.
-    Model(bool storage, bool limitOn, unsigned limit)
-        : mStorage(storage), mLimitOn(limitOn), mLimit(limit) {}
+    Model(bool limitOn, unsigned limit) : mLimitOn(limitOn), mLimit(limit) {}
 
-    // What the client did where the text leaves it the choice among mails of
-    // one sent time: its delete calls ("box id,id", ids sorted) in order, and
-    // its outbox at the end of the step. The limit takes the choice that
-    // matches, if the text allows one.
+    // What the client did where it may choose among mails of one sent time:
+    // its delete calls ("box id,id", ids sorted) in order, and its outbox at
+    // the end of the step. The limit takes the allowed choice that matches.
     struct Witness {
         std::vector<std::string> deletes;
         std::set<std::string> outbox;
@@ -138,7 +134,7 @@ public:
     // The client's start (a monitor that is not running yet is started).
     void Start();
     // An end in order, and a new start on the same files.
-    void Restart();
+    void Restart() { Kill({}, "-", false, false); }
     // The process dies as it ends: before it writes, or (mailsWritten) after
     // "Mails.dat" and before "Outbox.dat". What it did not write stays as the
     // last end in order left it.
@@ -173,7 +169,7 @@ public:
         bool online = false;
         unsigned completed = 0;          // countable completed mails
         std::set<std::string> contacts;  // the monitor's list
-        std::string wrongChoice;         // a limit's choice the text does not allow
+        std::string wrongChoice;         // a limit's choice that no allowed one matches
     };
     ClientView View() const;
     // The server's requests of the four operations, "op box id,id", since the last take.
@@ -217,10 +213,8 @@ private:
         std::uint64_t inboxRevision = 0, sentRevision = 0;
         std::deque<Job> queue;
     };
-    struct Stored {
-        std::vector<Mail> inbox, sent;
-        std::uint64_t inboxRevision = 0, sentRevision = 0;
-        std::vector<std::string> inboxToComplete, inboxToRead, sentToComplete;
+    struct Stored {  // what the last end in order wrote
+        Client client;
         std::vector<Mail> outbox;
     };
 
@@ -237,7 +231,6 @@ private:
     void Finish(const Job& job, int outcome);  // 0 success, 1 cancel, 2 failure
     void Push(const std::string& user);
     void StartFromStored();
-    void StoreMails();
     void UpdateContacts();
 
     // The client's side.
@@ -254,7 +247,7 @@ private:
                      std::vector<Handler> handlers);
     static void Forget(std::vector<std::string>& list, const std::vector<std::string>& ids);
 
-    bool mStorage, mLimitOn;
+    bool mLimitOn;
     unsigned mLimit;
     std::set<std::string> mUsers{"anna", "bert"};
     std::size_t mDeleteCalls = 0;
