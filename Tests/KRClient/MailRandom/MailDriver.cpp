@@ -56,21 +56,17 @@ std::string Flags(bool read, bool completed) {
     return std::string(read ? "r" : "-") + (completed ? "c" : "-");
 }
 
-template <typename T>
-std::string Show(const T& list) {
-    std::ostringstream out;
-    out << "[";
-    for (auto it = list.begin(); it != list.end(); ++it)
-        out << (it == list.begin() ? "" : " ") << *it;
-    out << "]";
-    return out.str();
-}
-
-std::string Joined(std::vector<std::string> ids) {
-    std::sort(ids.begin(), ids.end());
+std::string Joined(const auto& ids, const char* separator = ",") {
     std::string text, sep;
-    for (const auto& id : ids) text += sep + id, sep = ",";
+    for (const auto& id : ids) text += sep + id, sep = separator;
     return text;
+}
+std::string Show(const auto& list) {
+    return "[" + Joined(list, " ") + "]";
+}
+std::vector<std::string> Sorted(std::vector<std::string> list) {
+    std::sort(list.begin(), list.end());
+    return list;
 }
 
 // The client's mail of a modelled one; sender and time only where set.
@@ -136,7 +132,7 @@ struct Monitor : MB::MailboxMonitor {
         for (const auto& id : ids) list.push_back(id.Std());
         {
             std::lock_guard<std::mutex> lock(mHeard.mutex);
-            mHeard.deletes.push_back(box.Std() + " " + Joined(list));
+            mHeard.deletes.push_back(box.Std() + " " + Joined(Sorted(list)));
         }
         MailboxMonitor::DeleteMails(ids, box, tasks);
     }
@@ -272,7 +268,7 @@ private:
                               ? std::optional<std::string>(krtest::ReadFile(mFolder.Sub(name)))
                               : std::nullopt;
     }
-    std::string Kill(const Step& step);
+    std::string Kill(const Step& step, std::function<void()>& model);
 
     struct Owner : ZR::DependentResource {
         ~Owner() override { ReleaseDependents(); }
@@ -358,12 +354,16 @@ std::string World::Do(const Step& step) {
                 &C::SetInboxMailRead, &C::SetInboxMailCompleted, &C::SetSentMailCompleted};
             auto list = Pick(step.op != Op::CompleteSent, step);
             const bool one = single && !list.empty(), task = caller && !one;
+            // A connection that the limit's deletes set off waits until the
+            // call has looked whether the client is online.
+            auto connect = mService->BlockNext("MailConnect");
             if (one) {
                 list.resize(1);
                 (c.*singular[family])(ZR::UniString(list[0]));
             } else {
                 (c.*plural[family])(ids(list), Caller(task));
             }
+            connect->Release();
             Later([=, this] { mModel.SetFlag(static_cast<Model::Flag>(family), list, task); });
             break;
         }
@@ -478,28 +478,28 @@ std::string World::Do(const Step& step) {
             Release();
             break;
         case Op::Restart:
-            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
-            KeepFiles();
-            NewSession();
-            Later([this] { mModel.Restart(); });
-            break;
         case Op::Crash:
+        case Op::Kill: {
+            std::function<void()> model = [this] { mModel.Restart(); };
             if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
-            // What the process did not write stays as the last end left it:
-            // the client ends in order all the same, then that is put back.
-            if (step.a % 2) mKept.erase(KRC::MailClient::kMailsFileName);
-            for (const auto& [name, bytes] : mKept)
-                if (bytes)
-                    krtest::WriteFile(mFolder.Sub(name), *bytes);
-                else
-                    std::filesystem::remove(mFolder.Sub(name));
+            if (step.op == Op::Kill) {
+                if (std::string busy = Kill(step, model); !busy.empty()) return busy;
+            } else if (step.op == Op::Crash) {
+                // What the process did not write stays as the last end left
+                // it: the client ends in order all the same, then that is put back.
+                if (step.a % 2) mKept.erase(KRC::MailClient::kMailsFileName);
+                for (const auto& [name, bytes] : mKept)
+                    if (bytes)
+                        krtest::WriteFile(mFolder.Sub(name), *bytes);
+                    else
+                        std::filesystem::remove(mFolder.Sub(name));
+                model = [=, this] { mModel.Crash(step.a % 2); };
+            }
             KeepFiles();
             NewSession();
-            Later([=, this] { mModel.Crash(step.a % 2); });
+            Later(model);
             break;
-        case Op::Kill:
-            if (std::string busy = Kill(step); !busy.empty()) return busy;
-            break;
+        }
         case Op::Count:
             break;
     }
@@ -511,8 +511,7 @@ std::string World::Do(const Step& step) {
 }
 
 // Another host process on the files, killed as it ends.
-std::string World::Kill(const Step& step) {
-    if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
+std::string World::Kill(const Step& step, std::function<void()>& model) {
     KeepFiles();
     std::vector<Mail> sent;
     std::vector<std::string> argv{MAIL_RANDOM_WORKER_PATH, mFolder.Path(), krtest::kBertId};
@@ -538,11 +537,10 @@ std::string World::Kill(const Step& step) {
         const bool now = krtest::Exists(mFolder.Sub(name));
         return now != kept.has_value() || (now && krtest::ReadFile(mFolder.Sub(name)) != *kept);
     };
-    const bool outboxNew = changed("Outbox.dat");
-    const bool mailsNew = changed(KRC::MailClient::kMailsFileName);
-    KeepFiles();
-    NewSession();
-    Later([=, this] { mModel.Kill(sent, argv[3], outboxNew, mailsNew); });
+    model = [=, this, outboxNew = changed("Outbox.dat"),
+             mailsNew = changed(KRC::MailClient::kMailsFileName)] {
+        mModel.Kill(sent, argv[3], outboxNew, mailsNew);
+    };
     return "";
 }
 
@@ -587,36 +585,30 @@ std::string World::Compare(bool withServer) {
                           (flags ? ":" + Flags(mail->IsRead(), mail->IsCompleted()) : ""));
         return out;
     };
-    auto sorted = [](std::vector<std::string> list) {
-        std::sort(list.begin(), list.end());
-        return Show(list);
-    };
     KRC::MailClient& c = Client();
-    const Model::ClientView view = mModel.View();
-    check("inbox", sorted(shown(c.GetInboxMails(), true)), Show(view.inbox));
-    check("sent", sorted(shown(c.GetSentMails(), true)), Show(view.sent));
-    std::vector<std::string> outbox;
-    for (const auto& mail : c.GetOutboxMails())
-        outbox.push_back(mail->GetId().Std() + ":" + (mail->IsCompleted() ? "c" : "-"));
-    check("outbox", Show(outbox), Show(view.outbox));
-    check("all mails", sorted(shown(c.GetAllMails(), false)), Show(view.all));
-    check("inbox revision", c.GetInboxRevision(), view.inboxRevision);
-    check("sent revision", c.GetSentRevision(), view.sentRevision);
-    check("online", c.IsOnline(), view.online);
-    check("held", mGate && mGate->WaitUntilReached(0), mModel.IsHeld());
-    check("completed", c.CountCompletedMails(), view.completed);
-    check("limit's choice", std::string(), view.wrongChoice);
-    std::set<std::string> contacts;
+    std::vector<std::string> contacts;
     for (const auto& id : mSession->monitor.GetContactList()->GetContactOwnerIds())
-        contacts.insert(Login(id.Std()));
-    check("contacts", Show(contacts), Show(view.contacts));
+        contacts.push_back(Login(id.Std()));
+    std::map<std::string, std::string> real = {
+        {"inbox", Show(Sorted(shown(c.GetInboxMails(), true)))},
+        {"sent", Show(Sorted(shown(c.GetSentMails(), true)))},
+        {"outbox", Show(shown(c.GetOutboxMails(), true))},
+        {"all mails", Show(Sorted(shown(c.GetAllMails(), false)))},
+        {"inbox revision", std::to_string(c.GetInboxRevision())},
+        {"sent revision", std::to_string(c.GetSentRevision())},
+        {"online", std::to_string(c.IsOnline())},
+        {"held", std::to_string(mGate && mGate->WaitUntilReached(0))},
+        {"completed", std::to_string(c.CountCompletedMails())},
+        {"contacts", Show(Sorted(contacts))}};
+    for (const auto& [what, expected] : mModel.View()) check(what, real[what], expected);
 
     std::vector<std::string> requests;
     const auto records = mService->GetMailRequests();
     for (; mRequestsSeen < records.size(); ++mRequestsSeen) {
         const Emulator::MailRequestRecord& r = records[mRequestsSeen];
         if (std::find(std::begin(kFaultOps), std::end(kFaultOps), r.op) != std::end(kFaultOps))
-            requests.push_back(r.op + (r.box.empty() ? "" : " " + r.box) + " " + Joined(r.ids));
+            requests.push_back(r.op + (r.box.empty() ? "" : " " + r.box) + " " +
+                               Joined(Sorted(r.ids)));
     }
     check("requests", Show(requests), Show(mModel.TakeRequests()));
 

@@ -15,9 +15,9 @@ bool Has(const std::vector<T>& list, const T& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-std::string Joined(const std::vector<std::string>& ids) {
+std::string Joined(const std::vector<std::string>& ids, const char* separator = ",") {
     std::string text, sep;
-    for (const auto& id : ids) text += sep + id, sep = ",";
+    for (const auto& id : ids) text += sep + id, sep = separator;
     return text;
 }
 
@@ -37,12 +37,6 @@ std::vector<std::string> Unique(const std::vector<std::string>& ids) {
 
 // The server.
 
-Mail* ServerBox::Find(const std::string& id) {
-    for (Mail& mail : mails)
-        if (mail.id == id) return &mail;
-    return nullptr;
-}
-
 void ServerBox::Put(const Mail& mail) {
     if (Mail* known = Find(mail.id)) {
         *known = mail;
@@ -54,9 +48,7 @@ void ServerBox::Put(const Mail& mail) {
 }
 
 bool ServerBox::Remove(const std::string& id) {
-    auto it = std::find_if(mails.begin(), mails.end(), [&](const Mail& m) { return m.id == id; });
-    if (it == mails.end()) return false;
-    mails.erase(it);
+    if (!std::erase_if(mails, [&](const Mail& m) { return m.id == id; })) return false;
     Log(id, Kind::Deleted);
     return true;
 }
@@ -90,42 +82,14 @@ ServerBox::Delta ServerBox::Changes(std::uint64_t from) {
     return delta;
 }
 
-void Model::Push(const std::string& user) {
-    if (user == "anna" && mMonitor.registered) Queue(Job::Fetch);
-}
-
-void Model::PutMail(const std::string& user, bool inbox, const Mail& mail) {
-    Box(user, inbox).Put(mail);
-    Push(user);
-    Run();
-}
-
-void Model::RemoveMail(const std::string& user, bool inbox, const std::string& id) {
-    if (Box(user, inbox).Remove(id)) Push(user);
-    Run();
-}
-
-void Model::Gap(bool inbox) {
-    ServerBox& box = Box("anna", inbox);
-    box.gapAt = ++box.revision;
-}
-
 // Only a change of state is pushed.
 void Model::SetServerDown(bool down) {
-    if (std::exchange(mDown, down) != down && mMonitor.registered) {
-        if (down)
-            Queue(Job::ServerDown, true);
-        else
-            Queue(Job::Reconnect);
-    }
+    if (std::exchange(mDown, down) != down && mMonitor.registered)
+        Queue(down ? Job::ServerDown : Job::Reconnect, down);
     Run();
 }
 
 // The monitor.
-
-void Model::Queue(Job::Kind kind, bool front) {
-    Queue(kind, Job(), front);
-}
 
 void Model::Queue(Job::Kind kind, Job job, bool front) {
     job.kind = kind;
@@ -133,10 +97,7 @@ void Model::Queue(Job::Kind kind, Job job, bool front) {
         if (mMonitor.fetchQueued) return;
         mMonitor.fetchQueued = true;
     }
-    if (front)
-        mMonitor.queue.push_front(std::move(job));
-    else
-        mMonitor.queue.push_back(std::move(job));
+    mMonitor.queue.insert(front ? mMonitor.queue.begin() : mMonitor.queue.end(), std::move(job));
 }
 
 // The monitor's thread: one job after the other. What a job queues (the
@@ -160,12 +121,6 @@ void Model::Run() {
     mRunning = false;
 }
 
-void Model::Tell(bool online) {
-    if (mMonitor.reported == (online ? 1 : 0)) return;
-    mMonitor.reported = online ? 1 : 0;
-    StatusChange(online);
-}
-
 // A new connection: contacts first, then the status, then what changed.
 void Model::Connect() {
     mMonitor.connected = false;
@@ -174,11 +129,6 @@ void Model::Connect() {
     UpdateContacts();
     Tell(true);
     Fetch();
-}
-
-bool Model::EnsureConnected() {
-    if (!mMonitor.connected) Connect();
-    return mMonitor.connected;
 }
 
 void Model::Fetch() {
@@ -309,13 +259,14 @@ void Model::Finish(const Job& job, int outcome) {
                 mCounts.notified += outcome == 0;
                 break;
             case Handler::InboxCompleted:
-                if (outcome == 0) Forget(mClient.inboxToComplete, job.ids);
-                break;
             case Handler::InboxRead:
-                if (outcome == 0) Forget(mClient.inboxToRead, job.ids);
-                break;
             case Handler::SentCompleted:
-                if (outcome == 0) Forget(mClient.sentToComplete, job.ids);
+                if (outcome == 0)
+                    Forget(
+                        mClient.*(handler == Handler::InboxRead       ? &Client::inboxToRead
+                                  : handler == Handler::SentCompleted ? &Client::sentToComplete
+                                                                      : &Client::inboxToComplete),
+                        job.ids);
                 break;
             case Handler::Caller:
                 (outcome == 0   ? mCounts.callerSuccess
@@ -336,18 +287,6 @@ void Model::SetPresence(bool online) {
     mMonitor.suspended = mMonitor.suspendPending = false;
     Queue(Job::Reconnect, true);
     Run();
-}
-
-void Model::Start() {
-    mMonitor.inboxRevision = mClient.inbox.revision;
-    mMonitor.sentRevision = mClient.sent.revision;
-    Queue(Job::Reconnect, true);
-    Run();
-}
-
-void Model::Crash(bool mailsWritten) {
-    if (mailsWritten) mStored.client = mClient;
-    StartFromStored();
 }
 
 void Model::Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
@@ -382,12 +321,6 @@ void Model::StartFromStored() {
 
 // The client.
 
-Mail* Model::Table::Find(const std::string& id) {
-    for (Mail& mail : mails)
-        if (mail.id == id) return &mail;
-    return nullptr;
-}
-
 void Model::StatusChange(bool online) {
     if (!mClient.online && online && mMonitor.contactKnown)
         for (const MailPtr& mail : mClient.outbox) mail->time = kNow, mail->from = "anna";
@@ -411,14 +344,11 @@ bool Merge(const ServerBox::Delta& delta, std::vector<Mail>& table, std::uint64_
     }
     if (from != stored) return false;
     for (const auto* list : {&delta.created, &delta.updated})
-        for (const Mail& mail : *list) {
-            auto it = std::find_if(table.begin(), table.end(),
-                                   [&](const Mail& m) { return m.id == mail.id; });
-            if (it != table.end())
-                *it = mail;
+        for (const Mail& mail : *list)
+            if (Mail* known = Find(table, mail.id))
+                *known = mail;
             else
                 table.push_back(mail);
-        }
     bool removed = false;
     for (const std::string& id : delta.deleted) {
         removed |= std::erase_if(table, [&](const Mail& m) { return m.id == id; }) != 0;
@@ -455,10 +385,7 @@ void Model::MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta
 
 void Model::SendMail(const MailPtr& mail, bool callerTask) {
     const bool goesNow = mMonitor.contactKnown;
-    const bool known = std::any_of(mClient.outbox.begin(), mClient.outbox.end(),
-                                   [&](const MailPtr& m) { return m->id == mail->id; }) ||
-                       mClient.sent.Find(mail->id);
-    if (known) return;
+    if (Outboxed(mail->id) || mClient.sent.Find(mail->id)) return;
     if (goesNow) mail->time = kNow, mail->from = "anna";
     mClient.outbox.push_back(mail);
     if (!goesNow) return;
@@ -532,8 +459,7 @@ void Model::SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerT
         if (Has(list, id)) continue;
         list.push_back(id);
         Mail* mail = (flag == Flag::CompleteSent ? mClient.sent : mClient.inbox).Find(id);
-        for (const MailPtr& queued : mClient.outbox)
-            if (!mail && flag == Flag::CompleteSent && queued->id == id) mail = queued.get();
+        if (!mail && flag == Flag::CompleteSent) mail = Outboxed(id);
         if (mail) (flag == Flag::Read ? mail->read : mail->completed) = true;
     }
     if (flag != Flag::Read) Limit();
@@ -580,7 +506,7 @@ std::vector<const Mail*> Model::Countable() const {
 
 // Over the limit the oldest countable mails go, each with its whole thread;
 // an outbox mail leaves the outbox alone. Of the mails at the edge time any
-// may go: the choice is the client's, as its delete calls and outbox show.
+// may go: the client's choice is the allowed one that matches its calls.
 bool Model::Limit() {
     if (!mLimitOn) return false;
     std::vector<const Mail*> candidates = Countable();
@@ -589,73 +515,58 @@ bool Model::Limit() {
                      [](const Mail* a, const Mail* b) { return a->time < b->time; });
     const std::size_t go = candidates.size() - mLimit;
     const int edge = candidates[go - 1]->time;
-    std::vector<const Mail*> older, tied;
-    for (const Mail* mail : candidates) (mail->time < edge ? older : tied).push_back(mail);
-    std::erase_if(tied, [&](const Mail* mail) { return mail->time > edge; });
-    std::map<std::string, std::vector<std::string>> threads;
+    auto first = std::find_if(candidates.begin(), candidates.end(),
+                              [&](const Mail* m) { return m->time == edge; });
+    auto last =
+        std::find_if(first, candidates.end(), [&](const Mail* m) { return m->time > edge; });
+    std::vector<bool> pick(candidates.size(), false);  // whether each goes
+    std::fill(pick.begin(), pick.begin() + static_cast<std::ptrdiff_t>(go), true);
+    std::map<std::string, std::set<std::string>> threads;
     for (const Mail* mail : AllMails())
-        if (!mail->thread.empty()) threads[mail->thread].push_back(mail->id);
-    auto inOutbox = [&](const std::string& id) {
-        return std::any_of(mClient.outbox.begin(), mClient.outbox.end(),
-                           [&](const MailPtr& m) { return m->id == id; });
-    };
-    auto shown = [](const Table& table, const std::string& id) {
-        return !table.deleted.count(id) && std::any_of(table.mails.begin(), table.mails.end(),
-                                                       [&](const Mail& m) { return m.id == id; });
-    };
-    struct Effect {
-        std::vector<std::string> outbox, inbox, sent, calls;
-    };
-    auto effect = [&](const std::vector<bool>& pick) {
-        Effect e;
-        std::set<std::string> boxes;
-        std::vector<const Mail*> chosen = older;
-        for (std::size_t i = 0; i < tied.size(); ++i)
-            if (pick[i]) chosen.push_back(tied[i]);
-        for (const Mail* mail : chosen) {
-            if (inOutbox(mail->id)) {
-                e.outbox.push_back(mail->id);
-                continue;
-            }
-            if (!mail->thread.empty())
-                boxes.insert(threads[mail->thread].begin(), threads[mail->thread].end());
-            boxes.insert(mail->id);
+        if (!mail->thread.empty()) threads[mail->thread].insert(mail->id);
+    Table* const tables[] = {&mClient.inbox, &mClient.sent};
+    std::vector<std::string> outbox, boxes[2], calls;
+    for (int tries = 0; tries < 100000; ++tries) {
+        std::set<std::string> ids;
+        outbox.clear(), boxes[0].clear(), boxes[1].clear(), calls.clear();
+        for (std::size_t i = 0; i < candidates.size(); ++i)
+            if (pick[i] && Outboxed(candidates[i]->id))
+                outbox.push_back(candidates[i]->id);
+            else if (pick[i])
+                ids.insert(candidates[i]->id), ids.merge(std::set(threads[candidates[i]->thread]));
+        for (const std::string& id : ids)
+            for (int box = 0; box < 2; ++box)
+                if (tables[box]->Find(id) && !tables[box]->deleted.count(id)) {
+                    boxes[box].push_back(id);
+                    break;
+                }
+        for (int box = 0; box < 2; ++box)
+            if (!boxes[box].empty())
+                calls.push_back((box ? "Sent " : "Inbox ") + Joined(boxes[box]));
+        const bool matches =
+            mDeleteCalls + calls.size() <= seen.deletes.size() &&
+            std::equal(calls.begin(), calls.end(), seen.deletes.begin() + mDeleteCalls) &&
+            std::none_of(outbox.begin(), outbox.end(),
+                         [&](auto& id) { return seen.outbox.count(id); });
+        const auto from = pick.begin() + (first - candidates.begin());
+        if (matches || !std::prev_permutation(from, from + (last - first))) {
+            if (!matches && mWrongChoice.empty())
+                mWrongChoice = "limit " + std::to_string(mLimit) + ": e.g. outbox " +
+                               Joined(outbox) + " deletes " + Joined(calls);
+            break;
         }
-        for (const std::string& id : boxes)
-            if (shown(mClient.inbox, id))
-                e.inbox.push_back(id);
-            else if (shown(mClient.sent, id))
-                e.sent.push_back(id);
-        if (!e.inbox.empty()) e.calls.push_back("Inbox " + Joined(e.inbox));
-        if (!e.sent.empty()) e.calls.push_back("Sent " + Joined(e.sent));
-        return e;
-    };
-    auto matches = [&](const Effect& e) {
-        for (std::size_t i = 0; i < e.calls.size(); ++i)
-            if (mDeleteCalls + i >= seen.deletes.size() ||
-                seen.deletes[mDeleteCalls + i] != e.calls[i])
-                return false;
-        return std::none_of(e.outbox.begin(), e.outbox.end(),
-                            [&](const std::string& id) { return seen.outbox.count(id); });
-    };
-    std::vector<bool> pick(tied.size(), false);
-    std::fill(pick.begin(), pick.begin() + static_cast<std::ptrdiff_t>(go - older.size()), true);
-    const Effect first = effect(pick);
-    std::optional<Effect> found;
-    for (int tries = 0; !found && tries < 100000; ++tries) {
-        if (Effect e = effect(pick); matches(e)) found = std::move(e);
-        if (!std::prev_permutation(pick.begin(), pick.end())) break;
     }
-    if (!found && mWrongChoice.empty())
-        mWrongChoice = "limit " + std::to_string(mLimit) + " over " +
-                       std::to_string(candidates.size()) + ": allowed e.g. outbox " +
-                       Joined(first.outbox) + " deletes " + Joined(first.calls);
-    const Effect& e = found ? *found : first;
-    for (const std::string& id : e.outbox)
+    for (const std::string& id : outbox)
         std::erase_if(mClient.outbox, [&](const MailPtr& m) { return m->id == id; });
-    if (!e.inbox.empty()) DeleteRequest(e.inbox, true, false);
-    if (!e.sent.empty()) DeleteRequest(e.sent, false, false);
+    for (int box = 0; box < 2; ++box)
+        if (!boxes[box].empty()) DeleteRequest(boxes[box], box == 0, false);
     return true;
+}
+
+Mail* Model::Outboxed(const std::string& id) const {
+    for (const MailPtr& mail : mClient.outbox)
+        if (mail->id == id) return mail.get();
+    return nullptr;
 }
 
 void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
@@ -678,28 +589,33 @@ void Model::DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool 
 
 // What the host sees.
 
-Model::ClientView Model::View() const {
-    ClientView view;
-    auto shown = [](const Table& table, std::vector<std::string>& out) {
-        for (const Mail& mail : table.mails)
-            if (!table.deleted.count(mail.id))
-                out.push_back(mail.id + ":" + (mail.read ? "r" : "-") +
-                              (mail.completed ? "c" : "-"));
-        std::sort(out.begin(), out.end());
+std::map<std::string, std::string> Model::View() const {
+    auto shown = [](const Mail& mail) {
+        return mail.id + ":" + (mail.read ? "r" : "-") + (mail.completed ? "c" : "-");
     };
-    shown(mClient.inbox, view.inbox);
-    shown(mClient.sent, view.sent);
-    for (const MailPtr& mail : mClient.outbox)
-        view.outbox.push_back(mail->id + ":" + (mail->completed ? "c" : "-"));
-    for (const Mail* mail : AllMails()) view.all.push_back(mail->id);
-    std::sort(view.all.begin(), view.all.end());
-    view.inboxRevision = mClient.inbox.revision;
-    view.sentRevision = mClient.sent.revision;
-    view.online = mClient.online;
-    view.completed = static_cast<unsigned>(Countable().size());
-    view.contacts = mMonitor.contacts;
-    view.wrongChoice = mWrongChoice;
-    return view;
+    auto list = [](std::vector<std::string> items, bool sort = true) {
+        if (sort) std::sort(items.begin(), items.end());
+        return "[" + Joined(items, " ") + "]";
+    };
+    std::vector<std::string> boxes[2], outbox, all;
+    for (int box = 0; box < 2; ++box) {
+        const Table& table = box ? mClient.sent : mClient.inbox;
+        for (const Mail& mail : table.mails)
+            if (!table.deleted.count(mail.id)) boxes[box].push_back(shown(mail));
+    }
+    for (const MailPtr& mail : mClient.outbox) outbox.push_back(shown(*mail));
+    for (const Mail* mail : AllMails()) all.push_back(mail->id);
+    return {{"inbox", list(boxes[0])},
+            {"sent", list(boxes[1])},
+            {"outbox", list(outbox, false)},
+            {"all mails", list(all)},
+            {"inbox revision", std::to_string(mClient.inbox.revision)},
+            {"sent revision", std::to_string(mClient.sent.revision)},
+            {"online", std::to_string(mClient.online)},
+            {"held", std::to_string(mHeld.has_value())},
+            {"completed", std::to_string(Countable().size())},
+            {"contacts", list({mMonitor.contacts.begin(), mMonitor.contacts.end()})},
+            {"limit's choice", mWrongChoice}};
 }
 
 std::vector<std::string> Model::Candidates(bool inbox) const {

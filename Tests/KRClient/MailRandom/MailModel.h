@@ -11,6 +11,7 @@
 // a suspended monitor keeps its queue; a monitor that left the server hears
 // no pushes. What the client does with that is its own promise.
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -40,6 +41,11 @@ struct Mail {
 };
 using MailPtr = std::shared_ptr<Mail>;
 
+inline Mail* Find(std::vector<Mail>& mails, const std::string& id) {
+    auto it = std::find_if(mails.begin(), mails.end(), [&](const Mail& m) { return m.id == id; });
+    return it == mails.end() ? nullptr : &*it;
+}
+
 // One mailbox of the server: mails in order of arrival, a revision that each
 // change raises, and the log from which fetches are answered.
 struct ServerBox {
@@ -63,7 +69,7 @@ struct ServerBox {
     bool wholeNext = false;
     std::vector<Entry> log;
 
-    Mail* Find(const std::string& id);
+    Mail* Find(const std::string& id) { return mailrandom::Find(mails, id); }
     void Put(const Mail& mail);
     bool Remove(const std::string& id);
     void Log(const std::string& id, Kind kind) { log.push_back({++revision, id, kind}); }
@@ -116,9 +122,14 @@ public:
     ServerBox& Box(const std::string& user, bool inbox) {
         return mServer[user + (inbox ? "/I" : "/S")];
     }
-    void PutMail(const std::string& user, bool inbox, const Mail& mail);
-    void RemoveMail(const std::string& user, bool inbox, const std::string& id);
-    void Gap(bool inbox);
+    void PutMail(const std::string& user, bool inbox, const Mail& mail) {
+        Box(user, inbox).Put(mail), Push(user), Run();
+    }
+    void RemoveMail(const std::string& user, bool inbox, const std::string& id) {
+        if (Box(user, inbox).Remove(id)) Push(user);
+        Run();
+    }
+    void Gap(bool inbox) { Box("anna", inbox).gapAt = ++Box("anna", inbox).revision; }
     void WholeNext(bool inbox) { Box("anna", inbox).wholeNext = true; }
     void SetServerDown(bool down);
     void AddUser(const std::string& id) { mUsers.insert(id); }
@@ -132,13 +143,20 @@ public:
     bool IsHeld() const { return mHeld.has_value(); }
 
     // The client's start (a monitor that is not running yet is started).
-    void Start();
+    void Start() {
+        mMonitor.inboxRevision = mClient.inbox.revision;
+        mMonitor.sentRevision = mClient.sent.revision;
+        Queue(Job::Reconnect, true), Run();
+    }
     // An end in order, and a new start on the same files.
     void Restart() { Kill({}, "-", false, false); }
     // The process dies as it ends: before it writes, or (mailsWritten) after
     // "Mails.dat" and before "Outbox.dat". What it did not write stays as the
     // last end in order left it.
-    void Crash(bool mailsWritten);
+    void Crash(bool mailsWritten) {
+        if (mailsWritten) mStored.client = mClient;
+        StartFromStored();
+    }
     // An end in order, then another host process on the files that sends
     // mails and sets readId read ("-": none) offline, and is killed as it
     // writes: each of its files is new or as it was.
@@ -160,18 +178,10 @@ public:
     void UpdateContactList() { Queue(Job::Contacts), Run(); }
     void SetPresence(bool online);
 
-    // What the host sees.
-    struct ClientView {
-        std::vector<std::string> inbox, sent;  // "id:rc", sorted; hidden mails left out
-        std::vector<std::string> outbox;       // "id:c" in order
-        std::vector<std::string> all;          // ids of all mails the host sees, sorted
-        std::uint64_t inboxRevision = 0, sentRevision = 0;
-        bool online = false;
-        unsigned completed = 0;          // countable completed mails
-        std::set<std::string> contacts;  // the monitor's list
-        std::string wrongChoice;         // a limit's choice that no allowed one matches
-    };
-    ClientView View() const;
+    // What the host sees, by name: boxes as "[id:rc ...]", sorted but for
+    // the outbox; "limit's choice" names a choice of the client's that no
+    // allowed one matches.
+    std::map<std::string, std::string> View() const;
     // The server's requests of the four operations, "op box id,id", since the last take.
     std::vector<std::string> TakeRequests() { return std::exchange(mRequests, {}); }
     const Counts& GetCounts() const { return mCounts; }
@@ -195,7 +205,7 @@ private:
         std::vector<Mail> mails;
         std::uint64_t revision = 0;
         std::set<std::string> deleted;
-        Mail* Find(const std::string& id);
+        Mail* Find(const std::string& id) { return mailrandom::Find(mails, id); }
     };
     struct Client {
         bool online = false;
@@ -207,7 +217,7 @@ private:
     struct Monitor {
         bool suspended = false, suspendPending = false;
         bool connected = false, registered = false, contactKnown = false;
-        int reported = -1;
+        std::optional<bool> reported;
         bool fetchQueued = false, contactsTold = false;
         std::set<std::string> contacts;
         std::uint64_t inboxRevision = 0, sentRevision = 0;
@@ -219,17 +229,24 @@ private:
     };
 
     void Queue(Job::Kind kind, Job job, bool front = false);
-    void Queue(Job::Kind kind, bool front = false);
+    void Queue(Job::Kind kind, bool front = false) { Queue(kind, Job(), front); }
     void Run();
     void Process(Job& job);
-    bool EnsureConnected();
+    bool EnsureConnected() {
+        if (!mMonitor.connected) Connect();
+        return mMonitor.connected;
+    }
     void Connect();
-    void Tell(bool online);
+    void Tell(bool online) {  // only a change
+        if (std::exchange(mMonitor.reported, online) != online) StatusChange(online);
+    }
     void Fetch();
     void Apply(const Job& job);
     void Answer(const Job& job);
     void Finish(const Job& job, int outcome);  // 0 success, 1 cancel, 2 failure
-    void Push(const std::string& user);
+    void Push(const std::string& user) {
+        if (user == "anna" && mMonitor.registered) Queue(Job::Fetch);
+    }
     void StartFromStored();
     void UpdateContacts();
 
@@ -238,6 +255,7 @@ private:
     std::vector<const Mail*> AllMails() const;
     std::vector<const Mail*> Countable() const;
     bool Limit();
+    Mail* Outboxed(const std::string& id) const;
     void DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool callerTask);
     void StatusChange(bool online);
     void MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta& sent);
