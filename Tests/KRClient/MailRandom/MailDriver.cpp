@@ -148,18 +148,13 @@ struct ContactsHeard : MB::MailboxMonitorObserver {
     Heard& mHeard;
 };
 
-struct FolderManager : KRCB::CacheFolderConnection {
-    explicit FolderManager(IO::Location folder)
-        : CacheFolderConnection(std::move(folder), IO::Location(), krtest::kProjectPath) {}
-};
-
 // One run of the host: a monitor of its own, and the client on the cache
 // folder. Ends as a host ends: the client first, then the monitor.
 struct Session {
     Session(const krtest::TempFolder& folder, Heard& heard, bool limitOn, unsigned limit)
         : monitor(krtest::ProjectLocation(), heard),
           contacts(monitor, heard),
-          manager(folder.Location()),
+          manager(folder.Location(), IO::Location(), krtest::kProjectPath),
           client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, limitOn, limit,
                                                    std::make_unique<ErrorHandler>(heard))),
           observer(heard) {
@@ -173,7 +168,7 @@ struct Session {
     ContactsHeard contacts;
     // Reaches no server: presence and signals come from the steps.
     KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
-    FolderManager manager;
+    KRCB::CacheFolderConnection manager;
     std::unique_ptr<KRC::MailClient> client;
     Observer observer;
 };
@@ -500,8 +495,6 @@ std::string World::Do(const Step& step) {
             Later(model);
             break;
         }
-        case Op::Count:
-            break;
     }
     if (std::string busy = Settle(); !busy.empty()) return busy;
     Flush();

@@ -42,7 +42,6 @@ enum class Op {
     Limit,     // the host sets the limit on completed mails and runs it; a: number, b: on
     Stranger,  // a sent mail from a sender the server does not know; a: who, b: attachment
     Newcomer,  // a: who joins the server
-    Count
 };
 
 struct Step {

@@ -21,11 +21,6 @@ std::string Joined(const std::vector<std::string>& ids, const char* separator = 
     return text;
 }
 
-std::vector<std::string> Sorted(std::vector<std::string> ids) {
-    std::sort(ids.begin(), ids.end());
-    return ids;
-}
-
 std::vector<std::string> Unique(const std::vector<std::string>& ids) {
     std::vector<std::string> once;
     for (const auto& id : ids)
@@ -149,27 +144,19 @@ void Model::UpdateContacts() {
 }
 
 void Model::Process(Job& job) {
-    switch (job.kind) {
-        case Job::ServerDown:
-            mMonitor.connected = false;
-            return Tell(false);
-        case Job::Reconnect:
-            return Connect();
-        default:
-            break;
-    }
+    if (job.kind == Job::ServerDown) return mMonitor.connected = false, Tell(false);
+    if (job.kind == Job::Reconnect) return Connect();
     if (!EnsureConnected()) return Finish(job, 2);
     if (job.kind == Job::Request) {
+        std::multiset<std::string> ids(job.ids.begin(), job.ids.end());
         mRequests.push_back(job.op + (job.box.empty() ? "" : " " + job.box) + " " +
-                            Joined(Sorted(job.ids)));
+                            Joined({ids.begin(), ids.end()}));
         std::deque<bool>& gates = mGates[job.op];
         const bool closed = !gates.empty() && gates.front();
         if (!gates.empty()) gates.pop_front();
-        if (closed) {
-            mHeld = std::move(job);
-            return;
-        }
-        return Answer(job);
+        if (!closed) return Answer(job);
+        mHeld = std::move(job);
+        return;
     }
     if (job.kind == Job::Fetch) Fetch();
     if (job.kind == Job::Contacts) UpdateContacts();
@@ -278,14 +265,9 @@ void Model::Finish(const Job& job, int outcome) {
 
 // Suspended at once, left the server once the job under way has ended.
 void Model::SetPresence(bool online) {
-    if (!online) {
-        if (mMonitor.suspended) return;
-        mMonitor.suspended = mMonitor.suspendPending = true;
-        return Run();
-    }
-    if (!mMonitor.suspended) return;
-    mMonitor.suspended = mMonitor.suspendPending = false;
-    Queue(Job::Reconnect, true);
+    if (mMonitor.suspended != online) return;
+    mMonitor.suspended = mMonitor.suspendPending = !online;
+    if (online) Queue(Job::Reconnect, true);
     Run();
 }
 

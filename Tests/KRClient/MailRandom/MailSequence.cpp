@@ -22,7 +22,7 @@ const char* const kNames[] = {
     "crash",       "kill",       "limit",      "stranger",       "newcomer"};
 const int kWeights[] = {12, 2, 7, 7, 6, 5, 4, 10, 3, 3, 3, 4, 5, 3, 4,
                         7,  3, 2, 2, 2, 1, 3, 3,  4, 4, 1, 3, 2, 1};
-static_assert(std::size(kNames) == static_cast<std::size_t>(Op::Count) &&
+static_assert(std::size(kNames) == static_cast<std::size_t>(Op::Newcomer) + 1 &&
               std::size(kWeights) == std::size(kNames));
 
 struct Random {
