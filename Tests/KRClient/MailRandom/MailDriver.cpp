@@ -84,15 +84,7 @@ ZR::Ref<KRC::ClientMail> Wrap(const Mail& m) {
     return own;
 }
 
-// What the host hears, from any thread.
-struct Heard {
-    std::atomic<int> sendFailed{0}, deleteFailed{0}, flagFailed{0};
-    std::atomic<int> callerSuccess{0}, callerCancel{0}, callerFailure{0};
-    std::atomic<int> notified{0}, contactsTold{0}, overLimit{0};
-    Counts Get() const {
-        return {sendFailed,    deleteFailed, flagFailed,   callerSuccess, callerCancel,
-                callerFailure, notified,     contactsTold, overLimit};
-    }
+struct Heard : Counts {
     std::mutex mutex;
     std::vector<std::string> deletes;  // the client's delete calls, as the model writes them
 };
@@ -613,7 +605,7 @@ std::string World::Compare(bool withServer) {
             << "; contacts told " << n.contactsTold << "; over the limit " << n.overLimit;
         return out.str();
     };
-    check("heard", counts(mHeard.Get()), counts(mModel.GetCounts()));
+    check("heard", counts(mHeard), counts(mModel.GetCounts()));
 
     if (withServer)
         for (const auto& [login, inbox] :

@@ -12,6 +12,7 @@
 // no pushes. What the client does with that is its own promise.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -88,13 +89,13 @@ enum class Handler {
     Caller
 };
 
+// What the host hears; atomic, since the client's side is heard on any thread.
 struct Counts {
-    int sendFailed = 0, deleteFailed = 0, flagFailed = 0;
-    int callerSuccess = 0, callerCancel = 0, callerFailure = 0;
-    int notified = 0;      // calls of the client's observers
-    int contactsTold = 0;  // the monitor's calls of ContactListChanged
-    int overLimit = 0;     // the host's calls of the limit that answered true
-    bool operator==(const Counts&) const = default;
+    std::atomic<int> sendFailed{0}, deleteFailed{0}, flagFailed{0};
+    std::atomic<int> callerSuccess{0}, callerCancel{0}, callerFailure{0};
+    std::atomic<int> notified{0};      // calls of the client's observers
+    std::atomic<int> contactsTold{0};  // the monitor's calls of ContactListChanged
+    std::atomic<int> overLimit{0};     // the host's calls of the limit that answered true
 };
 
 enum class Fault { Fail, Cancel };

@@ -70,6 +70,10 @@ TEST(MailRandomThreadTest, KeptCasesAgreeWithTheModel) {
         {11, "away:7,9 send:6,9 restart:10,6 crash:9,0"},
         // The server pushes only a change of its state: "up" when up reconnects nobody.
         {11432, "hold:3,10 delete-inbox:6,1 up:3,9 complete-inbox:4,1 bert-sends:9,7 fail:3,2"},
+        // The limit's deletes go out at once, also from the host's own call of the limit...
+        {4, "limit:0,2"},
+        // ...and from a completion offline, where the server is down and they fail.
+        {7, "send:9,7 limit:1,1 down:8,6 complete-sent:11,7"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(RunSequence(FromText(c.sequence), c.seed), "") << c.seed << ": " << c.sequence;
