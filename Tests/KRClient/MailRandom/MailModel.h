@@ -1,9 +1,10 @@
 #pragma once
 // A reference of what the mail client promises, small enough to read in one
-// go: the server's boxes, the mailbox monitor's queue and connection, and the
-// client's tables, outbox, lists of changes and deletions under way. It is
-// written apart from the client and shares none of its code, so that after
-// each step of a random sequence the two can be compared.
+// go: the server's boxes, the mailbox monitor's queue, connection and contact
+// list, and the client's tables, outbox, lists of changes, deletions under way
+// and limit on completed mails. It is written apart from the client and
+// shares none of its code, so that after each step of a random sequence the
+// two can be compared.
 //
 // The server and the monitor are modelled as far as they decide what the
 // client is given: a fetch answers what changed after a revision, the whole
@@ -37,7 +38,7 @@ struct Mail {
     bool completed = false;
     bool autoComplete = true;     // no attachment forbids the client to complete it
     std::vector<std::string> to;  // logins
-    std::string from, thread;     // sender's owner id, thread id; empty for none
+    std::string from, thread;     // sender's login, thread id; empty for none
     int time = 0;
 };
 using MailPtr = std::shared_ptr<Mail>;
@@ -133,7 +134,7 @@ public:
     void Gap(bool inbox) { Box("anna", inbox).gapAt = ++Box("anna", inbox).revision; }
     void WholeNext(bool inbox) { Box("anna", inbox).wholeNext = true; }
     void SetServerDown(bool down);
-    void AddUser(const std::string& id) { mUsers.insert(id); }
+    void AddUser(const std::string& login) { mUsers.insert(login); }
     void ArmFault(const std::string& op, Fault fault) { mFaults.emplace(op, fault); }
     // A gate for the next call of op that has none yet: the call waits at
     // the server until Release, and the monitor waits with it. Released
@@ -141,7 +142,6 @@ public:
     void Hold(const std::string& op) { mGates[op].push_back(true); }
     void Release();
     bool IsHolding() const;
-    bool IsHeld() const { return mHeld.has_value(); }
 
     // The client's start (a monitor that is not running yet is started).
     void Start() {
