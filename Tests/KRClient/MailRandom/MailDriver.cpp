@@ -180,7 +180,8 @@ public:
         Later([this] { mModel.Start(); });
     }
     ~World() {
-        if (mGate) mGate->Release();
+        for (auto* gate : {&mGate, &mConnect})
+            if (*gate) (*gate)->Release();
         mSession.reset();
         ZR::MessageLoop::RunPending();
     }
@@ -268,7 +269,7 @@ private:
     unsigned mLimit;
     Model mModel;
     std::unique_ptr<Session> mSession;
-    std::shared_ptr<Emulator::Gate> mGate;
+    std::shared_ptr<Emulator::Gate> mGate, mConnect;
     std::vector<std::function<void()>> mLater;
     std::map<std::string, std::pair<ZR::Ref<KRC::ClientMail>, MailPtr>> mOwn;  // the host's mails
     std::vector<std::string> mOwnIds;
@@ -342,15 +343,14 @@ std::string World::Do(const Step& step) {
             auto list = Pick(step.op != Op::CompleteSent, step);
             const bool one = single && !list.empty(), task = caller && !one;
             // A connection that the limit's deletes set off waits until the
-            // call has looked whether the client is online.
-            auto connect = mService->BlockNext("MailConnect");
+            // call has looked whether the client is online: Settle lets it go.
+            if (step.op != Op::Read && !mConnect) mConnect = mService->BlockNext("MailConnect");
             if (one) {
                 list.resize(1);
                 (c.*singular[family])(ZR::UniString(list[0]));
             } else {
                 (c.*plural[family])(ids(list), Caller(task));
             }
-            connect->Release();
             Later([=, this] { mModel.SetFlag(static_cast<Model::Flag>(family), list, task); });
             break;
         }
@@ -541,16 +541,17 @@ std::string World::Finish() {
 
 // Until the monitor is between jobs with nothing to run and the message loop
 // has nothing pending, or a held call has reached the server, which holds
-// the monitor's thread until it is released.
+// the monitor's thread until it is released. A held connection goes on.
 std::string World::Settle() {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBoundMs);
     while (std::chrono::steady_clock::now() < end) {
+        if (mConnect && mConnect->WaitUntilReached(0)) mConnect->Release(), mConnect.reset();
         if (mGate && mGate->WaitUntilReached(0)) {
             while (ZR::MessageLoop::RunPending() != 0) {
             }
             return "";
         }
-        if (mSession->monitor.WaitUntilIdle(mGate ? 5 : kBoundMs) &&
+        if (mSession->monitor.WaitUntilIdle(mGate || mConnect ? 5 : kBoundMs) &&
             ZR::MessageLoop::RunPending() == 0 && mSession->monitor.WaitUntilIdle(0))
             return "";
     }
