@@ -84,7 +84,10 @@ ZR::Ref<KRC::ClientMail> Wrap(const Mail& m) {
     return own;
 }
 
-struct Heard : Counts {
+// What the host hears, on any thread; it observes each client in turn.
+struct Heard : Counts, KRC::MailClientObserver {
+    ~Heard() override { DetachFromSources(); }
+    void MailListChanged(KRC::MailClient&, const MailboxChanges&) override { ++notified; }
     std::mutex mutex;
     std::vector<std::string> deletes;  // the client's delete calls, as the model writes them
 };
@@ -102,13 +105,6 @@ struct CallerHandler : MB::MailboxEventHandler {
     void OnSuccess() override { ++mHeard.callerSuccess; }
     void OnCancel() override { ++mHeard.callerCancel; }
     void OnFailure(ZR::Ref<MB::MailboxMonitorException>&) override { ++mHeard.callerFailure; }
-    Heard& mHeard;
-};
-
-struct Observer : KRC::MailClientObserver {
-    explicit Observer(Heard& heard) : mHeard(heard) {}
-    ~Observer() override { DetachFromSources(); }
-    void MailListChanged(KRC::MailClient&, const MailboxChanges&) override { ++mHeard.notified; }
     Heard& mHeard;
 };
 
@@ -148,9 +144,8 @@ struct Session {
           contacts(monitor, heard),
           manager(folder.Location(), IO::Location(), krtest::kProjectPath),
           client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, limitOn, limit,
-                                                   std::make_unique<ErrorHandler>(heard))),
-          observer(heard) {
-        client->Attach(observer);
+                                                   std::make_unique<ErrorHandler>(heard))) {
+        client->Attach(heard);
     }
     ~Session() {
         client.reset();
@@ -162,7 +157,6 @@ struct Session {
     KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
     KRCB::CacheFolderConnection manager;
     std::unique_ptr<KRC::MailClient> client;
-    Observer observer;
 };
 
 // The real side acts at once; the model's side of a step waits until the

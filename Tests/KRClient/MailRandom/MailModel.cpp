@@ -507,37 +507,44 @@ bool Model::Limit() {
     for (const Mail* mail : AllMails())
         if (!mail->thread.empty()) threads[mail->thread].insert(mail->id);
     Table* const tables[] = {&mClient.inbox, &mClient.sent};
-    std::vector<std::string> outbox, boxes[2], calls;
+    // Of the choices that match the client's calls and outbox, the one that explains most.
+    struct Choice {
+        std::vector<std::string> outbox, boxes[2], calls;
+    } best, choice;
+    int bestScore = -1;
+    const auto from = pick.begin() + (first - candidates.begin());
     for (int tries = 0; tries < 100000; ++tries) {
         std::set<std::string> ids;
-        outbox.clear(), boxes[0].clear(), boxes[1].clear(), calls.clear();
+        choice = Choice();
         for (std::size_t i = 0; i < candidates.size(); ++i)
             if (pick[i] && Outboxed(candidates[i]->id))
-                outbox.push_back(candidates[i]->id);
+                choice.outbox.push_back(candidates[i]->id);
             else if (pick[i])
                 ids.insert(candidates[i]->id), ids.merge(std::set(threads[candidates[i]->thread]));
         for (const std::string& id : ids)
             for (int box = 0; box < 2; ++box)
                 if (tables[box]->Find(id) && !tables[box]->deleted.count(id)) {
-                    boxes[box].push_back(id);
+                    choice.boxes[box].push_back(id);
                     break;
                 }
         for (int box = 0; box < 2; ++box)
-            if (!boxes[box].empty())
-                calls.push_back((box ? "Sent " : "Inbox ") + Joined(boxes[box]));
+            if (!choice.boxes[box].empty())
+                choice.calls.push_back((box ? "Sent " : "Inbox ") + Joined(choice.boxes[box]));
+        const auto& calls = choice.calls;
         const bool matches =
             mDeleteCalls + calls.size() <= seen.deletes.size() &&
             std::equal(calls.begin(), calls.end(), seen.deletes.begin() + mDeleteCalls) &&
-            std::none_of(outbox.begin(), outbox.end(),
+            std::none_of(choice.outbox.begin(), choice.outbox.end(),
                          [&](auto& id) { return seen.outbox.count(id); });
-        const auto from = pick.begin() + (first - candidates.begin());
-        if (matches || !std::prev_permutation(from, from + (last - first))) {
-            if (!matches && mWrongChoice.empty())
-                mWrongChoice = "limit " + std::to_string(mLimit) + ": e.g. outbox " +
-                               Joined(outbox) + " deletes " + Joined(calls);
-            break;
-        }
+        const int score =
+            matches ? static_cast<int>(calls.size() * 1000 + choice.outbox.size()) : -1;
+        if (score > bestScore || tries == 0) best = choice, bestScore = score;
+        if (!std::prev_permutation(from, from + (last - first))) break;
     }
+    if (bestScore < 0 && mWrongChoice.empty())
+        mWrongChoice = "limit " + std::to_string(mLimit) + ": e.g. outbox " + Joined(best.outbox) +
+                       " deletes " + Joined(best.calls);
+    const auto& [outbox, boxes, calls] = best;
     for (const std::string& id : outbox)
         std::erase_if(mClient.outbox, [&](const MailPtr& m) { return m->id == id; });
     for (int box = 0; box < 2; ++box)
