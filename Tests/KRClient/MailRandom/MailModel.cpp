@@ -433,8 +433,7 @@ void Model::SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerT
         {&Client::sentToComplete,
          kComplete,
          "Sent",
-         {Handler::ShowFlagError, Handler::SentCompleted}},
-    };
+         {Handler::ShowFlagError, Handler::SentCompleted}}};
     const Family& family = families[static_cast<int>(flag)];
     std::vector<std::string>& list = mClient.*family.list;
     for (const auto& id : ids) {
