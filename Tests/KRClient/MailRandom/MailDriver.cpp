@@ -1,7 +1,6 @@
 #include "MailDriver.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -12,12 +11,10 @@
 #include <optional>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "KRCB/MailboxMonitor.h"
 #include "KRCB/SignalClient.h"
-#include "KRClient/MailClient/MailAttachment.h"
 #include "KRClient/MailClient/MailClient.h"
 #include "KRClient/MailClient/UserContactFactory.h"
 #include "MailModel.h"
@@ -108,7 +105,8 @@ struct CallerHandler : MB::MailboxEventHandler {
     Heard& mHeard;
 };
 
-// The monitor the client is given: it notes the delete calls as they come.
+// The monitor the client is given: it notes the delete calls as they come,
+// with the client's outbox at the time.
 struct Monitor : MB::MailboxMonitor {
     Monitor(const IO::Location& location, Heard& heard)
         : MailboxMonitor(location,
@@ -116,15 +114,18 @@ struct Monitor : MB::MailboxMonitor {
           mHeard(heard) {}
     void DeleteMails(const ZR::PagedArray<ZR::UniString, 8>& ids, const M::MailboxName& box,
                      MB::MailboxEventHandlerTasks& tasks) override {
-        std::vector<std::string> list;
+        std::vector<std::string> list, outbox;
         for (const auto& id : ids) list.push_back(id.Std());
+        for (const auto& mail : client->GetOutboxMails()) outbox.push_back(mail->GetId().Std());
         {
             std::lock_guard<std::mutex> lock(mHeard.mutex);
-            mHeard.deletes.push_back(box.Std() + " " + Joined(Sorted(list)));
+            mHeard.deletes.push_back(box.Std() + " " + Joined(Sorted(list)) + " | " +
+                                     Joined(Sorted(outbox)));
         }
         MailboxMonitor::DeleteMails(ids, box, tasks);
     }
     Heard& mHeard;
+    KRC::MailClient* client = nullptr;
 };
 
 struct ContactsHeard : MB::MailboxMonitorObserver {
@@ -145,7 +146,7 @@ struct Session {
           manager(folder.Location(), IO::Location(), krtest::kProjectPath),
           client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, limitOn, limit,
                                                    std::make_unique<ErrorHandler>(heard))) {
-        client->Attach(heard);
+        client->Attach(heard), monitor.client = client.get();
     }
     ~Session() {
         client.reset();
@@ -192,7 +193,11 @@ public:
 
 private:
     KRC::MailClient& Client() { return *mSession->client; }
-    void NewSession() { mSession = std::make_unique<Session>(mFolder, mHeard, mLimitOn, mLimit); }
+    // The first connection waits until the session stands: Settle lets it go.
+    void NewSession() {
+        if (!mConnect) mConnect = mService->BlockNext("MailConnect");
+        mSession = std::make_unique<Session>(mFolder, mHeard, mLimitOn, mLimit);
+    }
     std::string Box(const std::string& login, bool inbox) {
         return mService->GetMailboxId(kServer, login, inbox ? "Inbox" : "Sent");
     }

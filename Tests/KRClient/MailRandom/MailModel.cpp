@@ -1,10 +1,7 @@
 #include "MailModel.h"
 
 #include <algorithm>
-#include <map>
-#include <optional>
 #include <unordered_map>
-#include <utility>
 
 namespace mailrandom {
 
@@ -506,7 +503,7 @@ bool Model::Limit() {
     for (const Mail* mail : AllMails())
         if (!mail->thread.empty()) threads[mail->thread].insert(mail->id);
     Table* const tables[] = {&mClient.inbox, &mClient.sent};
-    // Of the choices that match the client's calls and outbox, the one that explains most.
+    // Of the choices that match the client's calls, the one that explains most.
     struct Choice {
         std::vector<std::string> outbox, boxes[2], calls;
     } best, choice;
@@ -526,17 +523,20 @@ bool Model::Limit() {
                     choice.boxes[box].push_back(id);
                     break;
                 }
+        std::set<std::string> left;  // the outbox when the calls are made
+        for (const MailPtr& mail : mClient.outbox)
+            if (!Has(choice.outbox, mail->id)) left.insert(mail->id);
         for (int box = 0; box < 2; ++box)
             if (!choice.boxes[box].empty())
-                choice.calls.push_back((box ? "Sent " : "Inbox ") + Joined(choice.boxes[box]));
+                choice.calls.push_back((box ? "Sent " : "Inbox ") + Joined(choice.boxes[box]) +
+                                       " | " + Joined({left.begin(), left.end()}));
         const auto& calls = choice.calls;
         const bool matches =
             mDeleteCalls + calls.size() <= seen.deletes.size() &&
             std::equal(calls.begin(), calls.end(), seen.deletes.begin() + mDeleteCalls) &&
             std::none_of(choice.outbox.begin(), choice.outbox.end(),
                          [&](auto& id) { return seen.outbox.count(id); });
-        const int score =
-            matches ? static_cast<int>(calls.size() * 1000 + choice.outbox.size()) : -1;
+        const int score = matches ? static_cast<int>(calls.size()) : -1;
         if (score > bestScore || tries == 0) best = choice, bestScore = score;
         if (!std::prev_permutation(from, from + (last - first))) break;
     }
@@ -555,12 +555,6 @@ Mail* Model::Outboxed(const std::string& id) const {
     for (const MailPtr& mail : mClient.outbox)
         if (mail->id == id) return mail.get();
     return nullptr;
-}
-
-void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
-    if (ids.empty()) return;
-    DeleteRequest(ids, inbox, callerTask);
-    Run();
 }
 
 void Model::DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool callerTask) {

@@ -111,9 +111,9 @@ public:
 
     Model(bool limitOn, unsigned limit) : mLimitOn(limitOn), mLimit(limit) {}
 
-    // What the client did where it may choose among mails of one sent time:
-    // its delete calls ("box id,id", ids sorted) in order, and its outbox at
-    // the end of the step. The limit takes the allowed choice that matches.
+    // What the client did where it may choose among mails of one sent time: its
+    // delete calls in order ("box id,id | outbox as it was, id,id", ids sorted),
+    // and its outbox at the end of the step. The limit takes a choice that matches.
     struct Witness {
         std::vector<std::string> deletes;
         std::set<std::string> outbox;
@@ -168,7 +168,9 @@ public:
     void SendMail(const MailPtr& mail, bool callerTask);
     enum class Flag { Read, CompleteInbox, CompleteSent };
     void SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerTask);
-    void DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask);
+    void DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
+        if (!ids.empty()) DeleteRequest(ids, inbox, callerTask), Run();
+    }
     // The limit's settings, and its run by the host.
     void SetLimit(bool on, unsigned limit) { mLimitOn = on, mLimit = limit; }
     void DeleteOverLimit() { mCounts.overLimit += Limit(), Run(); }
