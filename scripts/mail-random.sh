@@ -57,7 +57,9 @@ end=$(date +%s.%N)
 ran=$(grep -ho '^mail-random: [0-9]*' "$out"/*.log | awk '{s += $2} END {print s + 0}')
 awk -v n="$ran" -v a="$start" -v b="$end" -v j="$jobs" \
   'BEGIN {printf "%d sequences in %.1f s on %d cores: %.1f sequences per second\n", n, b - a, j, n / (b - a)}'
-failures=$(awk '/^failing seed/ {p = 1} p && /^$/ {p = 0} p' "$out"/*.log)
+# A report's lines are indented; the library's own debug lines in between are not.
+failures=$(awk '/^failing seed/ {p = 1; print; next} p && /^  / {print; next} /^(\.\.|\[)/ {p = 0}' \
+  "$out"/*.log)
 if [ -n "$failures" ]; then echo "$failures"; status=1; fi
 if [ "$ran" -ne "$seeds" ]; then
   echo "some runs ended early; their last lines:" >&2

@@ -1,19 +1,20 @@
 #include "MailDriver.h"
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "KRCB/MailboxMonitor.h"
 #include "KRCB/SignalClient.h"
-#include "KRClient/MailClient/MailAttachment.h"
 #include "KRClient/MailClient/MailClient.h"
 #include "KRClient/MailClient/UserContactFactory.h"
 #include "MailModel.h"
@@ -32,115 +33,150 @@ using krtest::kServer;
 namespace {
 
 constexpr int kBoundMs = 10000;
-
-using mailrandom::Pinned;
-
 const char* const kFaultOps[] = {Model::kSend, Model::kRead, Model::kComplete, Model::kDelete};
 
+// Logins of the server's users and of those it does not know yet.
 std::string UserId(const std::string& login) {
-    return login == "anna" ? krtest::kAnnaId : krtest::kBertId;
+    return login == "anna"   ? krtest::kAnnaId
+           : login == "bert" ? krtest::kBertId
+                             : "5e000000-0000-4000-8000-00000000000" + login.substr(1);
+}
+std::string Login(const std::string& id) {
+    return id == krtest::kAnnaId ? "anna" : id == krtest::kBertId ? "bert" : "s" + id.substr(35);
 }
 
 M::Address InboxOf(const std::string& login) {
     return M::Address(M::MailboxId(ZR::UniString(UserId(login)), "Inbox"), ZR::UniString(login));
 }
 
-std::string Flags(const M::Mail& mail) {
-    return std::string(mail.IsRead() ? "r" : "-") + (mail.IsCompleted() ? "c" : "-");
+std::string Flags(bool read, bool completed) {
+    return std::string(read ? "r" : "-") + (completed ? "c" : "-");
 }
 
-template <typename T>
-std::string Show(const std::vector<T>& list) {
-    std::ostringstream out;
-    out << "[";
-    for (std::size_t i = 0; i < list.size(); ++i) out << (i ? " " : "") << list[i];
-    out << "]";
-    return out.str();
+std::string Joined(const auto& ids, const char* separator = ",") {
+    std::string text, sep;
+    for (const auto& id : ids) text += sep + id, sep = separator;
+    return text;
+}
+std::string Show(const auto& list) {
+    return "[" + Joined(list, " ") + "]";
+}
+std::vector<std::string> Sorted(std::vector<std::string> list) {
+    std::sort(list.begin(), list.end());
+    return list;
 }
 
-// What the host hears, from any thread.
-struct Heard {
-    std::atomic<int> sendFailed{0}, deleteFailed{0}, flagFailed{0};
-    std::atomic<int> callerSuccess{0}, callerCancel{0}, callerFailure{0};
-    std::atomic<int> notified{0};
-    Counts Get() const {
-        return {sendFailed,   deleteFailed,  flagFailed, callerSuccess,
-                callerCancel, callerFailure, notified};
-    }
+// The client's mail of a modelled one; sender and time only where set.
+ZR::Ref<KRC::ClientMail> Wrap(const Mail& m) {
+    auto mail = ZR::Ref<M::Mail>::Make(M::MailId(ZR::UniString(m.id)));
+    ZR::Ref<KRC::ClientMail> own(new KRC::ClientMail(mail));
+    M::AddressList recipients;
+    for (const auto& login : m.to) recipients.Add(InboxOf(login));
+    own->SetRecipients(recipients);
+    if (!m.from.empty()) own->SetSender(InboxOf(m.from));
+    if (m.time) own->SetSent(M::Date(m.time));
+    own->SetThreadId(ZR::UniString(m.thread));
+    own->SetMessagePart(ZR::UniString("text of " + m.id));
+    if (!m.autoComplete) own->AddAttachment(Pinned());
+    return own;
+}
+
+// What the host hears, on any thread; it observes each client in turn.
+struct Heard : Counts, KRC::MailClientObserver {
+    ~Heard() override { DetachFromSources(); }
+    void MailListChanged(KRC::MailClient&, const MailboxChanges&) override { ++notified; }
+    std::mutex mutex;
+    std::vector<std::string> deletes;  // the client's delete calls, as the model writes them
 };
 
-class ErrorHandler : public KRC::MailClientErrorHandler {
-public:
+struct ErrorHandler : KRC::MailClientErrorHandler {
     explicit ErrorHandler(Heard& heard) : mHeard(heard) {}
     void MailSendingFailed(Failure&) override { ++mHeard.sendFailed; }
     void MailDeletingFailed(Failure&) override { ++mHeard.deleteFailed; }
     void SetMailsReadFailed(Failure&) override { ++mHeard.flagFailed; }
-
-private:
     Heard& mHeard;
 };
 
-class CallerHandler : public MB::MailboxEventHandler {
-public:
+struct CallerHandler : MB::MailboxEventHandler {
     explicit CallerHandler(Heard& heard) : mHeard(heard) {}
     void OnSuccess() override { ++mHeard.callerSuccess; }
     void OnCancel() override { ++mHeard.callerCancel; }
     void OnFailure(ZR::Ref<MB::MailboxMonitorException>&) override { ++mHeard.callerFailure; }
-
-private:
     Heard& mHeard;
 };
 
-class Observer : public KRC::MailClientObserver {
-public:
-    explicit Observer(Heard& heard) : mHeard(heard) {}
-    ~Observer() override { DetachFromSources(); }
-    void MailListChanged(KRC::MailClient&, const MailboxChanges&) override { ++mHeard.notified; }
-
-private:
+// The monitor the client is given: it notes the delete calls as they come,
+// with the client's outbox at the time.
+struct Monitor : MB::MailboxMonitor {
+    Monitor(const IO::Location& location, Heard& heard)
+        : MailboxMonitor(location,
+                         ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
+          mHeard(heard) {}
+    void DeleteMails(const ZR::PagedArray<ZR::UniString, 8>& ids, const M::MailboxName& box,
+                     MB::MailboxEventHandlerTasks& tasks) override {
+        std::vector<std::string> list, outbox;
+        for (const auto& id : ids) list.push_back(id.Std());
+        for (const auto& mail : client->GetOutboxMails()) outbox.push_back(mail->GetId().Std());
+        {
+            std::lock_guard<std::mutex> lock(mHeard.mutex);
+            mHeard.deletes.push_back(box.Std() + " " + Joined(Sorted(list)) + " | " +
+                                     Joined(Sorted(outbox)));
+        }
+        MailboxMonitor::DeleteMails(ids, box, tasks);
+    }
     Heard& mHeard;
+    KRC::MailClient* client = nullptr;
 };
 
-struct FolderManager : KRCB::CacheFolderConnection {
-    explicit FolderManager(IO::Location folder)
-        : CacheFolderConnection(std::move(folder), IO::Location(), krtest::kProjectPath) {}
+struct ContactsHeard : MB::MailboxMonitorObserver {
+    ContactsHeard(MB::MailboxMonitor& monitor, Heard& heard) : mHeard(heard) {
+        monitor.Attach(*this);
+    }
+    ~ContactsHeard() override { DetachFromSources(); }
+    void ContactListChanged(ZR::Ref<const MB::ContactList>&) override { ++mHeard.contactsTold; }
+    Heard& mHeard;
 };
 
 // One run of the host: a monitor of its own, and the client on the cache
 // folder. Ends as a host ends: the client first, then the monitor.
 struct Session {
-    Session(const IO::Location& location, const krtest::TempFolder& folder, Heard& heard)
-        : monitor(location, ZR::Ref<MB::ContactFactory>(new KRC::Mailbox::UserContactFactory)),
-          manager(folder.Location()),
-          client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, false, 0,
-                                                   std::make_unique<ErrorHandler>(heard))),
-          observer(heard) {
-        client->Attach(observer);
+    Session(const krtest::TempFolder& folder, Heard& heard, bool limitOn, unsigned limit)
+        : monitor(krtest::ProjectLocation(), heard),
+          contacts(monitor, heard),
+          manager(folder.Location(), IO::Location(), krtest::kProjectPath),
+          client(std::make_unique<KRC::MailClient>(&monitor, &signals, &manager, limitOn, limit,
+                                                   std::make_unique<ErrorHandler>(heard))) {
+        client->Attach(heard), monitor.client = client.get();
     }
     ~Session() {
         client.reset();
         monitor.Stop();
     }
-    MB::MailboxMonitor monitor;
+    Monitor monitor;
+    ContactsHeard contacts;
     // Reaches no server: presence and signals come from the steps.
     KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
-    FolderManager manager;
+    KRCB::CacheFolderConnection manager;
     std::unique_ptr<KRC::MailClient> client;
-    Observer observer;
 };
 
+// The real side acts at once; the model's side of a step waits until the
+// client has come to rest, so that where the client may choose among mails
+// of one sent time, the model can see the choice made.
 class World {
 public:
-    World(std::uint64_t seed, bool storage) : mService(seed), mModel(storage) {
+    explicit World(std::uint64_t seed)
+        : mService(seed), mLimitOn(seed % 3 != 0), mLimit(seed / 3 % 4), mModel(mLimitOn, mLimit) {
         // Both boxes have a history before the client first looks.
-        Deliver("b0", false);
-        SentElsewhere("x0");
+        Put(true, ServerMail("b0", "bert", 1));
+        Put(false, ServerMail("x0", "anna", 1));
         KeepFiles();
-        mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
-        mModel.Start();
+        NewSession();
+        Later([this] { mModel.Start(); });
     }
     ~World() {
-        if (mGate) mGate->Release();
+        for (auto* gate : {&mGate, &mConnect})
+            if (*gate) (*gate)->Release();
         mSession.reset();
         ZR::MessageLoop::RunPending();
     }
@@ -148,6 +184,7 @@ public:
     // The client's first connection, at rest.
     std::string Begin() {
         std::string busy = Settle();
+        Flush();
         mModel.SetNotified(mHeard.notified);
         return busy.empty() ? Compare(true) : busy;
     }
@@ -156,31 +193,61 @@ public:
 
 private:
     KRC::MailClient& Client() { return *mSession->client; }
+    // The first connection waits until the session stands: Settle lets it go.
+    void NewSession() {
+        if (!mConnect) mConnect = mService->BlockNext("MailConnect");
+        mSession = std::make_unique<Session>(mFolder, mHeard, mLimitOn, mLimit);
+    }
     std::string Box(const std::string& login, bool inbox) {
         return mService->GetMailboxId(kServer, login, inbox ? "Inbox" : "Sent");
     }
     std::vector<std::string> Pick(bool inbox, const Step& step) const;
-    MB::MailboxEventHandlerTask* NewCaller() {
-        return new MB::MailboxEventHandlerTask(&mOwner, new CallerHandler(mHeard));
-    }
     ZR::Ref<MB::MailboxEventHandlerTask> Caller(bool wanted) {
-        return wanted ? ZR::Ref<MB::MailboxEventHandlerTask>(NewCaller())
+        return wanted ? ZR::Ref<MB::MailboxEventHandlerTask>(
+                            new MB::MailboxEventHandlerTask(&mOwner, new CallerHandler(mHeard)))
                       : ZR::Ref<MB::MailboxEventHandlerTask>();
     }
-    void Deliver(const std::string& id, bool pinned);
-    void SentElsewhere(const std::string& id);
+    Mail ServerMail(const std::string& id, const std::string& from, int time, int shape = 0) {
+        Mail mail(id);
+        mail.from = from;
+        mail.to = {from == "bert" ? "anna" : "bert"};
+        mail.time = time;
+        mail.autoComplete = shape % 2 == 0;
+        mail.thread = shape / 2 % 4 == 0 ? "" : "t" + std::to_string(shape / 2 % 4);
+        return mail;
+    }
+    // A mail put straight into one of the user's boxes on the server.
+    void Put(bool inbox, const Mail& mail) {
+        mService->AddMail(kServer, Box("anna", inbox), *Wrap(mail)->ToServerMail());
+        Later([=, this] { mModel.PutMail("anna", inbox, mail); });
+    }
     void ChangeOnServer(bool inbox, int which, bool read);
+    void Later(std::function<void()> step) { mLater.push_back(std::move(step)); }
+    // The model catches up with what the client did, and sees its choices.
+    void Flush() {
+        {
+            std::lock_guard<std::mutex> lock(mHeard.mutex);
+            mModel.seen.deletes = mHeard.deletes;
+        }
+        mModel.seen.outbox.clear();
+        for (const auto& mail : Client().GetOutboxMails())
+            mModel.seen.outbox.insert(mail->GetId().Std());
+        for (auto& step : std::exchange(mLater, {})) step();
+    }
     std::string Settle();
     std::string Compare(bool withServer);
     void Release() {
         if (mGate) mGate->Release();
         mGate.reset();
-        mModel.Release();
+        Later([this] { mModel.Release(); });
     }
     // What the released call sets off ends before the client does.
     std::string ReleaseAndSettle() {
         Release();
-        return Settle();
+        std::string busy = Settle();
+        Flush();
+        if (busy.empty()) mSession.reset();
+        return busy;
     }
     void KeepFiles() {
         for (const char* name : {KRC::MailClient::kMailsFileName, "Outbox.dat"})
@@ -188,6 +255,7 @@ private:
                               ? std::optional<std::string>(krtest::ReadFile(mFolder.Sub(name)))
                               : std::nullopt;
     }
+    std::string Kill(const Step& step, std::function<void()>& model);
 
     struct Owner : ZR::DependentResource {
         ~Owner() override { ReleaseDependents(); }
@@ -196,46 +264,19 @@ private:
     ZR::MessageLoop::Scope mLoop;
     krtest::TempFolder mFolder;
     Heard mHeard;
+    bool mLimitOn;
+    unsigned mLimit;
     Model mModel;
     std::unique_ptr<Session> mSession;
-    std::shared_ptr<Emulator::Gate> mGate;
-    std::map<std::string, ZR::Ref<KRC::ClientMail>> mMails;  // the host's own
-    std::map<std::string, MailPtr> mModelMails;
+    std::shared_ptr<Emulator::Gate> mGate, mConnect;
+    std::vector<std::function<void()>> mLater;
+    std::map<std::string, std::pair<ZR::Ref<KRC::ClientMail>, MailPtr>> mOwn;  // the host's mails
     std::vector<std::string> mOwnIds;
+    std::set<std::string> mJoined;
     int mNext = 1;
     std::size_t mRequestsSeen = 0;
     std::map<std::string, std::optional<std::string>> mKept;  // the files of the last end in order
 };
-
-ZR::Ref<M::Mail> NewServerMail(const std::string& id, const std::string& from,
-                               const std::vector<std::string>& to, bool pinned) {
-    auto mail = ZR::Ref<M::Mail>::Make(M::MailId(ZR::UniString(id)));
-    M::AddressList senders, recipients;
-    senders.Add(InboxOf(from));
-    for (const auto& login : to) recipients.Add(InboxOf(login));
-    mail->SetFrom(senders);
-    mail->SetTo(recipients);
-    KRC::ClientMail wrapped(mail);
-    wrapped.SetMessagePart(ZR::UniString("text of " + id));
-    if (pinned) wrapped.AddAttachment(Pinned());
-    return wrapped.ToServerMail();
-}
-
-void World::Deliver(const std::string& id, bool pinned) {
-    mService->AddMail(kServer, Box("anna", true), *NewServerMail(id, "bert", {"anna"}, pinned));
-    Mail mail(id);
-    mail.autoComplete = !pinned;
-    mail.to = {"anna"};
-    mModel.PutMail("anna", true, mail);
-}
-
-// A mail the user sent from another computer.
-void World::SentElsewhere(const std::string& id) {
-    mService->AddMail(kServer, Box("anna", false), *NewServerMail(id, "anna", {"bert"}, false));
-    Mail mail(id);
-    mail.to = {"bert"};
-    mModel.PutMail("anna", false, mail);
-}
 
 // The user's other computer sets a flag.
 void World::ChangeOnServer(bool inbox, int which, bool read) {
@@ -248,7 +289,7 @@ void World::ChangeOnServer(bool inbox, int which, bool read) {
             mService->AddMail(kServer, Box("anna", inbox), server);
         }
     (read ? mail.read : mail.completed) = true;
-    mModel.PutMail("anna", inbox, mail);
+    Later([=, this] { mModel.PutMail("anna", inbox, mail); });
 }
 
 std::vector<std::string> World::Pick(bool inbox, const Step& step) const {
@@ -268,73 +309,48 @@ std::string World::Do(const Step& step) {
         for (const auto& id : list) out.Add(ZR::UniString(id));
         return out;
     };
+    using C = KRC::MailClient;
     KRC::MailClient& c = Client();
     switch (step.op) {
         case Op::Send: {
             const std::string id = "a" + std::to_string(mNext++);
-            const std::vector<std::string> to = step.a % 3 == 0 ? std::vector<std::string>{"bert"}
-                                                : step.a % 3 == 1
-                                                    ? std::vector<std::string>{"anna"}
-                                                    : std::vector<std::string>{"bert", "anna"};
-            const bool pinned = step.b % 2;
-            auto mail = ZR::Ref<M::Mail>::Make(M::MailId(ZR::UniString(id)));
-            ZR::Ref<KRC::ClientMail> own(new KRC::ClientMail(mail));
-            M::AddressList recipients;
-            for (const auto& login : to) recipients.Add(InboxOf(login));
-            own->SetRecipients(recipients);
-            own->SetMessagePart(ZR::UniString("text of " + id));
-            if (pinned) own->AddAttachment(Pinned());
-            auto modelled = std::make_shared<Mail>(id);
-            modelled->autoComplete = !pinned;
-            modelled->to = to;
-            mMails[id] = own;
-            mModelMails[id] = modelled;
+            auto mail = std::make_shared<Mail>(ServerMail(id, "", 0, step.b % 2 + step.a / 3 * 2));
+            mail->to = step.a % 3 == 0   ? std::vector<std::string>{"bert"}
+                       : step.a % 3 == 1 ? std::vector<std::string>{"anna"}
+                                         : std::vector<std::string>{"bert", "anna"};
+            mOwn[id] = {Wrap(*mail), mail};
             mOwnIds.push_back(id);
-            c.SendMail(own, Caller(step.b / 2 % 2));
-            mModel.SendMail(modelled, step.b / 2 % 2);
+            c.SendMail(mOwn[id].first, Caller(step.b / 2 % 2));
+            Later([=, this] { mModel.SendMail(mail, step.b / 2 % 2); });
             break;
         }
         case Op::Resend: {
             if (mOwnIds.empty()) break;
-            const std::string& id = mOwnIds[static_cast<std::size_t>(step.a) % mOwnIds.size()];
-            c.SendMail(mMails[id], Caller(caller));
-            mModel.SendMail(mModelMails[id], caller);
+            auto own = mOwn[mOwnIds[static_cast<std::size_t>(step.a) % mOwnIds.size()]];
+            c.SendMail(own.first, Caller(caller));
+            Later([=, this] { mModel.SendMail(own.second, caller); });
             break;
         }
-        case Op::Read: {
-            auto list = Pick(true, step);
-            if (single && !list.empty()) {
-                list.resize(1);
-                c.SetInboxMailRead(ZR::UniString(list[0]));
-                mModel.SetInboxMailsRead(list, false);
-            } else {
-                c.SetInboxMailsRead(ids(list), Caller(caller));
-                mModel.SetInboxMailsRead(list, caller);
-            }
-            break;
-        }
-        case Op::CompleteInbox: {
-            auto list = Pick(true, step);
-            if (single && !list.empty()) {
-                list.resize(1);
-                c.SetInboxMailCompleted(ZR::UniString(list[0]));
-                mModel.SetInboxMailsCompleted(list, false);
-            } else {
-                c.SetInboxMailsCompleted(ids(list), Caller(caller));
-                mModel.SetInboxMailsCompleted(list, caller);
-            }
-            break;
-        }
+        case Op::Read:
+        case Op::CompleteInbox:
         case Op::CompleteSent: {
-            auto list = Pick(false, step);
-            if (single && !list.empty()) {
+            const int family = static_cast<int>(step.op) - static_cast<int>(Op::Read);
+            static void (C::*const plural[])(const C::Ids&, C::Task) = {
+                &C::SetInboxMailsRead, &C::SetInboxMailsCompleted, &C::SetSentMailsCompleted};
+            static void (C::*const singular[])(const ZR::UniString&) = {
+                &C::SetInboxMailRead, &C::SetInboxMailCompleted, &C::SetSentMailCompleted};
+            auto list = Pick(step.op != Op::CompleteSent, step);
+            const bool one = single && !list.empty(), task = caller && !one;
+            // A connection that the limit's deletes set off waits until the
+            // call has looked whether the client is online: Settle lets it go.
+            if (step.op != Op::Read && !mConnect) mConnect = mService->BlockNext("MailConnect");
+            if (one) {
                 list.resize(1);
-                c.SetSentMailCompleted(ZR::UniString(list[0]));
-                mModel.SetSentMailsCompleted(list, false);
+                (c.*singular[family])(ZR::UniString(list[0]));
             } else {
-                c.SetSentMailsCompleted(ids(list), Caller(caller));
-                mModel.SetSentMailsCompleted(list, caller);
+                (c.*plural[family])(ids(list), Caller(task));
             }
+            Later([=, this] { mModel.SetFlag(static_cast<Model::Flag>(family), list, task); });
             break;
         }
         case Op::DeleteInbox:
@@ -343,26 +359,35 @@ std::string World::Do(const Step& step) {
             auto list = Pick(inbox, step);
             if (single && !list.empty()) {
                 list.resize(1);
-                if (inbox)
-                    c.DeleteInboxMail(ZR::UniString(list[0]), Caller(caller));
-                else
-                    c.DeleteSentMail(ZR::UniString(list[0]), Caller(caller));
-            } else if (inbox) {
-                c.DeleteInboxMails(ids(list), Caller(caller));
+                (c.*(inbox ? &C::DeleteInboxMail : &C::DeleteSentMail))(ZR::UniString(list[0]),
+                                                                        Caller(caller));
             } else {
-                c.DeleteSentMails(ids(list), Caller(caller));
+                (c.*(inbox ? &C::DeleteInboxMails : &C::DeleteSentMails))(ids(list),
+                                                                          Caller(caller));
             }
-            mModel.DeleteMails(list, inbox, caller);
+            Later([=, this] { mModel.DeleteMails(list, inbox, caller); });
             break;
         }
         case Op::BertSends:
-            Deliver("b" + std::to_string(mNext++), step.a % 2);
+            Put(true, ServerMail("b" + std::to_string(mNext++), "bert", 1 + step.b % 3, step.a));
             break;
+        case Op::Stranger:
+            Put(false, ServerMail("s" + std::to_string(mNext++), "s" + std::to_string(step.a % 3),
+                                  1 + step.a / 3 % 3, step.b));
+            break;
+        case Op::Newcomer: {
+            const std::string login = "s" + std::to_string(step.a % 3);
+            if (!mJoined.insert(login).second) break;
+            Emulator::UserSpec user;
+            user.login = login, user.id = UserId(login);
+            mService->AddUser(kServer, user);
+            Later([=, this] { mModel.AddUser(login); });
+            break;
+        }
         case Op::OtherRead:
-            ChangeOnServer(true, step.a, true);
-            break;
         case Op::OtherComplete:
-            ChangeOnServer(step.b % 2 == 0, step.a, false);
+            ChangeOnServer(step.op == Op::OtherRead || step.b % 2 == 0, step.a,
+                           step.op == Op::OtherRead);
             break;
         case Op::OtherDelete: {
             const bool inbox = step.b % 2 == 0;
@@ -370,19 +395,19 @@ std::string World::Do(const Step& step) {
             if (mails.empty()) break;
             const std::string id = mails[static_cast<std::size_t>(step.a) % mails.size()].id;
             mService->DeleteMail(kServer, Box("anna", inbox), id);
-            mModel.RemoveMail("anna", inbox, id);
+            Later([=, this] { mModel.RemoveMail("anna", inbox, id); });
             break;
         }
         case Op::Down:
         case Op::Up:
             mService->SetServerDown(kServer, step.op == Op::Down);
-            mModel.SetServerDown(step.op == Op::Down);
+            Later([=, this] { mModel.SetServerDown(step.op == Op::Down); });
             break;
         case Op::Away:
         case Op::Back:
             c.PresenceStateChanged(step.op == Op::Back ? KRCB::kPresenceOnline
                                                        : KRCB::kPresenceCheckFailed);
-            mModel.SetPresence(step.op == Op::Back);
+            Later([=, this] { mModel.SetPresence(step.op == Op::Back); });
             break;
         case Op::Fail: {
             const char* op = kFaultOps[step.a % 4];
@@ -390,110 +415,117 @@ std::string World::Do(const Step& step) {
                 mService->CancelNext(op);
             else
                 mService->FailNext(op, {Emulator::FaultKind::ZRException, "refused"});
-            mModel.ArmFault(op, step.b % 2 ? Fault::Cancel : Fault::Fail);
+            Later([=, this] { mModel.ArmFault(op, step.b % 2 ? Fault::Cancel : Fault::Fail); });
             break;
         }
         case Op::Gap: {
             const bool inbox = step.a % 2 == 0;
             mService->ScriptMailGap(kServer, Box("anna", inbox));
-            mModel.Gap(inbox);
-            if (inbox)
-                Deliver("b" + std::to_string(mNext++), false);
-            else
-                SentElsewhere("x" + std::to_string(mNext++));
+            Later([=, this] { mModel.Gap(inbox); });
+            Put(inbox, ServerMail((inbox ? "b" : "x") + std::to_string(mNext++),
+                                  inbox ? "bert" : "anna", 1 + step.b % 3));
             break;
         }
         case Op::Whole:
-            mService->ScriptWholeMailbox(kServer, Box("anna", step.a % 2 == 0));
-            mModel.WholeNext(step.a % 2 == 0);
-            c.SignalReceived(nullptr, KRCB::Signal(KRCB::kSignalMailsChanged, "", ""));
-            mModel.UpdateMails();
-            break;
         case Op::Fetch:
+            if (step.op == Op::Whole) {
+                mService->ScriptWholeMailbox(kServer, Box("anna", step.a % 2 == 0));
+                Later([=, this] { mModel.WholeNext(step.a % 2 == 0); });
+            }
             c.SignalReceived(nullptr, KRCB::Signal(KRCB::kSignalMailsChanged, "", ""));
-            mModel.UpdateMails();
+            Later([this] { mModel.UpdateMails(); });
             break;
         case Op::Reset:
             c.SignalReceived(nullptr, KRCB::Signal(KRCB::kSignalProjectStateRefused, "", ""));
-            mModel.ResetConnection();
+            Later([this] { mModel.ResetConnection(); });
             break;
         case Op::Contacts:
             c.OnlineUserListChanged();
-            mModel.UpdateContactList();
+            Later([this] { mModel.UpdateContactList(); });
             break;
+        case Op::Limit: {
+            mLimitOn = step.b % 3 != 0;
+            mLimit = static_cast<unsigned>(step.a % 4);
+            c.SetUseCompletedLimit(mLimitOn);
+            c.SetCompletedLimitNum(mLimit);
+            mHeard.overLimit += c.DeleteCompletedMailsOverLimit();
+            Later([on = mLimitOn, limit = mLimit, this] {
+                mModel.SetLimit(on, limit);
+                mModel.DeleteOverLimit();
+            });
+            break;
+        }
         case Op::Hold:
             if (mModel.IsHolding()) break;
             mGate = mService->BlockNext(kFaultOps[step.a % 4]);
-            mModel.Hold(kFaultOps[step.a % 4]);
+            Later([=, this] { mModel.Hold(kFaultOps[step.a % 4]); });
             break;
         case Op::Release:
             Release();
             break;
         case Op::Restart:
-            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
-            mSession.reset();
-            KeepFiles();
-            mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
-            mModel.Restart();
-            break;
         case Op::Crash:
-            if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
-            // What the process did not write stays as the last end left it:
-            // the client ends in order all the same, then that is put back.
-            mSession.reset();
-            if (step.a % 2) mKept.erase(KRC::MailClient::kMailsFileName);
-            for (const auto& [name, bytes] : mKept)
-                if (bytes)
-                    krtest::WriteFile(mFolder.Sub(name), *bytes);
-                else
-                    std::filesystem::remove(mFolder.Sub(name));
-            KeepFiles();
-            mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
-            mModel.Crash(step.a % 2);
-            break;
         case Op::Kill: {
+            std::function<void()> model = [this] { mModel.Restart(); };
             if (std::string busy = ReleaseAndSettle(); !busy.empty()) return busy;
-            mSession.reset();
-            KeepFiles();
-            std::vector<Mail> sent;
-            std::vector<std::string> argv{MAIL_RANDOM_WORKER_PATH, mFolder.Path(), krtest::kBertId};
-            const std::vector<std::string> candidates = mModel.Candidates(true);
-            argv.push_back(candidates.empty() ? "-" : candidates[step.b % candidates.size()]);
-            for (int i = 0; i <= step.a % 2; ++i) {
-                sent.emplace_back("k" + std::to_string(mNext++));
-                sent.back().to = {"bert"};
-                argv.push_back(sent.back().id);
+            if (step.op == Op::Kill) {
+                if (std::string busy = Kill(step, model); !busy.empty()) return busy;
+            } else if (step.op == Op::Crash) {
+                // What the process did not write stays as the last end left
+                // it: the client ends in order all the same, then that is put back.
+                if (step.a % 2) mKept.erase(KRC::MailClient::kMailsFileName);
+                for (const auto& [name, bytes] : mKept)
+                    if (bytes)
+                        krtest::WriteFile(mFolder.Sub(name), *bytes);
+                    else
+                        std::filesystem::remove(mFolder.Sub(name));
+                model = [=, this] { mModel.Crash(step.a % 2); };
             }
-            {
-                krtest::ChildProcess worker(argv);
-                std::string line;
-                if (!worker.ReadLine(&line) || line != "ending")
-                    return "  the killed host process did not start: " + line + "\n";
-                // A kill at some point of its end, which writes the files.
-                for (int i = 0; i < (step.b % 4) * 100; ++i) std::this_thread::yield();
-                worker.Kill(SIGKILL);
-                worker.Wait();
-            }
-            auto changed = [&](const char* name) {
-                const auto& kept = mKept[name];
-                const bool now = krtest::Exists(mFolder.Sub(name));
-                return now != kept.has_value() ||
-                       (now && krtest::ReadFile(mFolder.Sub(name)) != *kept);
-            };
-            const bool outboxNew = changed("Outbox.dat");
-            const bool mailsNew = changed(KRC::MailClient::kMailsFileName);
             KeepFiles();
-            mSession = std::make_unique<Session>(krtest::ProjectLocation(), mFolder, mHeard);
-            mModel.Kill(sent, argv[3], outboxNew, mailsNew);
+            NewSession();
+            Later(model);
             break;
         }
-        case Op::Count:
-            break;
     }
     if (std::string busy = Settle(); !busy.empty()) return busy;
+    Flush();
     if (step.op == Op::Restart || step.op == Op::Crash || step.op == Op::Kill)
         mModel.SetNotified(mHeard.notified);
     return Compare(false);
+}
+
+// Another host process on the files, killed as it ends.
+std::string World::Kill(const Step& step, std::function<void()>& model) {
+    KeepFiles();
+    std::vector<Mail> sent;
+    std::vector<std::string> argv{MAIL_RANDOM_WORKER_PATH, mFolder.Path(), krtest::kBertId};
+    const std::vector<std::string> candidates = mModel.Candidates(true);
+    argv.push_back(candidates.empty() ? "-" : candidates[step.b % candidates.size()]);
+    for (int i = 0; i <= step.a % 2; ++i) {
+        sent.emplace_back("k" + std::to_string(mNext++));
+        sent.back().to = {"bert"};
+        argv.push_back(sent.back().id);
+    }
+    {
+        krtest::ChildProcess worker(argv);
+        std::string line;
+        if (!worker.ReadLine(&line) || line != "ending")
+            return "  the killed host process did not start: " + line + "\n";
+        // A kill at some point of its end, which writes the files.
+        for (int i = 0; i < (step.b % 4) * 100; ++i) std::this_thread::yield();
+        worker.Kill(SIGKILL);
+        worker.Wait();
+    }
+    auto changed = [&](const char* name) {
+        const auto& kept = mKept[name];
+        const bool now = krtest::Exists(mFolder.Sub(name));
+        return now != kept.has_value() || (now && krtest::ReadFile(mFolder.Sub(name)) != *kept);
+    };
+    model = [=, this, outboxNew = changed("Outbox.dat"),
+             mailsNew = changed(KRC::MailClient::kMailsFileName)] {
+        mModel.Kill(sent, argv[3], outboxNew, mailsNew);
+    };
+    return "";
 }
 
 // The end of a sequence: the server up, the user present, a new connection,
@@ -507,90 +539,86 @@ std::string World::Finish() {
 }
 
 // Until the monitor is between jobs with nothing to run and the message loop
-// has nothing pending: whatever a step set off has happened by then.
+// has nothing pending, or a held call has reached the server, which holds
+// the monitor's thread until it is released. A held connection goes on.
 std::string World::Settle() {
-    // A call held at the server holds the monitor's thread: nothing else
-    // happens there until it is released.
-    if (mModel.IsHeld()) {
-        if (!mGate->WaitUntilReached(kBoundMs)) return "  the held call did not reach the server\n";
-        while (ZR::MessageLoop::RunPending() != 0) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBoundMs);
+    while (std::chrono::steady_clock::now() < end) {
+        if (mConnect && mConnect->WaitUntilReached(0)) mConnect->Release(), mConnect.reset();
+        if (mGate && mGate->WaitUntilReached(0)) {
+            while (ZR::MessageLoop::RunPending() != 0) {
+            }
+            return "";
         }
-        return "";
-    }
-    for (int round = 0; round < 100; ++round) {
-        if (!mSession->monitor.WaitUntilIdle(kBoundMs))
-            return "  the monitor did not come to rest\n";
-        if (ZR::MessageLoop::RunPending() == 0 && mSession->monitor.WaitUntilIdle(0)) return "";
+        if (mSession->monitor.WaitUntilIdle(mGate || mConnect ? 5 : kBoundMs) &&
+            ZR::MessageLoop::RunPending() == 0 && mSession->monitor.WaitUntilIdle(0))
+            return "";
     }
     return "  the client did not come to rest\n";
 }
 
 std::string World::Compare(bool withServer) {
     std::ostringstream diff;
-    auto check = [&](const char* what, const auto& real, const auto& expected) {
+    auto check = [&](const std::string& what, const auto& real, const auto& expected) {
         if (!(real == expected))
             diff << "  " << what << ": client " << real << ", model " << expected << "\n";
     };
-    auto shown = [](const KRC::MailClient::Mails& mails) {
+    auto shown = [](const KRC::MailClient::Mails& mails, bool flags) {
         std::vector<std::string> out;
         for (const auto& mail : mails)
-            out.push_back(mail->GetId().Std() + ":" + (mail->IsRead() ? "r" : "-") +
-                          (mail->IsCompleted() ? "c" : "-"));
-        std::sort(out.begin(), out.end());
-        return Show(out);
+            out.push_back(mail->GetId().Std() +
+                          (flags ? ":" + Flags(mail->IsRead(), mail->IsCompleted()) : ""));
+        return out;
     };
     KRC::MailClient& c = Client();
-    const Model::ClientView view = mModel.View();
-    check("inbox", shown(c.GetInboxMails()), Show(view.inbox));
-    check("sent", shown(c.GetSentMails()), Show(view.sent));
-    std::vector<std::string> outbox;
-    for (const auto& mail : c.GetOutboxMails())
-        outbox.push_back(mail->GetId().Std() + ":" + (mail->IsCompleted() ? "c" : "-"));
-    check("outbox", Show(outbox), Show(view.outbox));
-    std::vector<std::string> all;
-    for (const auto& mail : c.GetAllMails()) all.push_back(mail->GetId().Std());
-    std::sort(all.begin(), all.end());
-    check("all mails", Show(all), Show(view.all));
-    check("inbox revision", c.GetInboxRevision(), view.inboxRevision);
-    check("sent revision", c.GetSentRevision(), view.sentRevision);
-    check("online", c.IsOnline(), view.online);
+    std::vector<std::string> contacts;
+    for (const auto& id : mSession->monitor.GetContactList()->GetContactOwnerIds())
+        contacts.push_back(Login(id.Std()));
+    std::map<std::string, std::string> real = {
+        {"inbox", Show(Sorted(shown(c.GetInboxMails(), true)))},
+        {"sent", Show(Sorted(shown(c.GetSentMails(), true)))},
+        {"outbox", Show(shown(c.GetOutboxMails(), true))},
+        {"all mails", Show(Sorted(shown(c.GetAllMails(), false)))},
+        {"inbox revision", std::to_string(c.GetInboxRevision())},
+        {"sent revision", std::to_string(c.GetSentRevision())},
+        {"online", std::to_string(c.IsOnline())},
+        {"held", std::to_string(mGate && mGate->WaitUntilReached(0))},
+        {"completed", std::to_string(c.CountCompletedMails())},
+        {"contacts", Show(Sorted(contacts))}};
+    for (const auto& [what, expected] : mModel.View()) check(what, real[what], expected);
 
     std::vector<std::string> requests;
     const auto records = mService->GetMailRequests();
     for (; mRequestsSeen < records.size(); ++mRequestsSeen) {
         const Emulator::MailRequestRecord& r = records[mRequestsSeen];
-        if (std::find(std::begin(kFaultOps), std::end(kFaultOps), r.op) == std::end(kFaultOps))
-            continue;
-        std::string text = r.op + (r.box.empty() ? "" : " " + r.box) + " ", sep;
-        for (const auto& id : r.ids) text += sep + id, sep = ",";
-        requests.push_back(text);
+        if (std::find(std::begin(kFaultOps), std::end(kFaultOps), r.op) != std::end(kFaultOps))
+            requests.push_back(r.op + (r.box.empty() ? "" : " " + r.box) + " " +
+                               Joined(Sorted(r.ids)));
     }
     check("requests", Show(requests), Show(mModel.TakeRequests()));
 
-    const Counts heard = mHeard.Get(), expected = mModel.GetCounts();
     auto counts = [](const Counts& n) {
         std::ostringstream out;
         out << "errors send " << n.sendFailed << " delete " << n.deleteFailed << " flags "
             << n.flagFailed << "; caller success " << n.callerSuccess << " cancel "
-            << n.callerCancel << " failure " << n.callerFailure << "; observers told "
-            << n.notified;
+            << n.callerCancel << " failure " << n.callerFailure << "; observers told " << n.notified
+            << "; contacts told " << n.contactsTold << "; over the limit " << n.overLimit;
         return out.str();
     };
-    check("heard", counts(heard), counts(expected));
+    check("heard", counts(mHeard), counts(mModel.GetCounts()));
 
     if (withServer)
         for (const auto& [login, inbox] :
              {std::pair{"anna", true}, std::pair{"anna", false}, std::pair{"bert", true}}) {
             std::vector<std::string> real, modelled;
             for (const M::Mail& mail : mService->GetMails(kServer, Box(login, inbox)))
-                real.push_back(mail.GetId().ToString().Std() + ":" + Flags(mail));
+                real.push_back(mail.GetId().ToString().Std() + ":" +
+                               Flags(mail.IsRead(), mail.IsCompleted()));
             for (const Mail& mail : mModel.Box(login, inbox).mails)
-                modelled.push_back(mail.id + ":" + (mail.read ? "r" : "-") +
-                                   (mail.completed ? "c" : "-"));
+                modelled.push_back(mail.id + ":" + Flags(mail.read, mail.completed));
             const std::string what = std::string("server ") + login + (inbox ? " inbox" : " sent");
-            check(what.c_str(), Show(real), Show(modelled));
-            check((what + " revision").c_str(),
-                  mService->GetMailboxRevision(kServer, Box(login, inbox)),
+            check(what, Show(real), Show(modelled));
+            check(what + " revision", mService->GetMailboxRevision(kServer, Box(login, inbox)),
                   mModel.Box(login, inbox).revision);
         }
     return diff.str();
@@ -598,27 +626,8 @@ std::string World::Compare(bool withServer) {
 
 }  // namespace
 
-bool ClientKeepsBoxes() {
-    static const bool keeps = [] {
-        krtest::TempFolder folder;
-        Heard heard;
-        {
-            ZR::MessageLoop::Scope loop;
-            MB::MailboxMonitor monitor;
-            KRCB::SignalClient signals{"https://nowhere.invalid", "anna", "rt-none"};
-            FolderManager manager(folder.Location());
-            KRC::MailClient client(&monitor, &signals, &manager, false, 0,
-                                   std::make_unique<ErrorHandler>(heard));
-            client.Close();
-            monitor.Stop();
-        }
-        return krtest::Exists(folder.Sub(KRC::MailClient::kMailsFileName));
-    }();
-    return keeps;
-}
-
 std::string RunSequence(const Sequence& sequence, std::uint64_t seed) {
-    World world(seed, ClientKeepsBoxes());
+    World world(seed);
     if (std::string diff = world.Begin(); !diff.empty()) return "at the start:\n" + diff;
     for (std::size_t i = 0; i <= sequence.size(); ++i) {
         const std::string diff = i < sequence.size() ? world.Do(sequence[i]) : world.Finish();

@@ -13,14 +13,14 @@
 namespace mailrandom {
 
 enum class Op {
-    Send,           // a: recipients, b: attachment and caller's task
+    Send,           // a: recipients and thread, b: attachment and caller's task
     Resend,         // a: which of the user's mails
     Read,           // a: first id, b: how many, caller's task, single form
     CompleteInbox,  // as Read
     CompleteSent,   // as Read
     DeleteInbox,    // as Read
     DeleteSent,     // as Read
-    BertSends,      // a: attachment
+    BertSends,      // a: attachment and thread, b: sent time
     OtherRead,      // the user's other computer; a: which mail
     OtherComplete,  // a: which, b: box
     OtherDelete,    // a: which, b: box
@@ -36,10 +36,12 @@ enum class Op {
     Contacts,
     Hold,  // a: the operation whose next call waits at the server
     Release,
-    Restart,  // close and start again on the same cache folder
-    Crash,    // the process dies as it ends; a: before or between its two writes
-    Kill,     // a host process on the files killed as it writes; a: mails, b: when
-    Count
+    Restart,   // close and start again on the same cache folder
+    Crash,     // the process dies as it ends; a: before or between its two writes
+    Kill,      // a host process on the files killed as it writes; a: mails, b: when
+    Limit,     // the host sets the limit on completed mails and runs it; a: number, b: on
+    Stranger,  // a sent mail from a sender the server does not know; a: who, b: attachment
+    Newcomer,  // a: who joins the server
 };
 
 struct Step {
@@ -58,8 +60,5 @@ Sequence FromText(const std::string& text);
 std::string RunSequence(const Sequence& sequence, std::uint64_t seed);
 // Drops steps while the sequence still fails.
 Sequence Shrink(const Sequence& sequence, std::uint64_t seed);
-
-// Whether the client keeps its boxes across a restart ("Mails.dat").
-bool ClientKeepsBoxes();
 
 }  // namespace mailrandom

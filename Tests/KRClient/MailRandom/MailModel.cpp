@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <unordered_map>
-#include <utility>
 
 namespace mailrandom {
 
@@ -13,9 +12,9 @@ bool Has(const std::vector<T>& list, const T& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-std::string Joined(const std::vector<std::string>& ids) {
+std::string Joined(const std::vector<std::string>& ids, const char* separator = ",") {
     std::string text, sep;
-    for (const auto& id : ids) text += sep + id, sep = ",";
+    for (const auto& id : ids) text += sep + id, sep = separator;
     return text;
 }
 
@@ -30,12 +29,6 @@ std::vector<std::string> Unique(const std::vector<std::string>& ids) {
 
 // The server.
 
-Mail* ServerBox::Find(const std::string& id) {
-    for (Mail& mail : mails)
-        if (mail.id == id) return &mail;
-    return nullptr;
-}
-
 void ServerBox::Put(const Mail& mail) {
     if (Mail* known = Find(mail.id)) {
         *known = mail;
@@ -47,9 +40,7 @@ void ServerBox::Put(const Mail& mail) {
 }
 
 bool ServerBox::Remove(const std::string& id) {
-    auto it = std::find_if(mails.begin(), mails.end(), [&](const Mail& m) { return m.id == id; });
-    if (it == mails.end()) return false;
-    mails.erase(it);
+    if (!std::erase_if(mails, [&](const Mail& m) { return m.id == id; })) return false;
     Log(id, Kind::Deleted);
     return true;
 }
@@ -83,42 +74,14 @@ ServerBox::Delta ServerBox::Changes(std::uint64_t from) {
     return delta;
 }
 
-void Model::Push(const std::string& user) {
-    if (user == "anna" && mMonitor.registered) Queue(Job::Fetch);
-}
-
-void Model::PutMail(const std::string& user, bool inbox, const Mail& mail) {
-    Box(user, inbox).Put(mail);
-    Push(user);
-    Run();
-}
-
-void Model::RemoveMail(const std::string& user, bool inbox, const std::string& id) {
-    if (Box(user, inbox).Remove(id)) Push(user);
-    Run();
-}
-
-void Model::Gap(bool inbox) {
-    ServerBox& box = Box("anna", inbox);
-    box.gapAt = ++box.revision;
-}
-
 // Only a change of state is pushed.
 void Model::SetServerDown(bool down) {
-    if (std::exchange(mDown, down) != down && mMonitor.registered) {
-        if (down)
-            Queue(Job::ServerDown, true);
-        else
-            Queue(Job::Reconnect);
-    }
+    if (std::exchange(mDown, down) != down && mMonitor.registered)
+        Queue(down ? Job::ServerDown : Job::Reconnect, down);
     Run();
 }
 
 // The monitor.
-
-void Model::Queue(Job::Kind kind, bool front) {
-    Queue(kind, Job(), front);
-}
 
 void Model::Queue(Job::Kind kind, Job job, bool front) {
     job.kind = kind;
@@ -126,10 +89,7 @@ void Model::Queue(Job::Kind kind, Job job, bool front) {
         if (mMonitor.fetchQueued) return;
         mMonitor.fetchQueued = true;
     }
-    if (front)
-        mMonitor.queue.push_front(std::move(job));
-    else
-        mMonitor.queue.push_back(std::move(job));
+    mMonitor.queue.insert(front ? mMonitor.queue.begin() : mMonitor.queue.end(), std::move(job));
 }
 
 // The monitor's thread: one job after the other. What a job queues (the
@@ -153,24 +113,14 @@ void Model::Run() {
     mRunning = false;
 }
 
-void Model::Tell(bool online) {
-    if (mMonitor.reported == (online ? 1 : 0)) return;
-    mMonitor.reported = online ? 1 : 0;
-    StatusChange(online);
-}
-
 // A new connection: contacts first, then the status, then what changed.
 void Model::Connect() {
     mMonitor.connected = false;
     if (mDown) return Tell(false);
     mMonitor.connected = mMonitor.registered = mMonitor.contactKnown = true;
+    UpdateContacts();
     Tell(true);
     Fetch();
-}
-
-bool Model::EnsureConnected() {
-    if (!mMonitor.connected) Connect();
-    return mMonitor.connected;
 }
 
 void Model::Fetch() {
@@ -182,30 +132,31 @@ void Model::Fetch() {
     MailboxChanged(inbox, sent);
 }
 
+// A new monitor tells its first list, later ones only if they differ.
+void Model::UpdateContacts() {
+    if (std::exchange(mMonitor.contactsTold, true) && mMonitor.contacts == mUsers) return;
+    mMonitor.contacts = mUsers;
+    ++mCounts.contactsTold;
+    ContactListChanged();
+}
+
 void Model::Process(Job& job) {
-    switch (job.kind) {
-        case Job::ServerDown:
-            mMonitor.connected = false;
-            return Tell(false);
-        case Job::Reconnect:
-            return Connect();
-        default:
-            break;
-    }
+    if (job.kind == Job::ServerDown) return mMonitor.connected = false, Tell(false);
+    if (job.kind == Job::Reconnect) return Connect();
     if (!EnsureConnected()) return Finish(job, 2);
     if (job.kind == Job::Request) {
+        std::multiset<std::string> ids(job.ids.begin(), job.ids.end());
         mRequests.push_back(job.op + (job.box.empty() ? "" : " " + job.box) + " " +
-                            Joined(job.ids));
+                            Joined({ids.begin(), ids.end()}));
         std::deque<bool>& gates = mGates[job.op];
         const bool closed = !gates.empty() && gates.front();
         if (!gates.empty()) gates.pop_front();
-        if (closed) {
-            mHeld = std::move(job);
-            return;
-        }
-        return Answer(job);
+        if (!closed) return Answer(job);
+        mHeld = std::move(job);
+        return;
     }
     if (job.kind == Job::Fetch) Fetch();
+    if (job.kind == Job::Contacts) UpdateContacts();
     Finish(job, 0);
 }
 
@@ -256,7 +207,6 @@ void Model::Apply(const Job& job) {
             Push("anna");
             Mail delivered = mail;
             delivered.read = delivered.completed = false;
-            delivered.senderSet = false;
             for (const std::string& user : mail.to) Box(user, true).Put(delivered), Push(user);
         }
     } else if (job.op == kDelete) {
@@ -293,13 +243,14 @@ void Model::Finish(const Job& job, int outcome) {
                 mCounts.notified += outcome == 0;
                 break;
             case Handler::InboxCompleted:
-                if (outcome == 0) Forget(mClient.inboxToComplete, job.ids);
-                break;
             case Handler::InboxRead:
-                if (outcome == 0) Forget(mClient.inboxToRead, job.ids);
-                break;
             case Handler::SentCompleted:
-                if (outcome == 0) Forget(mClient.sentToComplete, job.ids);
+                if (outcome == 0)
+                    Forget(
+                        mClient.*(handler == Handler::InboxRead       ? &Client::inboxToRead
+                                  : handler == Handler::SentCompleted ? &Client::sentToComplete
+                                                                      : &Client::inboxToComplete),
+                        job.ids);
                 break;
             case Handler::Caller:
                 (outcome == 0   ? mCounts.callerSuccess
@@ -311,92 +262,47 @@ void Model::Finish(const Job& job, int outcome) {
 
 // Suspended at once, left the server once the job under way has ended.
 void Model::SetPresence(bool online) {
-    if (!online) {
-        if (mMonitor.suspended) return;
-        mMonitor.suspended = mMonitor.suspendPending = true;
-        return Run();
-    }
-    if (!mMonitor.suspended) return;
-    mMonitor.suspended = mMonitor.suspendPending = false;
-    Queue(Job::Reconnect, true);
+    if (mMonitor.suspended != online) return;
+    mMonitor.suspended = mMonitor.suspendPending = !online;
+    if (online) Queue(Job::Reconnect, true);
     Run();
-}
-
-void Model::Start() {
-    mMonitor.inboxRevision = mClient.inbox.revision;
-    mMonitor.sentRevision = mClient.sent.revision;
-    Queue(Job::Reconnect, true);
-    Run();
-}
-
-// The client ends in order: its files are written, then the monitor stops
-// and what it still held ends canceled, where anyone is left to hear it.
-void Model::Restart() {
-    StoreMails();
-    mStored.outbox.clear();
-    for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
-    StartFromStored();
-}
-
-void Model::Crash(bool mailsWritten) {
-    if (mailsWritten) StoreMails();
-    StartFromStored();
 }
 
 void Model::Kill(const std::vector<Mail>& sent, const std::string& readId, bool outboxNew,
                  bool mailsNew) {
-    StoreMails();
+    mStored.client = mClient;
     mStored.outbox.clear();
     for (const MailPtr& mail : mClient.outbox) mStored.outbox.push_back(*mail);
     if (outboxNew) mStored.outbox.insert(mStored.outbox.end(), sent.begin(), sent.end());
-    if (mailsNew && mStorage && readId != "-" && !Has(mStored.inboxToRead, readId)) {
-        mStored.inboxToRead.push_back(readId);
-        for (Mail& mail : mStored.inbox)
-            if (mail.id == readId) mail.read = true;
+    if (mailsNew && readId != "-" && !Has(mStored.client.inboxToRead, readId)) {
+        mStored.client.inboxToRead.push_back(readId);
+        if (Mail* mail = mStored.client.inbox.Find(readId)) mail->read = true;
     }
     StartFromStored();
 }
 
-void Model::StoreMails() {
-    if (mStorage) {
-        mStored.inbox = mClient.inbox.mails;
-        mStored.sent = mClient.sent.mails;
-        mStored.inboxRevision = mClient.inbox.revision;
-        mStored.sentRevision = mClient.sent.revision;
-        mStored.inboxToComplete = mClient.inboxToComplete;
-        mStored.inboxToRead = mClient.inboxToRead;
-        mStored.sentToComplete = mClient.sentToComplete;
-    }
-}
-
+// The monitor stops, and what it still held ends canceled, where anyone is
+// left to hear it. The new client starts from the files.
 void Model::StartFromStored() {
     for (const Job& job : mMonitor.queue)
         mCounts.callerCancel +=
             std::count(job.handlers.begin(), job.handlers.end(), Handler::Caller);
-    mClient = Client();
-    mMonitor = Monitor();
-    mClient.inbox.mails = mStored.inbox;
-    mClient.sent.mails = mStored.sent;
-    mClient.inbox.revision = mStored.inboxRevision;
-    mClient.sent.revision = mStored.sentRevision;
-    mClient.inboxToComplete = mStored.inboxToComplete;
-    mClient.inboxToRead = mStored.inboxToRead;
-    mClient.sentToComplete = mStored.sentToComplete;
+    mClient = mStored.client;
+    mClient.online = false;
+    mClient.underWay.clear();
+    mClient.inbox.deleted.clear();
+    mClient.sent.deleted.clear();
+    mClient.outbox.clear();
     for (const Mail& mail : mStored.outbox) mClient.outbox.push_back(std::make_shared<Mail>(mail));
+    mMonitor = Monitor();
     Start();
 }
 
 // The client.
 
-Mail* Model::Table::Find(const std::string& id) {
-    for (Mail& mail : mails)
-        if (mail.id == id) return &mail;
-    return nullptr;
-}
-
 void Model::StatusChange(bool online) {
     if (!mClient.online && online && mMonitor.contactKnown)
-        for (const MailPtr& mail : mClient.outbox) mail->senderSet = true;
+        for (const MailPtr& mail : mClient.outbox) mail->time = kNow, mail->from = "anna";
     mClient.online = online;
     if (!online) return;
     SendMails({});
@@ -417,14 +323,11 @@ bool Merge(const ServerBox::Delta& delta, std::vector<Mail>& table, std::uint64_
     }
     if (from != stored) return false;
     for (const auto* list : {&delta.created, &delta.updated})
-        for (const Mail& mail : *list) {
-            auto it = std::find_if(table.begin(), table.end(),
-                                   [&](const Mail& m) { return m.id == mail.id; });
-            if (it != table.end())
-                *it = mail;
+        for (const Mail& mail : *list)
+            if (Mail* known = Find(table, mail.id))
+                *known = mail;
             else
                 table.push_back(mail);
-        }
     bool removed = false;
     for (const std::string& id : delta.deleted) {
         removed |= std::erase_if(table, [&](const Mail& m) { return m.id == id; }) != 0;
@@ -455,17 +358,14 @@ void Model::MailboxChanged(const ServerBox::Delta& inbox, const ServerBox::Delta
         if (Mail* mail = mClient.inbox.Find(id)) mail->read = true;
     for (const auto& id : mClient.sentToComplete)
         if (Mail* mail = mClient.sent.Find(id)) mail->completed = true;
-    if (!toComplete.empty()) SetSentMailsCompleted(toComplete, false);
+    if (!toComplete.empty()) SetFlag(Flag::CompleteSent, toComplete, false), Limit();
     mCounts.notified += inboxChanged || sentChanged;
 }
 
 void Model::SendMail(const MailPtr& mail, bool callerTask) {
     const bool goesNow = mMonitor.contactKnown;
-    const bool known = std::any_of(mClient.outbox.begin(), mClient.outbox.end(),
-                                   [&](const MailPtr& m) { return m->id == mail->id; }) ||
-                       mClient.sent.Find(mail->id);
-    if (known) return;
-    if (goesNow) mail->senderSet = true;
+    if (Outboxed(mail->id) || mClient.sent.Find(mail->id)) return;
+    if (goesNow) mail->time = kNow, mail->from = "anna";
     mClient.outbox.push_back(mail);
     if (!goesNow) return;
     SendMails(callerTask ? std::vector<Handler>{Handler::Caller} : std::vector<Handler>{});
@@ -506,15 +406,6 @@ void Model::FlagRequest(const char* op, const char* box, std::vector<std::string
     Queue(Job::Request, std::move(job));
 }
 
-void Model::AddChanges(std::vector<std::string>& list, const std::vector<std::string>& ids,
-                       std::vector<std::string>* added) {
-    for (const auto& id : ids)
-        if (!Has(list, id)) {
-            list.push_back(id);
-            added->push_back(id);
-        }
-}
-
 void Model::Forget(std::vector<std::string>& list, const std::vector<std::string>& ids) {
     for (const auto& id : ids) {
         auto it = std::find(list.begin(), list.end(), id);
@@ -522,65 +413,152 @@ void Model::Forget(std::vector<std::string>& list, const std::vector<std::string
     }
 }
 
-void Model::SetInboxMailsRead(const std::vector<std::string>& ids, bool callerTask) {
+// The flag goes on locally and into the list of changes at once; the limit
+// runs after a completion, before any request.
+void Model::SetFlag(Flag flag, const std::vector<std::string>& ids, bool callerTask) {
     if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.inboxToRead, ids, &added);
-    for (const auto& id : added)
-        if (Mail* mail = mClient.inbox.Find(id)) mail->read = true;
+    struct Family {
+        std::vector<std::string> Client::*list;
+        const char *op, *box;
+        std::vector<Handler> handlers;
+    } const families[] = {
+        {&Client::inboxToRead, kRead, "Inbox", {Handler::ShowFlagError, Handler::InboxRead}},
+        {&Client::inboxToComplete,
+         kComplete,
+         "Inbox",
+         {Handler::InboxCompleted, Handler::ShowFlagError}},
+        {&Client::sentToComplete,
+         kComplete,
+         "Sent",
+         {Handler::ShowFlagError, Handler::SentCompleted}}};
+    const Family& family = families[static_cast<int>(flag)];
+    std::vector<std::string>& list = mClient.*family.list;
+    for (const auto& id : ids) {
+        if (Has(list, id)) continue;
+        list.push_back(id);
+        Mail* mail = (flag == Flag::CompleteSent ? mClient.sent : mClient.inbox).Find(id);
+        if (!mail && flag == Flag::CompleteSent) mail = Outboxed(id);
+        if (mail) (flag == Flag::Read ? mail->read : mail->completed) = true;
+    }
+    if (flag != Flag::Read) Limit();
     if (!mClient.online) {
         mCounts.callerCancel += callerTask;
-        return;
+    } else {
+        std::vector<Handler> handlers = family.handlers;
+        if (callerTask) handlers.push_back(Handler::Caller);
+        FlagRequest(family.op, family.box, ids, handlers);
     }
-    std::vector<Handler> handlers{Handler::ShowFlagError, Handler::InboxRead};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kRead, "Inbox", ids, handlers);
     Run();
 }
 
-void Model::SetInboxMailsCompleted(const std::vector<std::string>& ids, bool callerTask) {
-    if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.inboxToComplete, ids, &added);
-    for (const auto& id : added)
-        if (Mail* mail = mClient.inbox.Find(id)) mail->completed = true;
-    if (!mClient.online) {
-        mCounts.callerCancel += callerTask;
-        return;
-    }
-    std::vector<Handler> handlers{Handler::InboxCompleted, Handler::ShowFlagError};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kComplete, "Inbox", ids, handlers);
-    Run();
+// Sent mails whose sender the list lacks are taken as completed.
+void Model::ContactListChanged() {
+    std::vector<std::string> gone;
+    for (const Mail& mail : mClient.sent.mails)
+        if (!mail.completed && !mMonitor.contacts.count(mail.from)) gone.push_back(mail.id);
+    SetFlag(Flag::CompleteSent, gone, false);
 }
 
-void Model::SetSentMailsCompleted(const std::vector<std::string>& ids, bool callerTask) {
-    if (ids.empty()) return;
-    std::vector<std::string> added;
-    AddChanges(mClient.sentToComplete, ids, &added);
-    for (const auto& id : added) {
-        if (Mail* mail = mClient.sent.Find(id)) {
-            mail->completed = true;
-            continue;
-        }
+std::vector<const Mail*> Model::AllMails() const {
+    std::vector<const Mail*> all;
+    std::set<std::string> seen;
+    for (const Table* table : {&mClient.inbox, &mClient.sent})
+        for (const Mail& mail : table->mails)
+            if (!table->deleted.count(mail.id)) all.push_back(&mail), seen.insert(mail.id);
+    for (const MailPtr& mail : mClient.outbox)
+        if (seen.insert(mail->id).second) all.push_back(mail.get());
+    return all;
+}
+
+std::vector<const Mail*> Model::Countable() const {
+    const std::vector<const Mail*> all = AllMails();
+    std::set<std::string> automatic;
+    for (const Mail* mail : all)
+        if (!mail->thread.empty() && mail->autoComplete) automatic.insert(mail->thread);
+    std::vector<const Mail*> countable;
+    for (const Mail* mail : all)
+        if (mail->completed && (mail->autoComplete || !automatic.count(mail->thread)))
+            countable.push_back(mail);
+    return countable;
+}
+
+// Over the limit the oldest countable mails go, each with its whole thread;
+// an outbox mail leaves the outbox alone. Of the mails at the edge time any
+// may go: the client's choice is the allowed one that matches its calls.
+bool Model::Limit() {
+    if (!mLimitOn) return false;
+    std::vector<const Mail*> candidates = Countable();
+    if (candidates.size() <= mLimit) return false;
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](const Mail* a, const Mail* b) { return a->time < b->time; });
+    const std::size_t go = candidates.size() - mLimit;
+    const int edge = candidates[go - 1]->time;
+    auto first = std::find_if(candidates.begin(), candidates.end(),
+                              [&](const Mail* m) { return m->time == edge; });
+    auto last =
+        std::find_if(first, candidates.end(), [&](const Mail* m) { return m->time > edge; });
+    std::vector<bool> pick(candidates.size(), false);  // whether each goes
+    std::fill(pick.begin(), pick.begin() + static_cast<std::ptrdiff_t>(go), true);
+    std::map<std::string, std::set<std::string>> threads;
+    for (const Mail* mail : AllMails())
+        if (!mail->thread.empty()) threads[mail->thread].insert(mail->id);
+    Table* const tables[] = {&mClient.inbox, &mClient.sent};
+    // Of the choices that match the client's calls, the one that explains most.
+    struct Choice {
+        std::vector<std::string> outbox, boxes[2], calls;
+    } best, choice;
+    int bestScore = -1;
+    const auto from = pick.begin() + (first - candidates.begin());
+    for (int tries = 0; tries < 100000; ++tries) {
+        std::set<std::string> ids;
+        choice = Choice();
+        for (std::size_t i = 0; i < candidates.size(); ++i)
+            if (pick[i] && Outboxed(candidates[i]->id))
+                choice.outbox.push_back(candidates[i]->id);
+            else if (pick[i])
+                ids.insert(candidates[i]->id), ids.merge(std::set(threads[candidates[i]->thread]));
+        for (const std::string& id : ids)
+            for (int box = 0; box < 2; ++box)
+                if (tables[box]->Find(id) && !tables[box]->deleted.count(id)) {
+                    choice.boxes[box].push_back(id);
+                    break;
+                }
+        std::set<std::string> left;  // the outbox when the calls are made
         for (const MailPtr& mail : mClient.outbox)
-            if (mail->id == id) {
-                mail->completed = true;
-                break;
-            }
+            if (!Has(choice.outbox, mail->id)) left.insert(mail->id);
+        for (int box = 0; box < 2; ++box)
+            if (!choice.boxes[box].empty())
+                choice.calls.push_back((box ? "Sent " : "Inbox ") + Joined(choice.boxes[box]) +
+                                       " | " + Joined({left.begin(), left.end()}));
+        const auto& calls = choice.calls;
+        const bool matches =
+            mDeleteCalls + calls.size() <= seen.deletes.size() &&
+            std::equal(calls.begin(), calls.end(), seen.deletes.begin() + mDeleteCalls) &&
+            std::none_of(choice.outbox.begin(), choice.outbox.end(),
+                         [&](auto& id) { return seen.outbox.count(id); });
+        const int score = matches ? static_cast<int>(calls.size()) : -1;
+        if (score > bestScore || tries == 0) best = choice, bestScore = score;
+        if (!std::prev_permutation(from, from + (last - first))) break;
     }
-    if (!mClient.online) {
-        mCounts.callerCancel += callerTask;
-        return;
-    }
-    std::vector<Handler> handlers{Handler::ShowFlagError, Handler::SentCompleted};
-    if (callerTask) handlers.push_back(Handler::Caller);
-    FlagRequest(kComplete, "Sent", ids, handlers);
-    Run();
+    if (bestScore < 0 && mWrongChoice.empty())
+        mWrongChoice = "limit " + std::to_string(mLimit) + ": e.g. outbox " + Joined(best.outbox) +
+                       " deletes " + Joined(best.calls);
+    const auto& [outbox, boxes, calls] = best;
+    for (const std::string& id : outbox)
+        std::erase_if(mClient.outbox, [&](const MailPtr& m) { return m->id == id; });
+    for (int box = 0; box < 2; ++box)
+        if (!boxes[box].empty()) DeleteRequest(boxes[box], box == 0, false);
+    return true;
 }
 
-void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
-    if (ids.empty()) return;
+Mail* Model::Outboxed(const std::string& id) const {
+    for (const MailPtr& mail : mClient.outbox)
+        if (mail->id == id) return mail.get();
+    return nullptr;
+}
+
+void Model::DeleteRequest(const std::vector<std::string>& ids, bool inbox, bool callerTask) {
+    ++mDeleteCalls;
     Job job;
     job.op = kDelete;
     job.box = inbox ? "Inbox" : "Sent";
@@ -589,35 +567,37 @@ void Model::DeleteMails(const std::vector<std::string>& ids, bool inbox, bool ca
     if (callerTask) job.handlers.push_back(Handler::Caller);
     (inbox ? mClient.inbox : mClient.sent).deleted.insert(ids.begin(), ids.end());
     Queue(Job::Request, std::move(job));
-    Run();
 }
 
 // What the host sees.
 
-Model::ClientView Model::View() const {
-    ClientView view;
-    auto shown = [](const Table& table, std::vector<std::string>& out) {
-        for (const Mail& mail : table.mails)
-            if (!table.deleted.count(mail.id))
-                out.push_back(mail.id + ":" + (mail.read ? "r" : "-") +
-                              (mail.completed ? "c" : "-"));
-        std::sort(out.begin(), out.end());
+std::map<std::string, std::string> Model::View() const {
+    auto shown = [](const Mail& mail) {
+        return mail.id + ":" + (mail.read ? "r" : "-") + (mail.completed ? "c" : "-");
     };
-    shown(mClient.inbox, view.inbox);
-    shown(mClient.sent, view.sent);
-    for (const MailPtr& mail : mClient.outbox)
-        view.outbox.push_back(mail->id + ":" + (mail->completed ? "c" : "-"));
-    std::set<std::string> seen;
-    for (const Table* table : {&mClient.inbox, &mClient.sent})
-        for (const Mail& mail : table->mails)
-            if (!table->deleted.count(mail.id)) view.all.push_back(mail.id), seen.insert(mail.id);
-    for (const MailPtr& mail : mClient.outbox)
-        if (seen.insert(mail->id).second) view.all.push_back(mail->id);
-    std::sort(view.all.begin(), view.all.end());
-    view.inboxRevision = mClient.inbox.revision;
-    view.sentRevision = mClient.sent.revision;
-    view.online = mClient.online;
-    return view;
+    auto list = [](std::vector<std::string> items, bool sort = true) {
+        if (sort) std::sort(items.begin(), items.end());
+        return "[" + Joined(items, " ") + "]";
+    };
+    std::vector<std::string> boxes[2], outbox, all;
+    for (int box = 0; box < 2; ++box) {
+        const Table& table = box ? mClient.sent : mClient.inbox;
+        for (const Mail& mail : table.mails)
+            if (!table.deleted.count(mail.id)) boxes[box].push_back(shown(mail));
+    }
+    for (const MailPtr& mail : mClient.outbox) outbox.push_back(shown(*mail));
+    for (const Mail* mail : AllMails()) all.push_back(mail->id);
+    return {{"inbox", list(boxes[0])},
+            {"sent", list(boxes[1])},
+            {"outbox", list(outbox, false)},
+            {"all mails", list(all)},
+            {"inbox revision", std::to_string(mClient.inbox.revision)},
+            {"sent revision", std::to_string(mClient.sent.revision)},
+            {"online", std::to_string(mClient.online)},
+            {"held", std::to_string(mHeld.has_value())},
+            {"completed", std::to_string(Countable().size())},
+            {"contacts", list({mMonitor.contacts.begin(), mMonitor.contacts.end()})},
+            {"limit's choice", mWrongChoice}};
 }
 
 std::vector<std::string> Model::Candidates(bool inbox) const {

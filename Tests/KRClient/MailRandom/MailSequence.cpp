@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 
 #include "MailDriver.h"
 
@@ -11,38 +13,17 @@ namespace mailrandom {
 
 namespace {
 
-struct Names {
-    const char* name;
-    Op op;
-    int weight;
-} const kOps[] = {
-    {"send", Op::Send, 12},
-    {"resend", Op::Resend, 2},
-    {"read", Op::Read, 7},
-    {"complete-inbox", Op::CompleteInbox, 7},
-    {"complete-sent", Op::CompleteSent, 6},
-    {"delete-inbox", Op::DeleteInbox, 5},
-    {"delete-sent", Op::DeleteSent, 4},
-    {"bert-sends", Op::BertSends, 10},
-    {"other-read", Op::OtherRead, 3},
-    {"other-complete", Op::OtherComplete, 3},
-    {"other-delete", Op::OtherDelete, 3},
-    {"down", Op::Down, 4},
-    {"up", Op::Up, 5},
-    {"away", Op::Away, 3},
-    {"back", Op::Back, 4},
-    {"fail", Op::Fail, 7},
-    {"gap", Op::Gap, 3},
-    {"whole", Op::Whole, 2},
-    {"fetch", Op::Fetch, 2},
-    {"reset", Op::Reset, 2},
-    {"contacts", Op::Contacts, 1},
-    {"restart", Op::Restart, 4},
-    {"crash", Op::Crash, 4},
-    {"kill", Op::Kill, 1},
-    {"hold", Op::Hold, 3},
-    {"release", Op::Release, 3},
-};
+// By Op, in its order: the steps' names and how often each comes.
+const char* const kNames[] = {
+    "send",        "resend",     "read",       "complete-inbox", "complete-sent", "delete-inbox",
+    "delete-sent", "bert-sends", "other-read", "other-complete", "other-delete",  "down",
+    "up",          "away",       "back",       "fail",           "gap",           "whole",
+    "fetch",       "reset",      "contacts",   "hold",           "release",       "restart",
+    "crash",       "kill",       "limit",      "stranger",       "newcomer"};
+const int kWeights[] = {12, 2, 7, 7, 6, 5, 4, 10, 3, 3, 3, 4, 5, 3, 4,
+                        7,  3, 2, 2, 2, 1, 3, 3,  4, 4, 1, 3, 2, 1};
+static_assert(std::size(kNames) == static_cast<std::size_t>(Op::Newcomer) + 1 &&
+              std::size(kWeights) == std::size(kNames));
 
 struct Random {
     std::uint64_t state;
@@ -60,30 +41,21 @@ struct Random {
 Sequence Generate(std::uint64_t seed, int length) {
     Random random{seed};
     int total = 0;
-    for (const Names& n : kOps) total += n.weight;
+    for (int weight : kWeights) total += weight;
     Sequence sequence;
     for (int i = 0; i < length; ++i) {
-        int roll = random.Below(total);
-        const Names* chosen = kOps;
-        for (const Names& n : kOps) {
-            if (roll < n.weight) {
-                chosen = &n;
-                break;
-            }
-            roll -= n.weight;
-        }
-        sequence.push_back({chosen->op, random.Below(12), random.Below(12)});
+        int roll = random.Below(total), op = 0;
+        while (roll >= kWeights[op]) roll -= kWeights[op++];
+        sequence.push_back({static_cast<Op>(op), random.Below(12), random.Below(12)});
     }
     return sequence;
 }
 
 std::string ToText(const Sequence& sequence) {
     std::string text;
-    for (const Step& step : sequence) {
-        for (const Names& n : kOps)
-            if (n.op == step.op) text += (text.empty() ? "" : " ") + std::string(n.name);
-        text += ":" + std::to_string(step.a) + "," + std::to_string(step.b);
-    }
+    for (const Step& step : sequence)
+        text += (text.empty() ? "" : " ") + std::string(kNames[static_cast<int>(step.op)]) + ":" +
+                std::to_string(step.a) + "," + std::to_string(step.b);
     return text;
 }
 
@@ -93,12 +65,10 @@ Sequence FromText(const std::string& text) {
     std::string word;
     while (in >> word) {
         const auto colon = word.find(':');
-        const std::string name = word.substr(0, colon);
-        const Names* found = nullptr;
-        for (const Names& n : kOps)
-            if (name == n.name) found = &n;
-        if (!found) throw std::invalid_argument("no step \"" + name + "\"");
-        Step step{found->op};
+        const auto* found = std::find(std::begin(kNames), std::end(kNames), word.substr(0, colon));
+        if (found == std::end(kNames))
+            throw std::invalid_argument("no step \"" + word.substr(0, colon) + "\"");
+        Step step{static_cast<Op>(found - std::begin(kNames))};
         if (colon != std::string::npos &&
             std::sscanf(word.c_str() + colon + 1, "%d,%d", &step.a, &step.b) != 2)
             throw std::invalid_argument("a step's numbers: \"" + word + "\"");
