@@ -76,8 +76,7 @@ protected:
     BrowseTaskThreadTest() {
         service->SetPermissions(kServer, kProjectPath, "anna",
                                 {"ReadProject", "AdministerProject"});
-        connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
-            kServer, "anna", password, false, false, 0);
+        connection = PasswordLogin();
     }
     // Runs the task on a worker, then what it posted on the loop.
     void Run(ZR::Runnable& task) {

@@ -138,12 +138,9 @@ TEST_F(ConnectionCheckTest, DetailsListStepsUpToTheFirstNotTakenAndASlowCheckInF
     // A check that succeeds writes details only when it took more than
     // 10,000 ms; the first opening of a project writes its record, slowly.
     for (int ms : {9000, 11000}) {
-        Emulator::ProjectSpec project;
-        project.path = "/Projects/P" + std::to_string(ms);
-        project.modelServer = "ms-1";
-        project.permissions["anna"] = {"ReadProject"};
-        service->AddProject(kServer, project);
-        auto other = Manager(true, "anna", "rt-anna", project.path);
+        const std::string path = "/Projects/P" + std::to_string(ms);
+        service->AddProject(kServer, krtest::ProjectAt(path, "ms-1", {{"anna", {"ReadProject"}}}));
+        auto other = Manager(true, "anna", "rt-anna", path);
         ClearPresence();
         log.Clear();
         {
