@@ -41,11 +41,8 @@ protected:
                        {"r3", "anna", "/Local/Only", "p-local"},
                        {"r4", "bert", "/f/sub/Other", "p-other"}};
         for (const auto& r : records)
-            krtest::WriteCacheInfo(Data() + "/Projects/" + r.folder, 10,
-                                   {{"PortalServerUrl", kServer},
-                                    {"ProjectPath", r.path},
-                                    {"LoginName", r.user},
-                                    {"ProjectId", r.id}});
+            krtest::WriteCache(Data() + "/Projects", r.folder, kServer, r.path, r.user,
+                               {{"ProjectId", r.id}});
     }
     std::string Scenario() const { return temp.Sub("scenario.json"); }
     krtest::ProcessResult Browse(std::vector<std::string> command, bool update = false,
