@@ -262,7 +262,7 @@ TEST_F(CachedProjectCheckThreadTest, FindsMovesAndDuplicatesOnTheServerFromTheWo
             EXPECT_EQ(toldOn, worker);
         }
     }
-    EXPECT_EQ(log.GetText().find("failed to check"), std::string::npos) << log.GetText();
+    EXPECT_FALSE(Logged("failed to check")) << log.GetText();
 }
 
 TEST_F(CachedProjectCheckThreadTest, AFailureIsOneErrorLineAndNoCallback) {
