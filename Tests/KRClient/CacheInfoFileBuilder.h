@@ -94,6 +94,17 @@ inline std::string WriteCacheInfo(const std::string& folder, int version,
     return folder;
 }
 
+// A record of user's project at path on server in the folder main/name; answers the folder.
+inline std::string WriteCache(const std::string& main, const std::string& name,
+                              const std::string& server, const std::string& path,
+                              const std::string& user,
+                              std::map<std::string, std::string> more = {}) {
+    more["PortalServerUrl"] = server;
+    more["ProjectPath"] = path;
+    more["LoginName"] = user;
+    return WriteCacheInfo(main + "/" + name, 10, std::move(more));
+}
+
 // An options file as another writer leaves it; folderTag names the folder's element.
 inline std::string OptionsXml(const std::string& folder, int periodTime,
                               const std::string& folderTag = "LocalDataFolderPath") {

@@ -70,9 +70,6 @@ protected:
     std::optional<std::string> ComputerOf(const std::string& user = "anna") const {
         return service->GetSessionComputer(kServer, SessionOf(user));
     }
-    bool Logged(const std::string& text) const {
-        return log.GetText().find(text) != std::string::npos;
-    }
     // The server and user in the login data, as after a login.
     static void RememberLogin(const std::string& user = "anna", const std::string& token = "old") {
         KRC::UI::Login::UILoginDataStore store(KRC::UI::Login::UILoginDataStore::ForWriting);

@@ -118,11 +118,8 @@ TEST_F(ConnectionManagerTest, TwoManagersOfOneFolderFollowEachOthersWrites) {
     EXPECT_EQ(writes.writes, 2);
 
     // A manager of another project's folder isn't touched.
-    Emulator::ProjectSpec bridge;
-    bridge.path = "/Projects/Bridge";
-    bridge.modelServer = "ms-1";
-    bridge.permissions["anna"] = {"ReadProject"};
-    service->AddProject(kServer, bridge);
+    service->AddProject(kServer,
+                        krtest::ProjectAt("/Projects/Bridge", "ms-1", {{"anna", {"ReadProject"}}}));
     auto other = Manager(true, "anna", "rt-anna", "/Projects/Bridge");
     first->RewriteCacheInfo(IO::Location());
     EXPECT_EQ(Record(*other).GetProjectPath(), "/Projects/Bridge");

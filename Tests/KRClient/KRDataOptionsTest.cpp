@@ -167,8 +167,7 @@ TEST_F(KRDataOptionsTest, FailedWriteReportsOnceAndStaysDirty) {
     EXPECT_EQ(dataOptions.GetOptionsFileTimeField(), writtenTime);
     ASSERT_EQ(events.errors.size(), 1u);
     EXPECT_EQ(events.errors[0].first, KRC::FileOpeningFailed);
-    EXPECT_NE(log.GetText().find("InfoXMLsOChannel::Open file creation failed: " + OptionsFile()),
-              std::string::npos);
+    EXPECT_TRUE(Logged("InfoXMLsOChannel::Open file creation failed: " + OptionsFile()));
 }
 
 TEST_F(KRDataOptionsTest, CacheFolderNamesAreStoredAndTheirFoldersMadeUnderTheDataFolder) {

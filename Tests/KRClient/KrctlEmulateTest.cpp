@@ -2,7 +2,6 @@
 // against one scenario file that carries the server's state between them.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <fstream>
@@ -97,29 +96,17 @@ TEST_F(KrctlEmulateTest, ShowPrintsEveryNameOnItsOwnLine) {
     }
 }
 
-// What a scenario may hold is the emulator's test; here the file's side: exit
-// 2, one line without the value refused, and a refused file left as it was.
-TEST_F(KrctlEmulateTest, BadScenariosAreRefusedWithOneCleanLine) {
-    const std::string fifo = temp.Sub("fifo.json"), bad = temp.Sub("bad.json");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const std::string broken = "{\n  \"servers\": [\n    {\"url\": }\n";
-    const std::pair<std::string, std::string> rows[] = {
-        {"", "not a regular file"},
-        {broken, "line 3"},
-        {R"({"servers": [{"url": "u", "a\nb\u001b[2J": "SECRET"}]})",
-         R"(servers[0].a\nb\x1b[2J: unknown key)"},
-    };
-    for (const auto& [text, message] : rows) {
-        if (!text.empty()) std::ofstream(bad, std::ios::trunc) << text;
-        auto run = Run({"emulate", text.empty() ? fifo : bad, "--update", "check", "--server",
-                        "https://e", "--user", "anna", "--path", "/F/Tower"});
-        EXPECT_EQ(run.exitCode, 2);
-        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
-        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
-        EXPECT_EQ(run.err.find("SECRET"), std::string::npos);
-        for (unsigned char c : run.err) ASSERT_TRUE(c >= 0x20 || c == '\n') << run.err;
-    }
-    EXPECT_EQ(krtest::ReadFile(bad), rows[2].first);
+// What a scenario may hold and how a refusal reads is the emulator's test;
+// here the file's side: exit 2, one line, and a refused file left as it was.
+TEST_F(KrctlEmulateTest, ABadScenarioIsRefusedWithOneLineAndLeftAsItWas) {
+    const std::string bad = temp.Sub("bad.json"), broken = "{\n  \"servers\": [\n    {\"url\": }\n";
+    std::ofstream(bad) << broken;
+    auto run = Run({"emulate", bad, "--update", "check", "--server", "https://e", "--user", "anna",
+                    "--path", "/F/Tower"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_NE(run.err.find("line 3"), std::string::npos) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
+    EXPECT_EQ(krtest::ReadFile(bad), broken);
 }
 
 }  // namespace

@@ -120,9 +120,7 @@ TEST_F(KrctlTest, LoginCommandsChangeTheStore) {
 TEST_F(KrctlTest, ARecordNotInUtf8HidesNoOtherFromJson) {
     const std::string projects = Data() + "/Projects";
     for (const char* path : {"/Good", "/Bad\xff\xfe"})
-        krtest::WriteCacheInfo(
-            projects + "/" + std::string(path).substr(1, 3), 10,
-            {{"PortalServerUrl", "https://srv"}, {"ProjectPath", path}, {"LoginName", "anna"}});
+        krtest::WriteCache(projects, std::string(path).substr(1, 3), "https://srv", path, "anna");
     auto r = Run({"--data-folder", Data(), "--json", "registry", "list"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     Json list = Json::parse(r.out);  // valid UTF-8 throughout, or this throws

@@ -13,6 +13,7 @@ namespace {
 using KRC::RegisteredProjects;
 using KRC::registeredProjects;
 using krtest::Loc;
+using krtest::WriteCache;
 using Names = std::vector<std::string>;
 namespace fs = std::filesystem;
 

@@ -88,15 +88,6 @@ protected:
         return KRC::registeredProjects.GetCacheDataFolder(
             Project(server, path.c_str(), user.c_str()));
     }
-
-    std::string WriteCache(const std::string& main, const std::string& name, const char* server,
-                           const char* path, const char* user,
-                           std::map<std::string, std::string> more = {}) const {
-        more["PortalServerUrl"] = server;
-        more["ProjectPath"] = path;
-        more["LoginName"] = user;
-        return WriteCacheInfo(main + "/" + name, 10, std::move(more));
-    }
 };
 
 }  // namespace krtest

@@ -19,6 +19,7 @@ namespace {
 using KRC::RegisteredProjects;
 using KRC::registeredProjects;
 using krtest::Loc;
+using krtest::WriteCache;
 namespace fs = std::filesystem;
 
 bool IsInfoFile(const char* path) {

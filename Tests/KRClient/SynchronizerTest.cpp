@@ -18,6 +18,7 @@ using KRC::RegisteredProjects;
 using KRC::registeredProjects;
 using Synchronizer = KRC::RegisteredProjects::Synchronizer;
 using krtest::Loc;
+using krtest::WriteCache;
 namespace fs = std::filesystem;
 
 class SynchronizerTest : public krtest::RegistryTest {};

@@ -128,15 +128,10 @@ protected:
         parts.permissions["anna"] = {"LibraryView", "LibraryRead"};
         service->AddFolder(kServer, parts);
         service->AddLibrary(kServer, {"/Parts/Bolts", "lib-bolts", {{"anna", {"LibraryModify"}}}});
-        Emulator::ProjectSpec barn;
-        barn.path = "/Projects/Sub/Barn";
-        barn.permissions["anna"] = {"ReadProject", "AdministerProject"};
-        service->AddProject(kServer, barn);
-        Emulator::ProjectSpec top;
-        top.path = "/Top";
-        service->AddProject(kServer, top);
-        connection = AuthenticatedClientConnectionFactory::Create(kServer, "anna", "pw-anna", false,
-                                                                  false, 0);
+        service->AddProject(kServer, ProjectAt("/Projects/Sub/Barn", "",
+                                               {{"anna", {"ReadProject", "AdministerProject"}}}));
+        service->AddProject(kServer, ProjectAt("/Top"));
+        connection = PasswordLogin();
     }
     ZR::Ref<PartialFolderTreeResult> Tree(const char* path, PartialFolderTreeQueryType type,
                                           bool subFolders = false) {

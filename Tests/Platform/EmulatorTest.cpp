@@ -314,13 +314,6 @@ Emulator::UserSpec User(const std::string& login, const std::string& color = "#8
     return user;
 }
 
-Emulator::ProjectSpec Project(const std::string& path, const std::string& modelServer = "") {
-    Emulator::ProjectSpec project;
-    project.path = path;
-    project.modelServer = modelServer;
-    return project;
-}
-
 Emulator::SessionSpec Session(const std::string& user, const std::string& id = "") {
     return {id, user, {}};
 }
@@ -384,7 +377,7 @@ TEST(EmulatorFaults, NthAlwaysAndClearCountFailedCallsToo) {
 TEST(EmulatorFaults, AnIncompatibleModelServerRefusesTheProjectClient) {
     EmulatedService service;
     service->AddModelServer(kServer, {"ms-2", "/ms/two", 2, 4});
-    std::string id = service->AddProject(kServer, Project("/Projects/Barn", "ms-2"));
+    std::string id = service->AddProject(kServer, ProjectAt("/Projects/Barn", "ms-2"));
     EXPECT_EQ(Caught([&] { LogInTo()->GetProjectClient(ZR::UniString(id)); }),
               "IncompatibleModelServerVersionException");
 }
@@ -396,7 +389,7 @@ TEST(EmulatorState, IdsAndTimesFollowTheSeed) {
         out.push_back(service->AddUser(kServer, User("carl")));
         out.push_back(service->FindUser(kServer, "carl")->refreshToken);
         out.push_back(service->FindUser(kServer, "carl")->guid);
-        out.push_back(service->AddProject(kServer, Project("/Projects/Barn")));
+        out.push_back(service->AddProject(kServer, ProjectAt("/Projects/Barn")));
         out.push_back(service->AddSession(kServer, "/Projects/Barn", Session("carl")));
         service->Install();
         KRCB::SignalClient signals(kServer, "carl", ZR::UniString(out[1]));
@@ -424,14 +417,14 @@ TEST(EmulatorState, AdditionsThatDoNotFitAreRefused) {
     refused([&] { service->AddServer({kServer, "Again"}); }, "exists");
     refused([&] { service->AddUser("https://none.test", User("x")); }, "no server");
     refused([&] { service->AddUser(kServer, User("dora", "red")); }, "colour");
-    refused([&] { service->AddProject(kServer, Project("/projects/house")); }, "stands");
-    refused([&] { service->AddProject(kServer, Project("Barn")); }, "path");
-    Emulator::ProjectSpec barn = Project("/Projects/Barn");
+    refused([&] { service->AddProject(kServer, ProjectAt("/projects/house")); }, "stands");
+    refused([&] { service->AddProject(kServer, ProjectAt("Barn")); }, "path");
+    Emulator::ProjectSpec barn = ProjectAt("/Projects/Barn");
     barn.sessions = {Session("anna"), Session("Anna")};
     refused([&] { service->AddProject(kServer, barn); }, "has a session");
     // A refused project leaves nothing behind.
     EXPECT_EQ(service->GetProjectId(kServer, "/Projects/Barn"), "");
-    Emulator::ProjectSpec members = Project("/Projects/Barn");
+    Emulator::ProjectSpec members = ProjectAt("/Projects/Barn");
     members.members = {{"anna", 5}, {"bert", 5}};
     refused([&] { service->AddProject(kServer, members); }, "taken");
     refused([&] { service->SetOnline(kServer, "nobody", false); }, "no user");
@@ -450,7 +443,7 @@ TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
     auto client = LogInTo();
     std::vector<std::string> ids, sessions;
     for (const char* path : {"/P/A", "/P/B", "/P/C"}) {
-        ids.push_back(service->AddProject(kServer, Project(path)));
+        ids.push_back(service->AddProject(kServer, ProjectAt(path)));
         sessions.push_back(service->AddSession(kServer, path, Session("bert")));
     }
     service->DeleteProject(kServer, "/p/b");
@@ -463,7 +456,7 @@ TEST(EmulatorState, LookUpsFollowEveryChangeOfTheTables) {
     service->MoveProject(kServer, "/P/A", "/Q/Ä");
     EXPECT_THROW(client->GetProjectIdByPath("/P/A"), PS::EntityNotFoundException);
     EXPECT_EQ(client->GetProjectIdByPath("/Q/ä"), ZR::UniString(ids[0]));
-    service->AddProject(kServer, Project("/p/A"));
+    service->AddProject(kServer, ProjectAt("/p/A"));
     std::string replaced = service->ReplaceProject(kServer, "/P/C");
     EXPECT_EQ(Caught([&] { client->GetProjectState(ZR::UniString(ids[2])); }),
               "EntityNotFoundException");

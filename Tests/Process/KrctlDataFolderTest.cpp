@@ -173,9 +173,7 @@ class KrctlProcessTest : public krtest::KrctlRun {
 protected:
     KrctlProcessTest() { globals = {"--base-folder", Base(), "--create", "--data-folder", Data()}; }
     void SetUp() override {
-        krtest::WriteCacheInfo(
-            Data() + "/Projects/p", 10,
-            {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A/P"}, {"LoginName", "anna"}});
+        krtest::WriteCache(Data() + "/Projects", "p", "https://srv", "/A/P", "anna");
         ASSERT_EQ(Run({"options", "set", "periodTime", "7"}).exitCode, 0);
     }
     std::vector<std::string> SetVisits(const char* count) const {
@@ -258,9 +256,7 @@ protected:
     }
     void Record(const std::string& folder, const std::string& server, const std::string& path,
                 const std::string& user) const {
-        krtest::WriteCacheInfo(
-            Data() + "/Projects/" + folder, 10,
-            {{"PortalServerUrl", server}, {"ProjectPath", path}, {"LoginName", user}});
+        krtest::WriteCache(Data() + "/Projects", folder, server, path, user);
     }
     std::map<std::string, std::string> Snapshot() const { return KrctlRun::Snapshot(Data()); }
 };

@@ -18,10 +18,8 @@ protected:
 
 TEST_F(MailDoctorTest, FindsDamagedMailFilesAndTheirLeftoversAndRepairsByMovingThem) {
     ASSERT_EQ(Run({"--create", "options", "set", "periodTime", "5"}).exitCode, 0);
-    const std::string folder = Data() + "/Projects/p1";
-    krtest::WriteCacheInfo(
-        folder, 10,
-        {{"PortalServerUrl", "https://srv"}, {"ProjectPath", "/A"}, {"LoginName", "anna"}});
+    const std::string folder =
+        krtest::WriteCache(Data() + "/Projects", "p1", "https://srv", "/A", "anna");
     // A count of five mails over three bytes, refused at the count; a good empty outbox.
     krtest::WriteFile(folder + "/Mails.dat", std::string("\1\0\0\0\0\0\0\0\5\0\0\0xyz", 15));
     krtest::WriteFile(folder + "/Outbox.dat", std::string(4, '\0'));

@@ -9,11 +9,15 @@
 //           write and send mail, bert may read
 //   folder  "/Projects"
 
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Emulator/Service.h"
 #include "IO/Location.h"
+#include "KRCB/AuthenticatedClientConnection.h"
 #include "KRCB/Clients.h"
 #include "KRCB/Paths.h"
 
@@ -24,6 +28,17 @@ inline constexpr const char* kProjectPath = "/Projects/House";
 inline constexpr const char* kProjectId = "prj-house";
 inline constexpr const char* kAnnaId = "a11ce000-0000-4000-8000-000000000001";
 inline constexpr const char* kBertId = "be4d0000-0000-4000-8000-000000000002";
+
+// A project to add: path, model server id and login names to permission texts.
+inline Emulator::ProjectSpec ProjectAt(
+    const std::string& path, const std::string& modelServer = "",
+    std::map<std::string, std::vector<std::string>> permissions = {}) {
+    Emulator::ProjectSpec project;
+    project.path = path;
+    project.modelServer = modelServer;
+    project.permissions = std::move(permissions);
+    return project;
+}
 
 inline std::unique_ptr<Emulator::Service> MakeStandardService(std::uint64_t seed = 1) {
     auto service = std::make_unique<Emulator::Service>(seed);
@@ -44,12 +59,10 @@ inline std::unique_ptr<Emulator::Service> MakeStandardService(std::uint64_t seed
     service->AddUser(kServer, bert);
     service->AddModelServer(kServer, {"ms-1", "/ms/one", 1, 0});
     service->AddFolder(kServer, "/Projects");
-    Emulator::ProjectSpec house;
-    house.path = kProjectPath;
+    Emulator::ProjectSpec house = ProjectAt(
+        kProjectPath, "ms-1",
+        {{"anna", {"ReadProject", "WriteProject", "SendMail"}}, {"bert", {"ReadProject"}}});
     house.id = kProjectId;
-    house.modelServer = "ms-1";
-    house.permissions["anna"] = {"ReadProject", "WriteProject", "SendMail"};
-    house.permissions["bert"] = {"ReadProject"};
     service->AddProject(kServer, house);
     return service;
 }
@@ -70,6 +83,16 @@ inline ZR::Ref<KRCB::Management::ResourceManagerClient> LogInTo(
     const std::string& token = "rt-anna") {
     return KRCB::Management::ResourceManagerClientFactory::Create(
         ZR::UniString(server), ZR::UniString(user), ZR::UniString(token), true, false);
+}
+
+// A connection of a user logged in with a password, given in its encrypted form.
+inline ZR::Ref<KRCB::Management::AuthenticatedClientConnection> PasswordLogin(
+    const std::string& server = kServer, const std::string& user = "anna",
+    const std::string& password = "pw-anna") {
+    return KRCB::Management::AuthenticatedClientConnectionFactory::Create(
+        ZR::UniString(server), ZR::UniString(user),
+        Kerrow::PortalServer::Client::PasswordEncrypter::Encrypt(ZR::UniString(password)), false,
+        false, 0);
 }
 
 class EmulatedService {

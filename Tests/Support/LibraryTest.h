@@ -17,6 +17,9 @@ protected:
     void TearDown() override;
 
     std::string BaseFolder() const { return temp.Sub("base"); }
+    bool Logged(const std::string& text) const {
+        return log.GetText().find(text) != std::string::npos;
+    }
 
     TempFolder temp;
     ZR::CaptureLogSink log;

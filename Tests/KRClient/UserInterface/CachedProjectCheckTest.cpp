@@ -193,12 +193,6 @@ TEST(CachedProjectCheck, GatheringPicksRecordsAndLooksUpOnlyWhatItNeeds) {
 // themselves are the unit test's.
 class CachedProjectCheckThreadTest : public LibraryTest {
 protected:
-    // A login of its own, so that no look-up of an earlier run is remembered.
-    ZR::Ref<KRCB::Management::AuthenticatedClientConnection> Login() {
-        return KRCB::Management::AuthenticatedClientConnectionFactory::Create(
-            kServer, "anna", Kerrow::PortalServer::Client::PasswordEncrypter::Encrypt("pw-anna"),
-            false, false, 0);
-    }
     std::vector<std::string> Lookups() const {
         std::vector<std::string> seen;
         for (const Emulator::LookupRecord& r : service->GetLookups())
@@ -206,10 +200,8 @@ protected:
         return seen;
     }
     void AddProject(const char* path, const char* id) {
-        Emulator::ProjectSpec spec;
-        spec.path = path;
+        Emulator::ProjectSpec spec = ProjectAt(path, "ms-1");
         spec.id = id;
-        spec.modelServer = "ms-1";
         service->AddProject(kServer, spec);
     }
 
@@ -259,7 +251,7 @@ TEST_F(CachedProjectCheckThreadTest, FindsMovesAndDuplicatesOnTheServerFromTheWo
         SCOPED_TRACE(row.path);
         told.clear();
         service->ClearLookups();
-        auto connection = Login();
+        auto connection = PasswordLogin();          // a login of its own: no look-up remembered
         const auto records = Records(row.records);  // outlives the task
         CachedProjectCheckTask task(connection, row.path, records, onMoved, onDuplicated);
         const std::thread::id worker = RunOnWorker(task);
@@ -270,7 +262,7 @@ TEST_F(CachedProjectCheckThreadTest, FindsMovesAndDuplicatesOnTheServerFromTheWo
             EXPECT_EQ(toldOn, worker);
         }
     }
-    EXPECT_EQ(log.GetText().find("failed to check"), std::string::npos) << log.GetText();
+    EXPECT_FALSE(Logged("failed to check")) << log.GetText();
 }
 
 TEST_F(CachedProjectCheckThreadTest, AFailureIsOneErrorLineAndNoCallback) {
@@ -289,7 +281,7 @@ TEST_F(CachedProjectCheckThreadTest, AFailureIsOneErrorLineAndNoCallback) {
         SCOPED_TRACE(row.op);
         told.clear();
         log.Clear();
-        auto connection = Login();
+        auto connection = PasswordLogin();
         service->FailNext(row.op, {row.kind});
         // The cache remembers House under another id: the check looks it up
         // by id. The task refers to the caller's list, which outlives it.
@@ -310,7 +302,7 @@ TEST_F(CachedProjectCheckThreadTest, AFailureIsOneErrorLineAndNoCallback) {
 
 TEST_F(CachedProjectCheckThreadTest, WithoutItsArgumentsOrWhileDisabledItAsksNothing) {
     using Connection = ZR::Ref<KRCB::Management::AuthenticatedClientConnection>;
-    Connection connection = Login(), none;
+    Connection connection = PasswordLogin(), none;
     const CachedProjectCheckTask::Projects records = Records("/Projects/House=old"), noList;
     const struct {
         bool enabled;

@@ -42,8 +42,7 @@ protected:
         service->AddFolder(kServer, "/Projects/Zeta");
         service->AddFolder(kServer, "/Projects/Alpha");
         service->AddFolder(kServer, "/Other");
-        connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
-            kServer, "anna", password, false, false, 0);
+        connection = PasswordLogin();
     }
     ZR::Ref<DataQueryResult> Tree(const char* path,
                                   KRCB::Management::PartialFolderTreeQueryType t) {
@@ -77,8 +76,6 @@ protected:
     }
 
     EmulatedService service;
-    const ZR::UniString password =
-        Kerrow::PortalServer::Client::PasswordEncrypter::Encrypt("pw-anna");
     ZR::Ref<KRCB::Management::AuthenticatedClientConnection> connection;
 };
 
@@ -215,8 +212,7 @@ TEST_F(DataQueryResultCacheTest, FirstValuesStayUntilAnotherServerClearsAll) {
     anna.login = "anna";
     anna.password = "pw-anna";
     service->AddUser("https://other.test", anna);
-    connection = KRCB::Management::AuthenticatedClientConnectionFactory::Create(
-        "https://other.test", "anna", password, false, false, 0);
+    connection = PasswordLogin("https://other.test");
     cache.AddDataQueryResult(ChildFolders("no-such-id"));
     EXPECT_TRUE(cache.IsEmpty());
     EXPECT_TRUE(cache.GetVisibleModelServers().IsEmpty());
